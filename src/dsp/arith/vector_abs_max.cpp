@@ -1,0 +1,8 @@
+#include "korla/dsp/vector.h"
+
+#include "dsp/arith/vector_abs_max.h"
+
+using namespace krl;
+
+KRL_PAIR(float, krl_vec_Labs_maxLU_flex, KRL_vec_Labs_maxLU_strict, (const float* x, uint32_t n),
+         return abs_max<access>(x, n);)

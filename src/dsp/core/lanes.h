@@ -1,0 +1,334 @@
+// SIMD lanes: the only file of the library that knows an instruction set.
+//
+// A lane type is a compiler vector, so + - * and comparisons are operators. What the operators cannot say is a named
+// function here: fused multiply-add, the two NaN rules of maximum and minimum, loads and stores, shuffles, conversions.
+// Every operation gives the same bits on every target (NaN payloads excepted):
+//
+//   f32x4, f64x2   on every target
+//   f32x8, f64x4   where KRL_LANES is 8 (x86-64 with AVX2 and FMA)
+//   f32v           the widest float vector of the target, lanes<f32v> wide
+//
+// Kernels are templates over the lane type; the same template runs with `float` itself as a one-lane type.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#if defined(__aarch64__)
+#    include <arm_neon.h>
+#    define KRL_NEON 1
+#elif defined(__AVX2__) && defined(__FMA__)
+#    include <immintrin.h>
+#    define KRL_X86_FMA 1
+#endif
+
+#define KRL_INLINE inline __attribute__((always_inline))
+
+namespace krl {
+
+using f32x4 = float __attribute__((vector_size(16)));
+using i32x4 = int32_t __attribute__((vector_size(16)));
+using f64x2 = double __attribute__((vector_size(16)));
+using i64x2 = int64_t __attribute__((vector_size(16)));
+
+#if defined(KRL_X86_FMA)
+#    define KRL_LANES 8
+using f32x8 = float __attribute__((vector_size(32)));
+using i32x8 = int32_t __attribute__((vector_size(32)));
+using f64x4 = double __attribute__((vector_size(32)));
+using i64x4 = int64_t __attribute__((vector_size(32)));
+using f32v = f32x8;
+#else
+#    define KRL_LANES 4
+using f32v = f32x4;
+#endif
+
+// Element type, lane count and the integer vector of the same shape (what a comparison yields).
+template <class V> struct lane_traits;
+template <> struct lane_traits<float> { using element = float; using mask = int32_t; static constexpr int count = 1; };
+template <> struct lane_traits<double> { using element = double; using mask = int64_t; static constexpr int count = 1; };
+template <> struct lane_traits<f32x4> { using element = float; using mask = i32x4; static constexpr int count = 4; };
+template <> struct lane_traits<f64x2> { using element = double; using mask = i64x2; static constexpr int count = 2; };
+#if KRL_LANES == 8
+template <> struct lane_traits<f32x8> { using element = float; using mask = i32x8; static constexpr int count = 8; };
+template <> struct lane_traits<f64x4> { using element = double; using mask = i64x4; static constexpr int count = 4; };
+#endif
+template <class V> using element_of = typename lane_traits<V>::element;
+template <class V> inline constexpr int lanes = lane_traits<V>::count;
+
+// ---- loads, stores, broadcast ---------------------------------------------------------------------------------------
+
+// Any float alignment.
+template <class V> KRL_INLINE V load(const element_of<V>* p) {
+    V v;
+    __builtin_memcpy(&v, p, sizeof(V));
+    return v;
+}
+template <class V> KRL_INLINE void store(element_of<V>* p, V v) { __builtin_memcpy(p, &v, sizeof(V)); }
+
+// p is a multiple of sizeof(V).
+template <class V> KRL_INLINE V load_aligned(const element_of<V>* p) {
+    return load<V>(static_cast<const element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))));
+}
+template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
+    store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
+}
+
+// A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
+template <class V> KRL_INLINE V splat(element_of<V> x) {
+    if constexpr (lanes<V> == 1) {
+        return x;
+    } else {
+        V v;
+        for (int i = 0; i < lanes<V>; i++)
+            v[i] = x;
+        return v;
+    }
+}
+
+// ---- bits -----------------------------------------------------------------------------------------------------------
+
+template <class To, class From> KRL_INLINE To bit_cast(From from) {
+    static_assert(sizeof(To) == sizeof(From));
+    To to;
+    __builtin_memcpy(&to, &from, sizeof(To));
+    return to;
+}
+
+// Lane by lane a where the mask is all ones, b where it is zero.
+template <class V> KRL_INLINE V select(typename lane_traits<V>::mask mask, V a, V b) {
+    using M = typename lane_traits<V>::mask;
+    return bit_cast<V>((mask & bit_cast<M>(a)) | (~mask & bit_cast<M>(b)));
+}
+
+template <class V> KRL_INLINE V abs(V v) {
+    using M = typename lane_traits<V>::mask;
+    using E = element_of<V>;
+    if constexpr (sizeof(E) == 4)
+        return bit_cast<V>(bit_cast<M>(v) & 0x7fffffff);
+    else
+        return bit_cast<V>(bit_cast<M>(v) & 0x7fffffffffffffff);
+}
+
+// ---- fused multiply-add: a * b + c with one rounding ----------------------------------------------------------------
+
+KRL_INLINE float fma(float a, float b, float c) { return __builtin_fmaf(a, b, c); }
+KRL_INLINE double fma(double a, double b, double c) { return __builtin_fma(a, b, c); }
+
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 fma(f32x4 a, f32x4 b, f32x4 c) { return (f32x4)vfmaq_f32((float32x4_t)c, (float32x4_t)a, (float32x4_t)b); }
+KRL_INLINE f64x2 fma(f64x2 a, f64x2 b, f64x2 c) { return (f64x2)vfmaq_f64((float64x2_t)c, (float64x2_t)a, (float64x2_t)b); }
+#elif defined(KRL_X86_FMA)
+KRL_INLINE f32x4 fma(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmadd_ps(a, b, c); }
+KRL_INLINE f64x2 fma(f64x2 a, f64x2 b, f64x2 c) { return _mm_fmadd_pd(a, b, c); }
+KRL_INLINE f32x8 fma(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmadd_ps(a, b, c); }
+KRL_INLINE f64x4 fma(f64x4 a, f64x4 b, f64x4 c) { return _mm256_fmadd_pd(a, b, c); }
+#else
+template <class V> KRL_INLINE V fma(V a, V b, V c) {
+    V r;
+    for (int i = 0; i < lanes<V>; i++)
+        r[i] = fma(a[i], b[i], c[i]);
+    return r;
+}
+#endif
+
+// ---- maximum and minimum --------------------------------------------------------------------------------------------
+//
+// max_num, min_num: IEEE 754-2008 maxNum/minNum, a quiet NaN operand is ignored.
+// max_nan, min_nan: a NaN operand gives NaN.
+// All four order -0 below +0.
+
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 max_num(f32x4 a, f32x4 b) { return (f32x4)vmaxnmq_f32((float32x4_t)a, (float32x4_t)b); }
+KRL_INLINE f32x4 min_num(f32x4 a, f32x4 b) { return (f32x4)vminnmq_f32((float32x4_t)a, (float32x4_t)b); }
+KRL_INLINE f32x4 max_nan(f32x4 a, f32x4 b) { return (f32x4)vmaxq_f32((float32x4_t)a, (float32x4_t)b); }
+KRL_INLINE f32x4 min_nan(f32x4 a, f32x4 b) { return (f32x4)vminq_f32((float32x4_t)a, (float32x4_t)b); }
+KRL_INLINE f64x2 max_num(f64x2 a, f64x2 b) { return (f64x2)vmaxnmq_f64((float64x2_t)a, (float64x2_t)b); }
+KRL_INLINE f64x2 min_num(f64x2 a, f64x2 b) { return (f64x2)vminnmq_f64((float64x2_t)a, (float64x2_t)b); }
+KRL_INLINE float max_num(float a, float b) { return __builtin_fmaxf(a, b); } // one fmaxnm
+KRL_INLINE float min_num(float a, float b) { return __builtin_fminf(a, b); }
+KRL_INLINE double max_num(double a, double b) { return __builtin_fmax(a, b); }
+KRL_INLINE double min_num(double a, double b) { return __builtin_fmin(a, b); }
+KRL_INLINE float max_nan(float a, float b) { return max_nan(f32x4{a}, f32x4{b})[0]; }
+KRL_INLINE float min_nan(float a, float b) { return min_nan(f32x4{a}, f32x4{b})[0]; }
+#else
+namespace detail {
+
+// The compare-and-pick maximum and minimum of x86: the second operand when the operands are equal or one is NaN.
+#    if defined(KRL_X86_FMA)
+KRL_INLINE f32x4 pick_max(f32x4 a, f32x4 b) { return _mm_max_ps(a, b); }
+KRL_INLINE f32x4 pick_min(f32x4 a, f32x4 b) { return _mm_min_ps(a, b); }
+KRL_INLINE f32x8 pick_max(f32x8 a, f32x8 b) { return _mm256_max_ps(a, b); }
+KRL_INLINE f32x8 pick_min(f32x8 a, f32x8 b) { return _mm256_min_ps(a, b); }
+KRL_INLINE f64x2 pick_max(f64x2 a, f64x2 b) { return _mm_max_pd(a, b); }
+KRL_INLINE f64x2 pick_min(f64x2 a, f64x2 b) { return _mm_min_pd(a, b); }
+KRL_INLINE f32x4 pick(f32x4 mask, f32x4 a, f32x4 b) { return _mm_blendv_ps(b, a, mask); }
+KRL_INLINE f32x8 pick(f32x8 mask, f32x8 a, f32x8 b) { return _mm256_blendv_ps(b, a, mask); }
+KRL_INLINE f64x2 pick(f64x2 mask, f64x2 a, f64x2 b) { return _mm_blendv_pd(b, a, mask); }
+#    else
+template <class V> KRL_INLINE V pick_max(V a, V b) { return select(a > b, a, b); }
+template <class V> KRL_INLINE V pick_min(V a, V b) { return select(a < b, a, b); }
+template <class V> KRL_INLINE V pick(V mask, V a, V b) {
+    return select(bit_cast<typename lane_traits<V>::mask>(mask), a, b);
+}
+#    endif
+
+template <class V> KRL_INLINE V bit_and(V a, V b) {
+    using M = typename lane_traits<V>::mask;
+    return bit_cast<V>(bit_cast<M>(a) & bit_cast<M>(b));
+}
+template <class V> KRL_INLINE V bit_or(V a, V b) {
+    using M = typename lane_traits<V>::mask;
+    return bit_cast<V>(bit_cast<M>(a) | bit_cast<M>(b));
+}
+
+} // namespace detail
+
+// Picking in both orders and joining the bits settles the zeros: "and" of +0 and -0 is +0, "or" is -0. A NaN survives
+// "or" whatever the other operand is.
+template <class V> KRL_INLINE V max_nan(V a, V b) {
+    if constexpr (lanes<V> == 1) {
+        return max_nan(f32x4{a}, f32x4{b})[0];
+    } else {
+        V p = detail::pick_max(a, b), q = detail::pick_max(b, a);
+        return detail::pick(bit_cast<V>((a != a) | (b != b)), detail::bit_or(p, q), detail::bit_and(p, q));
+    }
+}
+template <class V> KRL_INLINE V min_nan(V a, V b) {
+    if constexpr (lanes<V> == 1)
+        return min_nan(f32x4{a}, f32x4{b})[0];
+    else
+        return detail::bit_or(detail::pick_min(a, b), detail::pick_min(b, a));
+}
+template <class V> KRL_INLINE V max_num(V a, V b) {
+    if constexpr (lanes<V> == 1 && sizeof(V) == 4)
+        return max_num(f32x4{a}, f32x4{b})[0];
+    else if constexpr (lanes<V> == 1)
+        return max_num(f64x2{a}, f64x2{b})[0];
+    else {
+        V p = detail::pick_max(a, b), q = detail::pick_max(b, a);
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_and(p, q));
+        return detail::pick(bit_cast<V>(a != a), b, r);
+    }
+}
+template <class V> KRL_INLINE V min_num(V a, V b) {
+    if constexpr (lanes<V> == 1 && sizeof(V) == 4)
+        return min_num(f32x4{a}, f32x4{b})[0];
+    else if constexpr (lanes<V> == 1)
+        return min_num(f64x2{a}, f64x2{b})[0];
+    else {
+        V p = detail::pick_min(a, b), q = detail::pick_min(b, a);
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_or(p, q));
+        return detail::pick(bit_cast<V>(a != a), b, r);
+    }
+}
+#endif
+
+// Integer maximum, and the greatest lane of a vector.
+#if defined(KRL_NEON)
+KRL_INLINE i32x4 max_int(i32x4 a, i32x4 b) { return (i32x4)vmaxq_s32((int32x4_t)a, (int32x4_t)b); }
+#elif defined(KRL_X86_FMA)
+KRL_INLINE i32x4 max_int(i32x4 a, i32x4 b) { return (i32x4)_mm_max_epi32((__m128i)a, (__m128i)b); }
+KRL_INLINE i32x8 max_int(i32x8 a, i32x8 b) { return (i32x8)_mm256_max_epi32((__m256i)a, (__m256i)b); }
+#else
+KRL_INLINE i32x4 max_int(i32x4 a, i32x4 b) {
+    i32x4 greater = a > b;
+    return (greater & a) | (~greater & b);
+}
+#endif
+KRL_INLINE int32_t max_of_lanes(i32x4 v) {
+    v = max_int(v, __builtin_shufflevector(v, v, 2, 3, 0, 1));
+    return max_int(v, __builtin_shufflevector(v, v, 1, 0, 3, 2))[0];
+}
+#if KRL_LANES == 8
+KRL_INLINE int32_t max_of_lanes(i32x8 v) {
+    return max_of_lanes(max_int(__builtin_shufflevector(v, v, 0, 1, 2, 3), __builtin_shufflevector(v, v, 4, 5, 6, 7)));
+}
+#endif
+
+// ---- shuffles -------------------------------------------------------------------------------------------------------
+
+template <class V> struct lane_pair { V a, b; };
+
+KRL_INLINE float reverse(float v) { return v; }
+KRL_INLINE f32x4 reverse(f32x4 v) { return __builtin_shufflevector(v, v, 3, 2, 1, 0); }
+KRL_INLINE lane_pair<f32x4> interleave(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 4, 1, 5), __builtin_shufflevector(a, b, 2, 6, 3, 7)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave(f32x4 lo, f32x4 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6), __builtin_shufflevector(lo, hi, 1, 3, 5, 7)};
+}
+KRL_INLINE f32x4 swap_pairs(f32x4 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2); }
+KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
+    auto [ac_lo, ac_hi] = interleave(a, c);
+    auto [bd_lo, bd_hi] = interleave(b, d);
+    auto [r0, r1] = interleave(ac_lo, bd_lo);
+    auto [r2, r3] = interleave(ac_hi, bd_hi);
+    a = r0, b = r1, c = r2, d = r3;
+}
+#if KRL_LANES == 8
+KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
+KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
+    return {__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11),
+            __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15)};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6, 8, 10, 12, 14),
+            __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
+}
+KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
+#endif
+
+// ---- conversions ----------------------------------------------------------------------------------------------------
+
+// f applied in double precision to every lane of v, rounded once to single.
+template <class F> KRL_INLINE float map_double(float v, F f) { return static_cast<float>(f(static_cast<double>(v))); }
+template <class F> KRL_INLINE f32x4 map_double(f32x4 v, F f) {
+    using f32x2 = float __attribute__((vector_size(8)));
+    f64x2 lo = f(__builtin_convertvector(__builtin_shufflevector(v, v, 0, 1), f64x2));
+    f64x2 hi = f(__builtin_convertvector(__builtin_shufflevector(v, v, 2, 3), f64x2));
+    return __builtin_shufflevector(__builtin_convertvector(lo, f32x2), __builtin_convertvector(hi, f32x2), 0, 1, 2, 3);
+}
+#if KRL_LANES == 8
+template <class F> KRL_INLINE f32x8 map_double(f32x8 v, F f) {
+    f64x4 lo = f((f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)));
+    f64x4 hi = f((f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
+    return _mm256_set_m128(_mm256_cvtpd_ps(hi), _mm256_cvtpd_ps(lo));
+}
+#endif
+
+// Exact for |v| < 2^24, otherwise rounded to nearest even.
+KRL_INLINE f32x4 to_float(i32x4 v) { return __builtin_convertvector(v, f32x4); }
+
+// Rounds in the current rounding mode, as lrintf does. v is inside the range of int32_t; NaN gives 0 on every target.
+#if defined(KRL_NEON)
+KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)vcvtq_s32_f32(vrndiq_f32((float32x4_t)v)); }
+#elif defined(__SSE2__)
+KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)__builtin_ia32_cvtps2dq(v) & (v == v); }
+#else
+KRL_INLINE i32x4 round_to_int(f32x4 v) {
+    i32x4 r;
+    for (int i = 0; i < 4; i++)
+        r[i] = v[i] == v[i] ? static_cast<int32_t>(__builtin_lrintf(v[i])) : 0;
+    return r;
+}
+#endif
+
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+    int16_t __attribute__((vector_size(8))) v;
+    __builtin_memcpy(&v, p, sizeof(v));
+    return __builtin_convertvector(v, i32x4);
+}
+// v is inside the range of int16_t.
+KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
+    using i16x4 = int16_t __attribute__((vector_size(8)));
+    i16x4 r = __builtin_convertvector(v, i16x4);
+    __builtin_memcpy(p, &r, sizeof(r));
+}
+#if KRL_LANES == 8
+KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }
+KRL_INLINE i32x8 round_to_int(f32x8 v) { return (i32x8)_mm256_cvtps_epi32(v) & (v == v); }
+#endif
+
+} // namespace krl
