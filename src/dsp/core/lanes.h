@@ -327,6 +327,38 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
 KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
 #endif
 
+// Complex samples that stay interleaved, real part first.
+KRL_INLINE f32x4 conjugate(f32x4 v) { return bit_cast<f32x4>(bit_cast<i32x4>(v) ^ i32x4{0, INT32_MIN, 0, INT32_MIN}); }
+KRL_INLINE f32x4 reverse_complex(f32x4 v) { return __builtin_shufflevector(v, v, 2, 3, 0, 1); }
+KRL_INLINE lane_pair<f32x4> interleave_complex(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave_complex(f32x4 lo, f32x4 hi) { return interleave_complex(lo, hi); }
+#if KRL_LANES == 8
+KRL_INLINE f32x8 conjugate(f32x8 v) {
+    constexpr int32_t sign = INT32_MIN;
+    return bit_cast<f32x8>(bit_cast<i32x8>(v) ^ i32x8{0, sign, 0, sign, 0, sign, 0, sign});
+}
+KRL_INLINE f32x8 reverse_complex(f32x8 v) { return __builtin_shufflevector(v, v, 6, 7, 4, 5, 2, 3, 0, 1); }
+KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 2, 3, 10, 11),
+            __builtin_shufflevector(a, b, 4, 5, 12, 13, 6, 7, 14, 15)};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5, 8, 9, 12, 13),
+            __builtin_shufflevector(lo, hi, 2, 3, 6, 7, 10, 11, 14, 15)};
+}
+#endif
+
+// Lanes from a table in groups of four: four values of a, four of b, and so on.
+template <class V> KRL_INLINE lane_pair<V> load_groups(const float* p) {
+    if constexpr (lanes<V> == 4)
+        return {load<V>(p), load<V>(p + 4)};
+    else
+        return {__builtin_shufflevector(load<V>(p), load<V>(p + 8), 0, 1, 2, 3, 8, 9, 10, 11),
+                __builtin_shufflevector(load<V>(p), load<V>(p + 8), 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+
 // Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
 KRL_INLINE void transpose(float*) {}
 KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
