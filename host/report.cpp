@@ -91,13 +91,13 @@ std::string text(const RunReport& r) {
                         requested_layout(r.stream).c_str());
     text += format_text("  file order  %s  (mask 0x%X)\n", speaker_names(r.output_map).c_str(), r.output_mask);
     text += format_text("Pass-through  %s\n", r.module.pass_through ? "yes" : "no");
-    text += format_text("Latency       %u samples (%.2f ms), removed\n\n", r.module.latency_frames,
-                        r.module.latency_frames * 1000.0 / rate);
+    text += format_text("Latency       %u samples (%.2f ms)%s\n\n", r.module.latency_frames,
+                        r.module.latency_frames * 1000.0 / rate, r.module.latency_frames ? ", removed" : "");
     text += matrix_text(r);
     const size_t worst = worst_row(r.module);
     text += format_text("Worst case    %+.1f dB in %s when all inputs agree", decibels(r.module.row_sum(worst)) + 0.0,
                         speaker_name(r.stream_output_map[worst]).c_str());
-    text += r.module.pass_through ? "\n\n" : "; the limiter takes what exceeds full scale\n\n";
+    text += r.module.row_sum(worst) > 1.001 ? "; the limiter takes what exceeds full scale\n\n" : "\n\n";
     text += levels_text("Input", r.input_map, r.input_levels);
     text += levels_text("Output", r.output_map, r.output_levels);
     if (r.frames)
