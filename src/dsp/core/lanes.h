@@ -317,6 +317,16 @@ KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
 #endif
 
+// f32v as its four-lane halves (one or two of them): half h, and f32v from f(h) for each half.
+inline constexpr int halves = lanes<f32v> / 4;
+#if KRL_LANES == 8
+KRL_INLINE f32x4 half(f32v v, int h) { return h == 0 ? lower(v) : upper(v); }
+template <class F> KRL_INLINE f32v from_halves(F f) { return concat(f(0), f(1)); }
+#else
+KRL_INLINE f32x4 half(f32v v, int) { return v; }
+template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
+#endif
+
 // ---- conversions ----------------------------------------------------------------------------------------------------
 
 // f applied in double precision to every lane of v, rounded once to single.
@@ -352,29 +362,53 @@ KRL_INLINE i32x4 round_to_int(f32x4 v) {
 }
 #endif
 
-// 16-bit integers, as many as a vector has lanes, at any alignment. What is stored is inside their range.
-template <class I> KRL_INLINE I load_int16(const int16_t* p);
-template <> KRL_INLINE i32x4 load_int16<i32x4>(const int16_t* p) {
-    int16_t __attribute__((vector_size(8))) v;
+// 16-bit integers at any alignment, two or four at a time. What is stored is inside their range.
+using i16x2 = int16_t __attribute__((vector_size(4)));
+using i16x4 = int16_t __attribute__((vector_size(8)));
+using i32x2 = int32_t __attribute__((vector_size(8)));
+#if defined(KRL_X86_FMA)
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+    return (i32x4)_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+}
+KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32((__m128i)v, (__m128i)v));
+}
+#else
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+    i16x4 v;
     __builtin_memcpy(&v, p, sizeof(v));
     return __builtin_convertvector(v, i32x4);
 }
 KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
-    using i16x4 = int16_t __attribute__((vector_size(8)));
     i16x4 r = __builtin_convertvector(v, i16x4);
     __builtin_memcpy(p, &r, sizeof(r));
+}
+#endif
+KRL_INLINE i32x2 load_int16_pair(const int16_t* p) {
+#if defined(KRL_X86_FMA)
+    int32_t both;
+    __builtin_memcpy(&both, p, sizeof(both));
+    const i32x4 v = (i32x4)_mm_cvtepi16_epi32(_mm_cvtsi32_si128(both));
+    return __builtin_shufflevector(v, v, 0, 1);
+#else
+    i16x2 v;
+    __builtin_memcpy(&v, p, sizeof(v));
+    return i32x2{v[0], v[1]};
+#endif
+}
+KRL_INLINE void store_int16_pair(int16_t* p, i32x2 v) {
+#if defined(KRL_X86_FMA)
+    const __m128i wide = (__m128i)__builtin_shufflevector(v, v, 0, 1, 0, 1);
+    const int32_t both = _mm_cvtsi128_si32(_mm_packs_epi32(wide, wide));
+    __builtin_memcpy(p, &both, sizeof(both));
+#else
+    p[0] = static_cast<int16_t>(v[0]);
+    p[1] = static_cast<int16_t>(v[1]);
+#endif
 }
 #if KRL_LANES == 8
 KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }
 KRL_INLINE i32x8 round_to_int(f32x8 v) { return (i32x8)_mm256_cvtps_epi32(v) & (v == v); }
-template <> KRL_INLINE i32x8 load_int16<i32x8>(const int16_t* p) {
-    return (i32x8)_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-}
-KRL_INLINE void store_int16(int16_t* p, i32x8 v) {
-    const __m256i w = (__m256i)v;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
-                     _mm_packs_epi32(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1)));
-}
 #endif
 
 } // namespace krl
