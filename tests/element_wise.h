@@ -42,6 +42,7 @@ struct ElementWise {
     Model strict_model = {}; // when the entries round differently
     bool reads_destination = false;
 };
+inline std::ostream& operator<<(std::ostream& out, const ElementWise& op) { return out << op.flex_name; }
 #define KORLA_ENTRIES(flex, strict, arguments)                                                                         \
     #flex, #strict, []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s, uint32_t n) { flex arguments; }, \
         []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s, uint32_t n) { strict arguments; }

@@ -44,6 +44,7 @@ struct Reduction {
     std::function<double(const float* a, const float* b, uint32_t n)> flex, strict;
     std::function<double(const float* a, const float* b, size_t n)> model, strict_model; // to the bit
 };
+std::ostream& operator<<(std::ostream& out, const Reduction& op) { return out << op.flex_name; }
 #define KORLA_REDUCTION(flex, strict, arguments)                                                                       \
     #flex, #strict, [](const float* a, [[maybe_unused]] const float* b, uint32_t n) -> double { return flex arguments; }, \
         [](const float* a, [[maybe_unused]] const float* b, uint32_t n) -> double { return strict arguments; }

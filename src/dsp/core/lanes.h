@@ -113,6 +113,14 @@ template <class V> KRL_INLINE V abs(V v) {
         return bit_cast<V>(bit_cast<M>(v) & 0x7fffffffffffffff);
 }
 
+template <class V> KRL_INLINE V negate_even(V v) {
+    using M = typename lane_traits<V>::mask;
+    M sign = {};
+    for (int i = 0; i < lanes<V>; i += 2)
+        sign[i] = INT32_MIN;
+    return bit_cast<V>(bit_cast<M>(v) ^ sign);
+}
+
 // ---- partial loads and stores ----------------------------------------------------------------------------------------
 
 // The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
@@ -168,7 +176,7 @@ template <class V> KRL_INLINE V fma(V a, V b, V c) {
 }
 #endif
 
-// a * b - c in the even lanes and a * b + c in the odd ones, and the other way round; one rounding.
+// a * b - c in the even lanes and a * b + c in the odd ones (fma_sub_add), and the other way round; one rounding.
 #if defined(KRL_X86_FMA)
 KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmaddsub_ps(a, b, c); }
 KRL_INLINE f32x8 fma_sub_add(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmaddsub_ps(a, b, c); }
@@ -176,10 +184,10 @@ KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmsubadd_ps
 KRL_INLINE f32x8 fma_add_sub(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmsubadd_ps(a, b, c); }
 #else
 KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) {
-    return fma(a, b, (f32x4)((i32x4)c ^ (i32x4)f32x4{-0.0f, 0.0f, -0.0f, 0.0f}));
+    return fma(a, b, negate_even(c));
 }
 KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) {
-    return fma(a, b, (f32x4)((i32x4)c ^ (i32x4)f32x4{0.0f, -0.0f, 0.0f, -0.0f}));
+    return fma(a, b, -negate_even(c));
 }
 #endif
 
@@ -346,7 +354,7 @@ KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
-// The even lanes of a and of b in alternation: twice_even gives back those of a, twice_odd those of b.
+// The even lanes of a and of b in alternation.
 KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);

@@ -55,6 +55,67 @@ struct from_end {
     }
 };
 
+// Complex samples of which the destination holds one float each: real parts in a, imaginary parts in b.
+struct from_complex {
+    static constexpr size_t granule = 1;
+    const float* p;
+    explicit from_complex(const float* x) : p(x) {}
+    uintptr_t at(size_t i) const { return reinterpret_cast<uintptr_t>(p + 2 * i); }
+    template <class access, class V> KRL_INLINE lane_pair<V> load(size_t i) const {
+        return deinterleave(access::template load<V>(p + 2 * i), access::template load<V>(p + 2 * i + lanes<V>));
+    }
+    KRL_INLINE lane_pair<f32x4> load_first(size_t count) const {
+        if (count == 1)
+            return deinterleave(krl::load_first<f32x4>(p, 2), f32x4{});
+        return deinterleave(krl::load<f32x4>(p), krl::load_first<f32x4>(p + 4, 2 * count - 4));
+    }
+};
+
+// One real value for both parts of each complex sample of the destination.
+struct from_real {
+    static constexpr size_t granule = 2;
+    const float* p;
+    explicit from_real(const float* x) : p(x) {}
+    uintptr_t at(size_t i) const { return reinterpret_cast<uintptr_t>(p + i / 2); }
+    template <class access, class V> KRL_INLINE V load(size_t i) const { return load_twice<V>(p + i / 2); }
+    KRL_INLINE f32x4 load_first(size_t) const { return splat<f32x4>(*p); } // count is 2: one sample
+};
+
+// `count` vectors one behind the other, `distance` floats apart; apart from the destination.
+template <int count> struct from_stack {
+    const float* p;
+    size_t distance;
+    template <class V> struct lanes_of_each { V of[count]; };
+    template <class access, class V> KRL_INLINE lanes_of_each<V> load(size_t i) const {
+        return each<V>([&](size_t j) { return access::template load<V>(p + j * distance + i); });
+    }
+    KRL_INLINE lanes_of_each<f32x4> load_first(size_t n) const {
+        return each<f32x4>([&](size_t j) { return krl::load_first<f32x4>(p + j * distance, n); });
+    }
+
+private:
+    template <class V, class L> static KRL_INLINE lanes_of_each<V> each(L load_one) {
+        lanes_of_each<V> v;
+#pragma GCC unroll 8
+        for (size_t j = 0; j < count; j++)
+            v.of[j] = load_one(j);
+        return v;
+    }
+};
+
+// Two destinations for a pair of results.
+struct to_both {
+    float *a, *b;
+    template <class access, class V> KRL_INLINE void store(size_t i, lane_pair<V> v) const {
+        access::template store<V>(a + i, v.a);
+        access::template store<V>(b + i, v.b);
+    }
+    KRL_INLINE void store_first(lane_pair<f32x4> v, size_t count) const {
+        krl::store_first(a, v.a, count);
+        krl::store_first(b, v.b, count);
+    }
+};
+
 // ---- order of processing --------------------------------------------------------------------------------------------
 
 // What step i writes has to miss what later steps read. Addresses are linear in i, so the second and the last granule
