@@ -51,8 +51,10 @@ template <class V> struct lane_traits;
 template <> struct lane_traits<float> { using element = float; using mask = int32_t; static constexpr int count = 1; };
 template <> struct lane_traits<double> { using element = double; using mask = int64_t; static constexpr int count = 1; };
 template <> struct lane_traits<f32x4> { using element = float; using mask = i32x4; static constexpr int count = 4; };
+template <> struct lane_traits<i32x4> { using element = int32_t; using mask = i32x4; static constexpr int count = 4; };
 template <> struct lane_traits<f64x2> { using element = double; using mask = i64x2; static constexpr int count = 2; };
 #if KRL_LANES == 8
+template <> struct lane_traits<i32x8> { using element = int32_t; using mask = i32x8; static constexpr int count = 8; };
 template <> struct lane_traits<f32x8> { using element = float; using mask = i32x8; static constexpr int count = 8; };
 template <> struct lane_traits<f64x4> { using element = double; using mask = i64x4; static constexpr int count = 4; };
 #endif
@@ -305,6 +307,26 @@ KRL_INLINE int32_t max_of_lanes(i32x8 v) {
 }
 #endif
 
+// The greater of v and m, where m is a number: a NaN in v is ignored. Zeros of either sign count as equal.
+KRL_INLINE float max_of_number(float v, float m) { return v > m ? v : m; }
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 max_of_number(f32x4 v, f32x4 m) { return max_num(v, m); }
+#else
+template <class V> KRL_INLINE V max_of_number(V v, V m) { return detail::pick_max(v, m); }
+#endif
+
+// The greatest lane, for lanes that are not negative and not NaN.
+template <class V> KRL_INLINE float max_of_magnitudes(V v) {
+    return bit_cast<float>(max_of_lanes(bit_cast<typename lane_traits<V>::mask>(v)));
+}
+
+// v held between lo and hi; NaN stays NaN. The sign of a zero is kept when lo < 0 < hi.
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 clamp(f32x4 v, f32x4 lo, f32x4 hi) { return min_nan(max_nan(v, lo), hi); }
+#else
+template <class V> KRL_INLINE V clamp(V v, V lo, V hi) { return detail::pick_min(hi, detail::pick_max(lo, v)); }
+#endif
+
 // True when a lane of a comparison is.
 #if defined(KRL_NEON)
 KRL_INLINE bool any(i32x4 mask) { return vmaxvq_u32((uint32x4_t)mask) != 0; }
@@ -356,6 +378,7 @@ KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1)
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
 // The even lanes of a and of b in alternation.
 KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
+// Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
     auto [bd_lo, bd_hi] = interleave(b, d);
@@ -379,6 +402,20 @@ KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
 KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6, 8, 10, 12, 14),
             __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
+}
+KRL_INLINE f32x8 concat(f32x4 lo, f32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE i32x8 concat(i32x4 lo, i32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 lower(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 upper(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
+    const f32x8 ac_lo = __builtin_shufflevector(a, c, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 ac_hi = __builtin_shufflevector(a, c, 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 bd_lo = __builtin_shufflevector(b, d, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 bd_hi = __builtin_shufflevector(b, d, 2, 10, 3, 11, 6, 14, 7, 15);
+    a = __builtin_shufflevector(ac_lo, bd_lo, 0, 8, 1, 9, 4, 12, 5, 13);
+    b = __builtin_shufflevector(ac_lo, bd_lo, 2, 10, 3, 11, 6, 14, 7, 15);
+    c = __builtin_shufflevector(ac_hi, bd_hi, 0, 8, 1, 9, 4, 12, 5, 13);
+    d = __builtin_shufflevector(ac_hi, bd_hi, 2, 10, 3, 11, 6, 14, 7, 15);
 }
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
 KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6); }
@@ -443,12 +480,13 @@ KRL_INLINE i32x4 round_to_int(f32x4 v) {
 }
 #endif
 
-KRL_INLINE i32x4 load_int16(const int16_t* p) {
+// 16-bit integers, as many as a vector has lanes, at any alignment. What is stored is inside their range.
+template <class I> KRL_INLINE I load_int16(const int16_t* p);
+template <> KRL_INLINE i32x4 load_int16<i32x4>(const int16_t* p) {
     int16_t __attribute__((vector_size(8))) v;
     __builtin_memcpy(&v, p, sizeof(v));
     return __builtin_convertvector(v, i32x4);
 }
-// v is inside the range of int16_t.
 KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
     using i16x4 = int16_t __attribute__((vector_size(8)));
     i16x4 r = __builtin_convertvector(v, i16x4);
@@ -457,6 +495,14 @@ KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
 #if KRL_LANES == 8
 KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }
 KRL_INLINE i32x8 round_to_int(f32x8 v) { return (i32x8)_mm256_cvtps_epi32(v) & (v == v); }
+template <> KRL_INLINE i32x8 load_int16<i32x8>(const int16_t* p) {
+    return (i32x8)_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+KRL_INLINE void store_int16(int16_t* p, i32x8 v) {
+    const __m256i w = (__m256i)v;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
+                     _mm_packs_epi32(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1)));
+}
 #endif
 
 } // namespace krl
