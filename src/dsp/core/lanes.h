@@ -225,6 +225,28 @@ template <class V> KRL_INLINE V min_num(V a, V b) {
 }
 #endif
 
+// max_quick, min_quick: one instruction on every target, the same as max_num and min_num, except that x86 gives b when b
+// is NaN and when both are zeros (-0 and +0 in either order).
+#if defined(KRL_NEON)
+inline constexpr bool quick_is_exact = true;
+template <class V> KRL_INLINE V max_quick(V a, V b) { return max_num(a, b); }
+template <class V> KRL_INLINE V min_quick(V a, V b) { return min_num(a, b); }
+#else
+inline constexpr bool quick_is_exact = false;
+template <class V> KRL_INLINE V max_quick(V a, V b) {
+    if constexpr (lanes<V> == 1)
+        return a > b ? a : b;
+    else
+        return detail::pick_max(a, b);
+}
+template <class V> KRL_INLINE V min_quick(V a, V b) {
+    if constexpr (lanes<V> == 1)
+        return a < b ? a : b;
+    else
+        return detail::pick_min(a, b);
+}
+#endif
+
 // Integer maximum, and the greatest lane of a vector.
 #if defined(KRL_NEON)
 KRL_INLINE i32x4 max_int(i32x4 a, i32x4 b) { return (i32x4)vmaxq_s32((int32x4_t)a, (int32x4_t)b); }
@@ -260,6 +282,12 @@ KRL_INLINE lane_pair<f32x4> deinterleave(f32x4 lo, f32x4 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6), __builtin_shufflevector(lo, hi, 1, 3, 5, 7)};
 }
 KRL_INLINE f32x4 swap_pairs(f32x4 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2); }
+// Every lane one place up, `first` in the lowest.
+KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
+    v[0] = first;
+    return v;
+}
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
     auto [bd_lo, bd_hi] = interleave(b, d);
@@ -278,25 +306,37 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
             __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
 }
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
+KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
+    v[0] = first;
+    return v;
+}
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
 
-// f applied in double precision to every lane of v, rounded once to single.
-template <class F> KRL_INLINE float map_double(float v, F f) { return static_cast<float>(f(static_cast<double>(v))); }
-template <class F> KRL_INLINE f32x4 map_double(f32x4 v, F f) {
+// Single to double (exact), and back with one rounding.
+KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
+    return {__builtin_convertvector(__builtin_shufflevector(v, v, 0, 1), f64x2),
+            __builtin_convertvector(__builtin_shufflevector(v, v, 2, 3), f64x2)};
+}
+KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     using f32x2 = float __attribute__((vector_size(8)));
-    f64x2 lo = f(__builtin_convertvector(__builtin_shufflevector(v, v, 0, 1), f64x2));
-    f64x2 hi = f(__builtin_convertvector(__builtin_shufflevector(v, v, 2, 3), f64x2));
-    return __builtin_shufflevector(__builtin_convertvector(lo, f32x2), __builtin_convertvector(hi, f32x2), 0, 1, 2, 3);
+    return __builtin_shufflevector(__builtin_convertvector(v.a, f32x2), __builtin_convertvector(v.b, f32x2), 0, 1, 2, 3);
 }
 #if KRL_LANES == 8
-template <class F> KRL_INLINE f32x8 map_double(f32x8 v, F f) {
-    f64x4 lo = f((f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)));
-    f64x4 hi = f((f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
-    return _mm256_set_m128(_mm256_cvtpd_ps(hi), _mm256_cvtpd_ps(lo));
+KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
+    return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
 }
+KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
 #endif
+
+// f applied in double precision to every lane of v, rounded once to single.
+template <class F> KRL_INLINE float map_double(float v, F f) { return static_cast<float>(f(static_cast<double>(v))); }
+template <class V, class F> KRL_INLINE V map_double(V v, F f) {
+    auto [a, b] = to_double(v);
+    return to_single({f(a), f(b)});
+}
 
 // Exact for |v| < 2^24, otherwise rounded to nearest even.
 KRL_INLINE f32x4 to_float(i32x4 v) { return __builtin_convertvector(v, f32x4); }
