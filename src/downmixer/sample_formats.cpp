@@ -294,39 +294,41 @@ template <class Format> auto* slot_of(const korvex_downmixer_buffer& buffer, uin
 }
 
 template <class Format>
-void to_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
-               uint32_t frames) {
-    auto slot = [&](uint32_t channel, size_t frame) { return slot_of<Format>(src, channel, first + frame); };
-    if (src.stride == 1) {
-        for (uint32_t c = 0; c < channels; c++)
-            load_run<Format>(dst.row(c), slot(c, 0), frames);
-    } else if (is_packed<typename Format::Slot>(src, channels)) {
-        deinterleave<Format>(dst, slot(0, 0), channels, frames);
-    } else {
-        for (uint32_t c = 0; c < channels; c++)
-            for (uint32_t t = 0; t < frames; t++)
-                dst.row(c)[t] = load_one<Format>(slot(c, t));
-    }
+void read_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first, uint32_t frames) {
+    for (uint32_t c = 0; c < channels; c++)
+        load_run<Format>(dst.row(c), slot_of<Format>(src, c, first), frames);
+}
+template <class Format>
+void read_packed(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first, uint32_t frames) {
+    deinterleave<Format>(dst, slot_of<Format>(src, 0, first), channels, frames);
+}
+template <class Format>
+void read_scattered(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+                    uint32_t frames) {
+    for (uint32_t c = 0; c < channels; c++)
+        for (uint32_t t = 0; t < frames; t++)
+            dst.row(c)[t] = load_one<Format>(slot_of<Format>(src, c, first + t));
 }
 
 template <class Format>
-void from_planar(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
-                 uint32_t frames) {
-    auto slot = [&](uint32_t channel, size_t frame) { return slot_of<Format>(dst, channel, first + frame); };
-    if (dst.stride == 1) {
-        for (uint32_t c = 0; c < channels; c++)
-            store_run<Format>(slot(c, 0), src.row(c), frames);
-    } else if (is_packed<typename Format::Slot>(dst, channels)) {
-        interleave<Format>(slot(0, 0), src, channels, frames);
-    } else {
-        for (uint32_t c = 0; c < channels; c++)
-            for (uint32_t t = 0; t < frames; t++)
-                store_one<Format>(slot(c, t), src.row(c)[t]);
-    }
+void write_planar(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first, uint32_t frames) {
+    for (uint32_t c = 0; c < channels; c++)
+        store_run<Format>(slot_of<Format>(dst, c, first), src.row(c), frames);
+}
+template <class Format>
+void write_packed(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first, uint32_t frames) {
+    interleave<Format>(slot_of<Format>(dst, 0, first), src, channels, frames);
+}
+template <class Format>
+void write_scattered(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+                     uint32_t frames) {
+    for (uint32_t c = 0; c < channels; c++)
+        for (uint32_t t = 0; t < frames; t++)
+            store_one<Format>(slot_of<Format>(dst, c, first + t), src.row(c)[t]);
 }
 
-// Calls f with the format of a code; does nothing for a code without a conversion.
-template <class F> void with_format(uint32_t code, F f) {
+// f with the format of a code, or `otherwise` for a code without a conversion.
+template <class R, class F> R with_format(uint32_t code, R otherwise, F f) {
     switch (code) {
     case KORVEX_FORMAT_INT16: return f(Int16{});
     case KORVEX_FORMAT_INT32: return f(Int32{});
@@ -334,19 +336,28 @@ template <class F> void with_format(uint32_t code, F f) {
     case KORVEX_FORMAT_FLOAT:
     case KORVEX_FORMAT_FLOAT_STAGED: return f(Float{});
     case KORVEX_FORMAT_DOUBLE: return f(Double{});
+    default: return otherwise;
     }
 }
 
 } // namespace
 
-void to_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
-               uint32_t frames) {
-    with_format(src.format, [&]<class Format>(Format) { to_planar<Format>(dst, src, channels, first, frames); });
+ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+    const ReadTile nothing = [](PlanarBuffer, const korvex_downmixer_buffer&, uint32_t, size_t, uint32_t) {};
+    return with_format(src.format, nothing, [&]<class Format>(Format) -> ReadTile {
+        if (src.stride == 1)
+            return read_planar<Format>;
+        return is_packed<typename Format::Slot>(src, channels) ? read_packed<Format> : read_scattered<Format>;
+    });
 }
 
-void from_planar(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
-                 uint32_t frames) {
-    with_format(dst.format, [&]<class Format>(Format) { from_planar<Format>(dst, src, channels, first, frames); });
+WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
+    const WriteTile nothing = [](const korvex_downmixer_buffer&, PlanarBuffer, uint32_t, size_t, uint32_t) {};
+    return with_format(dst.format, nothing, [&]<class Format>(Format) -> WriteTile {
+        if (dst.stride == 1)
+            return write_planar<Format>;
+        return is_packed<typename Format::Slot>(dst, channels) ? write_packed<Format> : write_scattered<Format>;
+    });
 }
 
 } // namespace korla::downmixer
