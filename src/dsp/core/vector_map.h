@@ -161,16 +161,12 @@ KRL_INLINE void map_vector(D dst, size_t n, F f, S... src) {
     constexpr size_t width = lanes<f32v>;
     auto group = [&]<class V>(V, size_t i) { return f(src.template load<access, V>(i)...); };
     size_t i = 0;
-    using result = decltype(group(f32v{}, 0));
     auto whole_groups = [&] {
+        // Each store right behind its loads: faster than loads and stores in bunches, and it needs no registers.
         for (; i + unroll * width <= n; i += unroll * width) {
-            result r[unroll];
 #pragma GCC unroll 8
             for (size_t u = 0; u < unroll; u++)
-                r[u] = group(f32v{}, i + u * width);
-#pragma GCC unroll 8
-            for (size_t u = 0; u < unroll; u++)
-                dst.template store<access, f32v>(i + u * width, r[u]);
+                dst.template store<access, f32v>(i + u * width, group(f32v{}, i + u * width));
         }
         for (; i + width <= n; i += width)
             dst.template store<access, f32v>(i, group(f32v{}, i));
@@ -183,7 +179,7 @@ KRL_INLINE void map_vector(D dst, size_t n, F f, S... src) {
     } else if (n >= width) {
         if (needs_backward(dst, n, src...))
             return map_backward(dst, n, f, src...);
-        result last{};
+        decltype(group(f32v{}, 0)) last{};
         if (n % width != 0)
             last = group(f32v{}, n - width);
         whole_groups();
