@@ -49,6 +49,7 @@ template <class V> struct lane_traits;
 template <> struct lane_traits<float> { using element = float; using mask = int32_t; static constexpr int count = 1; };
 template <> struct lane_traits<double> { using element = double; using mask = int64_t; static constexpr int count = 1; };
 template <> struct lane_traits<f32x4> { using element = float; using mask = i32x4; static constexpr int count = 4; };
+template <> struct lane_traits<i32x4> { using element = int32_t; using mask = i32x4; static constexpr int count = 4; };
 template <> struct lane_traits<f64x2> { using element = double; using mask = i64x2; static constexpr int count = 2; };
 #if KRL_LANES == 8
 template <> struct lane_traits<f32x8> { using element = float; using mask = i32x8; static constexpr int count = 8; };
@@ -245,6 +246,13 @@ KRL_INLINE int32_t max_of_lanes(i32x4 v) {
 KRL_INLINE int32_t max_of_lanes(i32x8 v) {
     return max_of_lanes(max_int(__builtin_shufflevector(v, v, 0, 1, 2, 3), __builtin_shufflevector(v, v, 4, 5, 6, 7)));
 }
+#endif
+
+// v held between lo and hi; NaN stays NaN. The sign of a zero is kept when lo < 0 < hi.
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 clamp(f32x4 v, f32x4 lo, f32x4 hi) { return min_nan(max_nan(v, lo), hi); }
+#else
+template <class V> KRL_INLINE V clamp(V v, V lo, V hi) { return detail::pick_min(hi, detail::pick_max(lo, v)); }
 #endif
 
 // ---- shuffles -------------------------------------------------------------------------------------------------------
