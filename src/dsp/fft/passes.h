@@ -32,38 +32,65 @@ template <class V, direction dir> KRL_INLINE void store_samples(float* p, comple
     store(p, lo);
     store(p + lanes<V>, hi);
 }
-template <class V> KRL_INLINE complex<V> load_block(const float* p) { return {load<V>(p), load<V>(p + lanes<V>)}; }
+template <class V> KRL_INLINE complex<V> load_block(const float* p) {
+    return {in_register(load<V>(p)), in_register(load<V>(p + lanes<V>))};
+}
 template <class V> KRL_INLINE void store_block(float* p, complex<V> x) {
     store(p, x.re);
     store(p + lanes<V>, x.im);
 }
 
-// The results x[0..R-1] of butterflies j.., one butterfly a lane, to positions R*j.. in blocks of `width` samples: rows
-// become columns. Only the first `count` lanes hold butterflies.
-template <int width, int R, class V> KRL_INLINE void store_transposed(float* dst, const complex<V>* x, int count) {
-    constexpr int n = lanes<V>;
-    static_assert(R % n == 0 && R % width == 0);
-    using B = std::conditional_t<width == lanes<f32v>, f32v, std::conditional_t<width == 4, f32x4, float>>;
-    detail::unroll<R / n>([&](auto unit) __attribute__((always_inline)) {
-        constexpr int lane = unit * n % width, block = unit * n / width * width;
-        V re[n], im[n];
-        for (int i = 0; i < n; i++) {
-            const int m = block + split_order<B>(lane + i);
-            re[i] = x[m].re;
-            im[i] = x[m].im;
+// Takes the results of butterflies j.., one butterfly a lane, to positions R*j.. in blocks of `width` samples: rows become
+// columns, four results of four butterflies at a time, as soon as the four are there. Only the first `count` lanes hold
+// butterflies.
+template <class V, int width, int R, int count> struct transposed_results {
+    complex<V> x[R];
+    float* dst;
+
+    template <int m> KRL_INLINE void operator()(std::integral_constant<int, m>, complex<V> v) {
+        if constexpr (lanes<V> == 1) {
+            store_block(dst + 2 * m, v);
+        } else {
+            x[m] = v;
+            detail::unroll<R / 4>([&](auto unit) __attribute__((always_inline)) {
+                if constexpr (last_of(unit) == m)
+                    store_unit<unit * 4>();
+            });
         }
-        transpose(re);
-        transpose(im);
-        detail::unroll<n>([&](auto i) __attribute__((always_inline)) {
+    }
+
+private:
+    // Result that stands in lane `lane` of the R / width blocks that one butterfly fills.
+    static constexpr int result_in(int lane) {
+        using B = std::conditional_t<width == 4, f32x4, f32v>;
+        return lane / width * width + split_order<B>(lane % width);
+    }
+    static constexpr int last_of(int unit) {
+        int last = result_in(4 * unit);
+        for (int i = 1; i < 4; i++)
+            if (result_rank<R>(result_in(4 * unit + i)) > result_rank<R>(last))
+                last = result_in(4 * unit + i);
+        return last;
+    }
+    template <int lane> KRL_INLINE void store_unit() {
+        static_assert(R % width == 0 && width % 4 == 0);
+        V re[4], im[4];
+        for (int i = 0; i < 4; i++) {
+            re[i] = x[result_in(lane + i)].re;
+            im[i] = x[result_in(lane + i)].im;
+        }
+        transpose_quads(re);
+        transpose_quads(im);
+        detail::unroll<lanes<V>>([&](auto i) __attribute__((always_inline)) {
             constexpr int butterfly = split_order<V>(i);
-            if (butterfly < count) {
-                float* p = dst + 2 * (butterfly * R + block) + lane;
-                store(p, re[i]);
-                store(p + width, im[i]);
+            if constexpr (butterfly < count) {
+                float* p = dst + 2 * (butterfly * R + lane / width * width) + lane % width;
+                store(p, quad(re[i % 4], i / 4));
+                store(p + width, quad(im[i % 4], i / 4));
             }
         });
-    });
-}
+    }
+};
 
 // Samples in the first `count` < lanes lanes, nothing read behind them; the other lanes are unspecified.
 template <class V, direction dir, int count> KRL_INLINE complex<V> load_first_samples(const float* p) {
@@ -88,22 +115,25 @@ template <int N, direction dir, bool scaled, int R, int width> struct first_pass
                                  std::conditional_t<(lanes<f32v> > 4 && width > 4 && count > 4), f32v, f32x4>>;
     static constexpr int n = lanes<V>;
 
-    // Butterflies j..j+active-1.
+    // Input q of butterflies j..j+active-1.
+    template <int active, int q> static KRL_INLINE complex<V> input(const float* src, int j) {
+        complex<V> x;
+        // A whole vector may be read as long as it ends inside the input.
+        if constexpr (active == n || q * count + n <= N)
+            x = load_samples<V, dir>(src + 2 * (j + q * count));
+        else
+            x = load_first_samples<V, dir, N - q * count>(src + 2 * (j + q * count));
+        if constexpr (scaled) {
+            const V factor = splat<V>(1.0f / N);
+            x = {x.re * factor, x.im * factor};
+        }
+        return x;
+    }
     template <int active> static KRL_INLINE void step(float* dst, const float* src, int j) {
-        complex<V> x[R];
-        detail::unroll<R>([&](auto q) __attribute__((always_inline)) {
-            // A whole vector may be read as long as it ends inside the input.
-            if constexpr (active == n || q * count + n <= N)
-                x[q] = load_samples<V, dir>(src + 2 * (j + q * count));
-            else
-                x[q] = load_first_samples<V, dir, N - q * count>(src + 2 * (j + q * count));
-            if constexpr (scaled) {
-                const V factor = splat<V>(1.0f / N);
-                x[q] = {x[q].re * factor, x[q].im * factor};
-            }
-        });
-        butterfly<R>(x);
-        store_transposed<width, R>(dst + 2 * R * j, x, active);
+        transposed_results<V, width, R, active> results;
+        results.dst = dst + 2 * R * j;
+        butterfly<R, V>([=](auto q) __attribute__((always_inline)) { return input<active, q>(src, j); },
+                        [&](auto m, complex<V> v) __attribute__((always_inline)) { results(m, v); });
     }
     static KRL_INLINE void run(float* dst, const float* src) {
         if constexpr (count < n) {
@@ -124,16 +154,18 @@ KRL_INLINE void twiddled_pass(float* dst, const float* src, Store store_result) 
     for (int k = 0; k < L; k += width) {
         const float* w = twiddles<V, R, L, precision>.value + 2 * (R - 1) * k;
         for (int b = 0; b < N / (R * L); b++) {
-            complex<V> x[R];
-            x[0] = load_block<V>(src + 2 * (L * b + k));
-            detail::unroll<R - 1>([&](auto i) __attribute__((always_inline)) {
-                constexpr int q = i + 1;
-                x[q] = rotate(load_block<V>(src + 2 * (L * b + k + q * (N / R))), load_aligned<V>(w + 2 * i * width),
-                              load_aligned<V>(w + (2 * i + 1) * width));
-            });
-            butterfly<R>(x);
-            for (int m = 0; m < R; m++)
-                store_result(dst + 2 * (L * R * b + k + m * L), x[m]);
+            const float* const from = src + 2 * (L * b + k);
+            float* const to = dst + 2 * (L * R * b + k);
+            butterfly<R, V>(
+                [=](auto q) __attribute__((always_inline)) {
+                    const complex<V> x = load_block<V>(from + 2 * q * (N / R));
+                    if constexpr (q == 0)
+                        return x;
+                    else
+                        return rotate(x, in_register(load_aligned<V>(w + 2 * (q - 1) * width)),
+                                      in_register(load_aligned<V>(w + (2 * q - 1) * width)));
+                },
+                [=](auto m, complex<V> x) __attribute__((always_inline)) { store_result(to + 2 * m * L, x); });
         }
     }
 }

@@ -76,16 +76,15 @@ template <int N, direction dir, bool scaled, rounding precision> struct transfor
     template <int R, int... rest>
     static KRL_INLINE void passes(radices<R, rest...>, float* out, const float* in, float* work) {
         if constexpr (sizeof...(rest) == 0) {
-            complex<float> x[N];
-            const float factor = scaled ? 1.0f / N : 1.0f;
-            for (int i = 0; i < N; i++) {
-                x[i] = load_samples<float, dir>(in + 2 * i);
-                if constexpr (scaled)
-                    x[i] = {x[i].re * factor, x[i].im * factor};
-            }
-            butterfly<R>(x);
+            detail::values<N, float> results; // all inputs are read before the first result is written
+            butterfly<N, float>(
+                [=](auto q) __attribute__((always_inline)) {
+                    const complex<float> x = load_samples<float, dir>(in + 2 * q);
+                    return scaled ? complex<float>{x.re * (1.0f / N), x.im * (1.0f / N)} : x;
+                },
+                results.sink());
             for (int i = 0; i < N; i++)
-                store_samples<float, dir>(out + 2 * i, x[i]);
+                store_samples<float, dir>(out + 2 * i, results(i));
         } else {
             first_pass<N, dir, scaled, R, lanes<V>>::run(out, in);
             later_passes<R>(radices<rest...>{}, out, work, true);
