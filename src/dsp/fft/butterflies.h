@@ -54,6 +54,9 @@ constexpr int inverse_modulo(int a, int m) {
 }
 constexpr int gcd(int a, int b) { return b == 0 ? a : gcd(b, a % b); }
 
+// How a butterfly without a body of its own is cut: this many points, then the rest.
+constexpr int first_factor(int r) { return r % 4 == 0 ? 4 : r % 3 == 0 ? 3 : r % 2 == 0 ? 2 : 5; }
+
 // f(integral constants 0..n-1): loops whose index is a constant in the body.
 template <int n, class F> KRL_INLINE void unroll(F f) {
     [&]<int... i>(std::integer_sequence<int, i...>) __attribute__((always_inline)) {
@@ -71,6 +74,13 @@ template <int R, class V> struct values {
         return [this](int m, complex<V> v) __attribute__((always_inline)) { x[m] = v; };
     }
 };
+
+// Results m with m mod A = a and m mod B = b where A and B are coprime, otherwise the b-th result of row a.
+template <int A, int B> constexpr int composite_result(int a, int b) {
+    if (gcd(A, B) != 1)
+        return a + A * b;
+    return (B * inverse_modulo(B % A, A) * a + A * inverse_modulo(A % B, B) * b) % (A * B);
+}
 
 // A*B points: B transforms of A points, the twiddle factors e^(-2*pi*i*a*b/(A*B)), and A transforms of B points. When A and
 // B are coprime, another order of inputs and results takes the place of the factors (I. J. Good 1958, L. H. Thomas 1963).
@@ -97,18 +107,29 @@ template <int A, int B, class V, class In, class Out> KRL_INLINE void composite_
                     return rotate(x, splat<V>(static_cast<float>(w.cos)), splat<V>(static_cast<float>(w.sin)));
             },
             [&](auto b, complex<V> v) __attribute__((always_inline)) {
-                constexpr int to_a = B * inverse_modulo(B % A, A), to_b = A * inverse_modulo(A % B, B);
-                out(index<coprime ? (to_a * a + to_b * b) % (A * B) : a + A * b>{}, v);
+                out(index<composite_result<A, B>(a, b)>{}, v);
             });
     });
 }
 
 } // namespace detail
 
-// The order in which out() sees the results of butterfly<R> for R = 4 and 8: rank of result m.
+// The order in which out() sees the results of butterfly<R>: rank of result m.
 template <int R> constexpr int result_rank(int m) {
-    static_assert(R == 4 || R == 8);
-    return R == 4 ? m : m % 4 * 2 + m / 4;
+    if constexpr (R <= 4) {
+        return m;
+    } else if constexpr (R == 5) {
+        return m == 4 ? 2 : m >= 2 ? m + 1 : m;
+    } else if constexpr (R == 8) {
+        return m % 4 * 2 + m / 4;
+    } else {
+        constexpr int A = detail::first_factor(R), B = R / A;
+        for (int a = 0; a < A; a++)
+            for (int b = 0; b < B; b++)
+                if (detail::composite_result<A, B>(a, b) == m)
+                    return a * B + result_rank<B>(b);
+        return 0;
+    }
 }
 
 template <int R, class V, class In, class Out> KRL_INLINE void butterfly(In in, Out out) {
@@ -167,7 +188,7 @@ template <int R, class V, class In, class Out> KRL_INLINE void butterfly(In in, 
         out(index<3>{}, complex<V>{mul_add(d3.re, c, even(3).re), mul_sub_from(d3.im, c, even(3).im)});
         out(index<7>{}, complex<V>{mul_sub_from(d3.re, c, even(3).re), mul_add(d3.im, c, even(3).im)});
     } else {
-        constexpr int A = R % 4 == 0 ? 4 : R % 3 == 0 ? 3 : R % 2 == 0 ? 2 : 5;
+        constexpr int A = detail::first_factor(R);
         detail::composite_butterfly<A, R / A, V>(in, out);
     }
 }
