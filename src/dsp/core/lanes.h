@@ -79,6 +79,17 @@ template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
     store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
 }
 
+// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are the
+// bottleneck, this keeps it to one load.
+template <class V> KRL_INLINE V in_register(V v) {
+#if defined(KRL_X86_FMA)
+    asm("" : "+x"(v));
+#elif defined(KRL_NEON)
+    asm("" : "+w"(v));
+#endif
+    return v;
+}
+
 // A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
 template <class V> KRL_INLINE V splat(element_of<V> x) {
     if constexpr (lanes<V> == 1) {
@@ -517,27 +528,23 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
 KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
 #endif
 
-// Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
-KRL_INLINE void transpose(float*) {}
-KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
+// the transpose of the left 4x4 block and the upper halves that of the right one.
+KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+KRL_INLINE f32x4 quad(f32x4 v, int) { return v; }
 #if KRL_LANES == 8
-KRL_INLINE void transpose(f32x8* r) {
-    f32x8 t[8];
-    for (int i = 0; i < 8; i += 4) { // 2x2 blocks inside the halves, then the halves' 4x4
-        const f32x8 a = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 b = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
-        const f32x8 c = __builtin_shufflevector(r[i + 2], r[i + 3], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 d = __builtin_shufflevector(r[i + 2], r[i + 3], 2, 10, 3, 11, 6, 14, 7, 15);
-        t[i] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
-        t[i + 2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
-    }
-    for (int i = 0; i < 4; i++) {
-        r[i] = __builtin_shufflevector(t[i], t[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        r[i + 4] = __builtin_shufflevector(t[i], t[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
+KRL_INLINE void transpose_quads(f32x8* r) {
+    const f32x8 a = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 b = __builtin_shufflevector(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 c = __builtin_shufflevector(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 d = __builtin_shufflevector(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);
+    r[0] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
+    r[2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
 }
+// Lanes 4*i .. 4*i+3.
+KRL_INLINE f32x4 quad(f32x8 v, int i) { return i == 0 ? _mm256_castps256_ps128(v) : _mm256_extractf128_ps(v, 1); }
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
