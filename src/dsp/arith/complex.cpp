@@ -5,6 +5,7 @@
 #include "korla/dsp/complex.h"
 
 #include <cstring>
+#include <type_traits>
 
 #include "dsp/core/exp2.h"
 #include "dsp/core/vector_map.h"
@@ -54,9 +55,8 @@ template <class V> KRL_INLINE V conjugate_product(V a, V b) {
 // Both parts of the numerator over |x|^2 = x.re x.re + [x.im x.im], a single: its reciprocal and the products with it are
 // formed in double precision and rounded once.
 template <class V> KRL_INLINE V over_squared_magnitude(V numerator, V x) {
-    const auto magnitudes = to_double(fma(x, x, swap_pairs(x * x))); // in the even lanes
-    using D = decltype(magnitudes.a);
-    const D reciprocal = splat<D>(1.0) / even_lanes(magnitudes.a, magnitudes.b);
+    const auto magnitude = even_to_double(fma(x, x, swap_pairs(x * x)));
+    const auto reciprocal = splat<std::remove_const_t<decltype(magnitude)>>(1.0) / magnitude;
     const auto n = to_double(numerator);
     return to_single({n.a * twice_even(reciprocal), n.b * twice_odd(reciprocal)});
 }

@@ -376,8 +376,6 @@ KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
-// The even lanes of a and of b in alternation.
-KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
 // Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
@@ -423,7 +421,6 @@ KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
-KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
@@ -442,6 +439,15 @@ KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
     return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
 }
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
+#endif
+
+// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each and twice_odd
+// those of to_double(v).b.
+KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
+#if KRL_LANES == 8
+KRL_INLINE f64x4 even_to_double(f32x8 v) {
+    return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v))));
+}
 #endif
 
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
