@@ -99,8 +99,8 @@ template <class access, int count>
 inline void mix_to_both(float* d0, float* d1, const float* inputs, const float* coefficients, uint32_t n) {
     float c[2 * count]; // the compiler cannot know that the destinations do not change them
     memcpy(c, coefficients, sizeof(c));
-    auto both = [&c](auto in) {
-        return lane_pair{weighted_sum<count>(in.of, c), weighted_sum<count>(in.of, c + count)};
+    auto both = [&c]<class V>(stacked_lanes<V, count> in) {
+        return lane_pair<V>{weighted_sum<count>(in.of, c), weighted_sum<count>(in.of, c + count)};
     };
     map_vector<access, 1>(to_both{d0, d1}, floats(n), both, stack<count>(inputs, n));
 }

@@ -82,20 +82,20 @@ struct from_real {
 };
 
 // `count` vectors one behind the other, `distance` floats apart; apart from the destination.
+template <class V, int count> struct stacked_lanes { V of[count]; };
 template <int count> struct from_stack {
     const float* p;
     size_t distance;
-    template <class V> struct lanes_of_each { V of[count]; };
-    template <class access, class V> KRL_INLINE lanes_of_each<V> load(size_t i) const {
+    template <class access, class V> KRL_INLINE stacked_lanes<V, count> load(size_t i) const {
         return each<V>([&](size_t j) { return access::template load<V>(p + j * distance + i); });
     }
-    KRL_INLINE lanes_of_each<f32x4> load_first(size_t n) const {
+    KRL_INLINE stacked_lanes<f32x4, count> load_first(size_t n) const {
         return each<f32x4>([&](size_t j) { return krl::load_first<f32x4>(p + j * distance, n); });
     }
 
 private:
-    template <class V, class L> static KRL_INLINE lanes_of_each<V> each(L load_one) {
-        lanes_of_each<V> v;
+    template <class V, class L> static KRL_INLINE stacked_lanes<V, count> each(L load_one) {
+        stacked_lanes<V, count> v;
 #pragma GCC unroll 8
         for (size_t j = 0; j < count; j++)
             v.of[j] = load_one(j);
