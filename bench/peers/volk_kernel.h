@@ -12,8 +12,8 @@
 
 namespace korla_bench {
 
-// A line of volk_config decides: kernel, aligned, unaligned. Otherwise VOLK ranks by the mask of the instruction sets an
-// implementation needs, and takes the aligned one for aligned buffers.
+// A line of volk_config decides: kernel, aligned, unaligned. Otherwise VOLK ranks by the mask of the instruction sets
+// an implementation needs, and takes the aligned one for aligned buffers.
 inline std::string volk_choice(const char* kernel, volk_func_desc_t implementations) {
     if (const char* path = std::getenv("VOLK_CONFIGPATH")) {
         std::ifstream config(std::string(path) + "/volk/volk_config");
@@ -33,6 +33,7 @@ inline std::string volk_choice(const char* kernel, volk_func_desc_t implementati
     return std::string(kernel) + " " + (name[1].empty() ? name[0] : name[1]);
 }
 #define KORLA_VOLK(kernel, ...)                                                                                        \
-    ::korla_bench::volk_choice(#kernel, kernel##_get_func_desc()), [](::korla_bench::Buffers& x, uint32_t n) { kernel(__VA_ARGS__); }
+    ::korla_bench::volk_choice(#kernel, kernel##_get_func_desc()),                                                     \
+        [](::korla_bench::Buffers& x, uint32_t n) { kernel(__VA_ARGS__); }
 
 } // namespace korla_bench

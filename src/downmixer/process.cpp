@@ -30,6 +30,8 @@ void process_staged(korvex_downmixer_state& state, const korvex_downmixer_buffer
                     const korvex_downmixer_buffer& out, uint32_t frames) {
     constexpr uint32_t group_frames = 256, group_tiles = group_frames / tile_frames;
     const uint32_t inputs = state.matrix.inputs, outputs = state.matrix.outputs;
+    const ReadTile read = reader_of(in, inputs);
+    const WriteTile write = writer_of(out, outputs);
     korvex_ht_kvlim& limiter = *state.limiter;
 
     for (uint32_t first = 0; first < state.block; first += group_frames) {
@@ -42,7 +44,7 @@ void process_staged(korvex_downmixer_state& state, const korvex_downmixer_buffer
             const PlanarBuffer mixed = state.out.from(tile_first), converted = state.in.from(tile_first);
             float peak = 0.0f;
             if (n > 0) {
-                to_planar(converted, in, inputs, tile_first, n);
+                read(converted, in, inputs, tile_first, n);
                 peak = mix(mixed, state.matrix, converted, n);
             }
             if (n < tile_frames)
@@ -57,7 +59,7 @@ void process_staged(korvex_downmixer_state& state, const korvex_downmixer_buffer
         for (uint32_t k = 0; k < tiles; k++) {
             const uint32_t tile_first = first + k * tile_frames, n = valid_frames(tile_first);
             if (n > 0)
-                from_planar(out, state.out.from(tile_first), outputs, tile_first, n);
+                write(out, state.out.from(tile_first), outputs, tile_first, n);
         }
     }
 }

@@ -19,11 +19,15 @@ struct PlanarBuffer {
 // Frames that are converted at a time.
 inline constexpr uint32_t tile_frames = 32;
 
-// `frames` frames, at most tile_frames, from `first` on, of the first `channels` channels of the caller's buffer; the
-// planar side starts at its frame 0. A format without a conversion leaves the destination as it is.
-void to_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
-               uint32_t frames);
-void from_planar(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
-                 uint32_t frames);
+// Converts `frames` frames, at most tile_frames, from `first` on, of the first `channels` channels of the caller's buffer;
+// the planar side starts at its frame 0.
+using ReadTile = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+                          uint32_t frames);
+using WriteTile = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+                           uint32_t frames);
+
+// The conversion for a buffer's format and arrangement. A format without one leaves the destination as it is.
+ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
+WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
 
 } // namespace korla::downmixer

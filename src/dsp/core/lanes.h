@@ -123,9 +123,9 @@ template <class V> KRL_INLINE V negate_even(V v) {
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
 
-// ---- partial loads and stores ----------------------------------------------------------------------------------------
+// ---- partial loads and stores ---------------------------------------------------------------------------------------
 
-// The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
+// The first `count` lanes, fewer than V has: the others are zero in what is loaded, and left alone where it is stored.
 template <class V> V load_first(const float* p, size_t count);
 template <> KRL_INLINE f32x4 load_first(const float* p, size_t count) {
     f32x4 v = {};
@@ -191,6 +191,27 @@ KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) {
 KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) {
     return fma(a, b, -negate_even(c));
 }
+#endif
+
+// a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for algorithms
+// that leave the rounding open.
+#if defined(KRL_NEON)
+KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
+KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
+KRL_INLINE f32x4 mul_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, c); }
+KRL_INLINE f32x4 mul_sub_from(f32x4 a, f32x4 b, f32x4 c) {
+    return (f32x4)vfmsq_f32((float32x4_t)c, (float32x4_t)a, (float32x4_t)b);
+}
+#elif defined(KRL_X86_FMA)
+KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
+KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
+KRL_INLINE f32x4 mul_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, c); }
+KRL_INLINE f32x4 mul_sub_from(f32x4 a, f32x4 b, f32x4 c) { return _mm_fnmadd_ps(a, b, c); }
+KRL_INLINE f32x8 mul_add(f32x8 a, f32x8 b, f32x8 c) { return fma(a, b, c); }
+KRL_INLINE f32x8 mul_sub_from(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fnmadd_ps(a, b, c); }
+#else
+template <class V> KRL_INLINE V mul_add(V a, V b, V c) { return a * b + c; }
+template <class V> KRL_INLINE V mul_sub_from(V a, V b, V c) { return c - a * b; }
 #endif
 
 // ---- maximum and minimum --------------------------------------------------------------------------------------------
@@ -285,6 +306,28 @@ template <class V> KRL_INLINE V min_num(V a, V b) {
 }
 #endif
 
+// max_quick, min_quick: one instruction on every target, the same as max_num and min_num, except that x86 gives b when b
+// is NaN and when both are zeros (-0 and +0 in either order).
+#if defined(KRL_NEON)
+inline constexpr bool quick_is_exact = true;
+template <class V> KRL_INLINE V max_quick(V a, V b) { return max_num(a, b); }
+template <class V> KRL_INLINE V min_quick(V a, V b) { return min_num(a, b); }
+#else
+inline constexpr bool quick_is_exact = false;
+template <class V> KRL_INLINE V max_quick(V a, V b) {
+    if constexpr (lanes<V> == 1)
+        return a > b ? a : b;
+    else
+        return detail::pick_max(a, b);
+}
+template <class V> KRL_INLINE V min_quick(V a, V b) {
+    if constexpr (lanes<V> == 1)
+        return a < b ? a : b;
+    else
+        return detail::pick_min(a, b);
+}
+#endif
+
 // Integer maximum, and the greatest lane of a vector.
 #if defined(KRL_NEON)
 KRL_INLINE i32x4 max_int(i32x4 a, i32x4 b) { return (i32x4)vmaxq_s32((int32x4_t)a, (int32x4_t)b); }
@@ -376,6 +419,12 @@ KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
+// Every lane one place up, `first` in the lowest.
+KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
+    v[0] = first;
+    return v;
+}
 // Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
@@ -421,6 +470,70 @@ KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
+KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
+    v[0] = first;
+    return v;
+}
+#endif
+
+// f32v as its four-lane halves (one or two of them): half h, and f32v from f(h) for each half.
+inline constexpr int halves = lanes<f32v> / 4;
+#if KRL_LANES == 8
+KRL_INLINE f32x4 half(f32v v, int h) { return h == 0 ? lower(v) : upper(v); }
+template <class F> KRL_INLINE f32v from_halves(F f) { return concat(f(0), f(1)); }
+#else
+KRL_INLINE f32x4 half(f32v v, int) { return v; }
+template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
+#endif
+
+// Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the order
+// that costs least: lane i belongs to sample split_order<V>(i). The order is its own inverse, and it commutes with
+// reverse(): lanes - 1 - split_order(i) = split_order(lanes - 1 - i).
+template <class V> constexpr int split_order(int lane) {
+    if (lanes<V> == 8 && lane >= 2 && lane < 6) // 0 1 4 5 2 3 6 7: the halves of 256-bit vectors stay apart
+        return lane ^ 6;
+    return lane;
+}
+KRL_INLINE lane_pair<float> split(float re, float im) { return {re, im}; }
+KRL_INLINE lane_pair<float> join(float re, float im) { return {re, im}; }
+KRL_INLINE float to_split_order(float v) { return v; }
+KRL_INLINE lane_pair<f32x4> split(f32x4 lo, f32x4 hi) { return deinterleave(lo, hi); }
+KRL_INLINE lane_pair<f32x4> join(f32x4 re, f32x4 im) { return interleave(re, im); }
+KRL_INLINE f32x4 to_split_order(f32x4 v) { return v; }
+#if KRL_LANES == 8
+KRL_INLINE lane_pair<f32x8> split(f32x8 lo, f32x8 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14),
+            __builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15)};
+}
+KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
+    return {__builtin_shufflevector(re, im, 0, 8, 1, 9, 4, 12, 5, 13),
+            __builtin_shufflevector(re, im, 2, 10, 3, 11, 6, 14, 7, 15)};
+}
+KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
+#endif
+
+// Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
+KRL_INLINE void transpose(float*) {}
+KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+#if KRL_LANES == 8
+KRL_INLINE void transpose(f32x8* r) {
+    f32x8 t[8];
+    for (int i = 0; i < 8; i += 4) { // 2x2 blocks inside the halves, then the halves' 4x4
+        const f32x8 a = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        const f32x8 b = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+        const f32x8 c = __builtin_shufflevector(r[i + 2], r[i + 3], 0, 8, 1, 9, 4, 12, 5, 13);
+        const f32x8 d = __builtin_shufflevector(r[i + 2], r[i + 3], 2, 10, 3, 11, 6, 14, 7, 15);
+        t[i] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
+        t[i + 1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
+        t[i + 2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
+        t[i + 3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+    for (int i = 0; i < 4; i++) {
+        r[i] = __builtin_shufflevector(t[i], t[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        r[i + 4] = __builtin_shufflevector(t[i], t[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    }
+}
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
@@ -432,7 +545,8 @@ KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
 }
 KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     using f32x2 = float __attribute__((vector_size(8)));
-    return __builtin_shufflevector(__builtin_convertvector(v.a, f32x2), __builtin_convertvector(v.b, f32x2), 0, 1, 2, 3);
+    const f32x2 a = __builtin_convertvector(v.a, f32x2), b = __builtin_convertvector(v.b, f32x2);
+    return __builtin_shufflevector(a, b, 0, 1, 2, 3);
 }
 #if KRL_LANES == 8
 KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
@@ -441,8 +555,8 @@ KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
 #endif
 
-// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each and twice_odd
-// those of to_double(v).b.
+// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each, and
+// twice_odd those of to_double(v).b.
 KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
 #if KRL_LANES == 8
 KRL_INLINE f64x4 even_to_double(f32x8 v) {
@@ -486,29 +600,53 @@ KRL_INLINE i32x4 round_to_int(f32x4 v) {
 }
 #endif
 
-// 16-bit integers, as many as a vector has lanes, at any alignment. What is stored is inside their range.
-template <class I> KRL_INLINE I load_int16(const int16_t* p);
-template <> KRL_INLINE i32x4 load_int16<i32x4>(const int16_t* p) {
-    int16_t __attribute__((vector_size(8))) v;
+// 16-bit integers at any alignment, two or four at a time. What is stored is inside their range.
+using i16x2 = int16_t __attribute__((vector_size(4)));
+using i16x4 = int16_t __attribute__((vector_size(8)));
+using i32x2 = int32_t __attribute__((vector_size(8)));
+#if defined(KRL_X86_FMA)
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+    return (i32x4)_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+}
+KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32((__m128i)v, (__m128i)v));
+}
+#else
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+    i16x4 v;
     __builtin_memcpy(&v, p, sizeof(v));
     return __builtin_convertvector(v, i32x4);
 }
 KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
-    using i16x4 = int16_t __attribute__((vector_size(8)));
     i16x4 r = __builtin_convertvector(v, i16x4);
     __builtin_memcpy(p, &r, sizeof(r));
+}
+#endif
+KRL_INLINE i32x2 load_int16_pair(const int16_t* p) {
+#if defined(KRL_X86_FMA)
+    int32_t both;
+    __builtin_memcpy(&both, p, sizeof(both));
+    const i32x4 v = (i32x4)_mm_cvtepi16_epi32(_mm_cvtsi32_si128(both));
+    return __builtin_shufflevector(v, v, 0, 1);
+#else
+    i16x2 v;
+    __builtin_memcpy(&v, p, sizeof(v));
+    return i32x2{v[0], v[1]};
+#endif
+}
+KRL_INLINE void store_int16_pair(int16_t* p, i32x2 v) {
+#if defined(KRL_X86_FMA)
+    const __m128i wide = (__m128i)__builtin_shufflevector(v, v, 0, 1, 0, 1);
+    const int32_t both = _mm_cvtsi128_si32(_mm_packs_epi32(wide, wide));
+    __builtin_memcpy(p, &both, sizeof(both));
+#else
+    p[0] = static_cast<int16_t>(v[0]);
+    p[1] = static_cast<int16_t>(v[1]);
+#endif
 }
 #if KRL_LANES == 8
 KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }
 KRL_INLINE i32x8 round_to_int(f32x8 v) { return (i32x8)_mm256_cvtps_epi32(v) & (v == v); }
-template <> KRL_INLINE i32x8 load_int16<i32x8>(const int16_t* p) {
-    return (i32x8)_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-}
-KRL_INLINE void store_int16(int16_t* p, i32x8 v) {
-    const __m256i w = (__m256i)v;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
-                     _mm_packs_epi32(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1)));
-}
 #endif
 
 } // namespace krl
