@@ -134,9 +134,9 @@ template <class V> KRL_INLINE V negate_even(V v) {
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
 
-// ---- partial loads and stores ----------------------------------------------------------------------------------------
+// ---- partial loads and stores ---------------------------------------------------------------------------------------
 
-// The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
+// The first `count` lanes, fewer than V has: the others are zero in what is loaded, and left alone where it is stored.
 template <class V> V load_first(const float* p, size_t count);
 template <> KRL_INLINE f32x4 load_first(const float* p, size_t count) {
     f32x4 v = {};
@@ -431,8 +431,6 @@ KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
-// The even lanes of a and of b in alternation.
-KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
@@ -484,7 +482,6 @@ KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
-KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
     v[0] = first;
@@ -556,13 +553,23 @@ KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
 }
 KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     using f32x2 = float __attribute__((vector_size(8)));
-    return __builtin_shufflevector(__builtin_convertvector(v.a, f32x2), __builtin_convertvector(v.b, f32x2), 0, 1, 2, 3);
+    const f32x2 a = __builtin_convertvector(v.a, f32x2), b = __builtin_convertvector(v.b, f32x2);
+    return __builtin_shufflevector(a, b, 0, 1, 2, 3);
 }
 #if KRL_LANES == 8
 KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
     return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
 }
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
+#endif
+
+// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each, and
+// twice_odd those of to_double(v).b.
+KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
+#if KRL_LANES == 8
+KRL_INLINE f64x4 even_to_double(f32x8 v) {
+    return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v))));
+}
 #endif
 
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
