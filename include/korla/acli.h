@@ -155,8 +155,9 @@ typedef struct acli_descriptor {
 
     /** Parameter ACLI_PARAM_MEDIA_FORMAT takes an acli_param_value. Any other parameter or mode does nothing.
      *
-     * Returns 0 also when the block was refused; a refusal shows as output_channel_count 0. Refused are layout indexes
-     * above 31 (explicit), host codes above 48, automatic layouts that the engine does not know, maps without a channel.
+     * Returns 0 also when the block was refused; a refusal shows as output_channel_count 0: set it to 0 before the
+     * call, since an automatic map without any channel is refused without writing it. Refused are layout indexes above 31
+     * (explicit), host codes above 48, automatic layouts that the engine does not know, maps without a channel.
      * -1: null handle, or null value or block with parameter ACLI_PARAM_MEDIA_FORMAT. */
     int32_t (*set_param)(void *handle, uint32_t param_id, uintptr_t, uintptr_t, const acli_param_value *value);
 

@@ -1,4 +1,4 @@
-// Exported arrays with values from constexpr functions.
+// Constant tables with values from constexpr functions, exported as C arrays.
 //
 // C++ initialises an array only element by element, but a struct that holds one also from a function's result. The
 // struct has the array's layout, so each exported array is defined as such a struct under the array's symbol name.
@@ -6,12 +6,23 @@
 
 #include <cstddef>
 
+#include "korla/export.h"
+
 namespace krl {
 
-template <size_t size>
+template <size_t size, class T = float>
 struct Table {
-    float value[size];
+    T value[size];
 };
+
+// value[i] = f(i), rounded once to float.
+template <size_t size, class F>
+constexpr Table<size> make_table(F f) {
+    Table<size> table{};
+    for (size_t i = 0; i < size; i++)
+        table.value[i] = static_cast<float>(f(static_cast<int>(i)));
+    return table;
+}
 
 } // namespace krl
 
