@@ -14,57 +14,73 @@ struct krl_qmf_synthesis : qmf::Bank {
 
 namespace {
 
-struct FilterInput { f32x4 even, odd; };
+// Slots are modulated a few at a time, so that the delay line of a group of bands stays in registers over them.
+constexpr uint32_t slots_at_once = 4, most_bands = 64;
 
-// One slot through the delay line; input(k) gives what enters the even and odd taps of bands k..k+3. The tables for P = 4
-// expect their even taps negated.
-template <int P, class Input> KRL_INLINE void filter(krl_qmf_synthesis& synthesis, float* out, float gain, Input input) {
+struct FilterInput { f32v even, odd; };
+
+// The two kinds of sub-bands: how a slot becomes the 2M floats that the filter starts from, and what enters the even and odd
+// taps of the bands from k on.
+struct RealSubbands {
+    const float* in;
+    float gain = 2.0f;
+
+    void modulate(const krl_qmf_synthesis& synthesis, uint32_t slot, float* g) const {
+        const uint32_t M = synthesis.bands;
+        memcpy(g, in + slot * synthesis.slot_increment, M * sizeof(float));
+        krl_inverseModulationReal(g, g + M, M, synthesis.half_fft, synthesis.tables->dct);
+    }
+    static KRL_INLINE FilterInput load_from(const krl_qmf_synthesis& synthesis, const float* g, uint32_t k) {
+        return {load_aligned<f32v>(g + k), load_aligned<f32v>(g + synthesis.bands + k)};
+    }
+};
+struct ComplexSubbands {
+    const float* const* in;
+    float gain = 2.0f;
+
+    void modulate(const krl_qmf_synthesis& synthesis, uint32_t slot, float* Y) const {
+        krl_inverseModulationComplex(in[slot], Y, synthesis.scratch, synthesis.bands, synthesis.mode, synthesis.twiddle,
+                                     synthesis.fft);
+    }
+    // even + j odd = Y exp(-j pi k / (2M)); the table holds halves.
+    static KRL_INLINE FilterInput load_from(const krl_qmf_synthesis& synthesis, const float* Y, uint32_t k) {
+        const auto [re, im] = deinterleave(load_aligned<f32v>(Y + 2 * k), load_aligned<f32v>(Y + 2 * k + lanes<f32v>));
+        const auto [sine, cosine] = load_groups<f32v>(synthesis.tables->rotations + 2 * k);
+        const f32v even = fma(re, cosine, im * sine), odd = fma(im, cosine, -(re * sine));
+        return {even + even, odd + odd};
+    }
+};
+
+// `slots` slots through the delay line. The tables for P = 4 expect their even taps negated.
+template <int P, class Subbands>
+void filter(const krl_qmf_synthesis& synthesis, float* out, const float (*modulated)[2 * most_bands], uint32_t slots,
+            float gain) {
     const uint32_t M = synthesis.bands;
-    float* state = synthesis.state;
-    for (uint32_t k = 0; k < M; k += 4, state += 4 * (2 * P - 1)) {
+    using Line = DelayLine<2 * P, P == 4 ? 0x55 : 0>;
+    for (uint32_t k = 0; k < M; k += lanes<f32v>) {
         const float* c = synthesis.prototype + k;
-        const FilterInput x = input(k);
-        const f32x4 y = delay_line<2 * P, P == 4 ? 0x55 : 0>(state, x.even, x.odd,
-                                                             [=](uint32_t j) { return load<f32x4>(c + j * M); });
-        store(out + k, y * splat<f32x4>(gain));
+        float* state = synthesis.state + k * Line::sums;
+        Line line(state);
+        for (uint32_t slot = 0; slot < slots; slot++) {
+            const FilterInput x = Subbands::load_from(synthesis, modulated[slot], k);
+            const f32v y = line.step(x.even, x.odd, [=](uint32_t j) { return load<f32v>(c + j * M); });
+            store(out + slot * M + k, y * splat<f32v>(gain));
+        }
+        line.store_to(state);
     }
 }
 
-template <int P> void synthesise_real(krl_qmf_synthesis& synthesis, float* out, const float* in) {
-    const uint32_t M = synthesis.bands;
-    float *g = synthesis.scratch, *g_odd = g + M;
-    for (uint32_t slot = 0; slot < synthesis.slots; slot++, out += M, in += synthesis.slot_increment) {
-        memcpy(g, in, M * sizeof(float));
-        krl_inverseModulationReal(g, g_odd, M, synthesis.half_fft, synthesis.tables->dct);
-        filter<P>(synthesis, out, 2.0f, [=](uint32_t k) {
-            return FilterInput{load_aligned<f32x4>(g + k), load_aligned<f32x4>(g_odd + k)};
-        });
+template <class Subbands> void synthesise(krl_qmf_synthesis* synthesis, float* out, Subbands subbands) {
+    if (!synthesis)
+        return;
+    alignas(32) float modulated[slots_at_once][2 * most_bands];
+    const auto filter_of_periods = synthesis->periods == 5 ? filter<5, Subbands> : filter<4, Subbands>;
+    for (uint32_t slot = 0; slot < synthesis->slots; slot += slots_at_once) {
+        const uint32_t rest = synthesis->slots - slot, slots = rest < slots_at_once ? rest : slots_at_once;
+        for (uint32_t i = 0; i < slots; i++)
+            subbands.modulate(*synthesis, slot + i, modulated[i]);
+        filter_of_periods(*synthesis, out + slot * synthesis->bands, modulated, slots, subbands.gain);
     }
-}
-
-template <int P> void synthesise_complex(krl_qmf_synthesis& synthesis, float* out, const float* const* in, float gain) {
-    const uint32_t M = synthesis.bands;
-    float *spectrum = synthesis.scratch, *Y = spectrum + 2 * M;
-    const float* rotations = synthesis.tables->rotations;
-    for (uint32_t slot = 0; slot < synthesis.slots; slot++, out += M) {
-        krl_inverseModulationComplex(in[slot], Y, spectrum, M, synthesis.mode, synthesis.twiddle, synthesis.fft);
-        // even + j odd = Y exp(-j pi k / (2M)); the table holds halves
-        filter<P>(synthesis, out, gain, [=](uint32_t k) {
-            const auto [re, im] = deinterleave(load_aligned<f32x4>(Y + 2 * k), load_aligned<f32x4>(Y + 2 * k + 4));
-            const auto [sine, cosine] = load_groups<f32x4>(rotations + 2 * k);
-            const f32x4 even = fma(re, cosine, im * sine), odd = fma(im, cosine, -(re * sine));
-            return FilterInput{even + even, odd + odd};
-        });
-    }
-}
-
-void synthesise(krl_qmf_synthesis* synthesis, float* out, const float* in) {
-    if (synthesis)
-        (synthesis->periods == 5 ? synthesise_real<5> : synthesise_real<4>)(*synthesis, out, in);
-}
-void synthesise(krl_qmf_synthesis* synthesis, float* out, const float* const* in, float gain = 2.0f) {
-    if (synthesis)
-        (synthesis->periods == 5 ? synthesise_complex<5> : synthesise_complex<4>)(*synthesis, out, in, gain);
 }
 
 void clear(krl_qmf_synthesis* synthesis) {
@@ -107,12 +123,14 @@ uint32_t KRL_qmf_synthesisL_get_delay(const krl_qmf_synthesis* synthesis) { retu
 void KRL_qmf_synthesisL_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other) {
     copy_states(synthesis, other);
 }
-void KRL_Lqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in) { synthesise(synthesis, out, in); }
+void KRL_Lqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in) {
+    synthesise(synthesis, out, RealSubbands{in});
+}
 void KRL_Lqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in) {
-    synthesise(synthesis, out, in);
+    synthesise(synthesis, out, ComplexSubbands{in});
 }
 void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* synthesis, float* out, const float* const* in) {
-    synthesise(synthesis, out, in, 4.0f);
+    synthesise(synthesis, out, ComplexSubbands{in, 4.0f});
 }
 void KRL_qmf_synthesisL_close(krl_qmf_synthesis*) {}
 
@@ -135,8 +153,10 @@ uint32_t KRL_qmf_synthesisS_get_delay(const krl_qmf_synthesis* synthesis) { retu
 void KRL_qmf_synthesisS_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other) {
     copy_states(synthesis, other);
 }
-void KRL_Sqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in) { synthesise(synthesis, out, in); }
+void KRL_Sqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in) {
+    synthesise(synthesis, out, RealSubbands{in});
+}
 void KRL_Sqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in) {
-    synthesise(synthesis, out, in);
+    synthesise(synthesis, out, ComplexSubbands{in});
 }
 void KRL_qmf_synthesisS_close(krl_qmf_synthesis*) {}
