@@ -21,73 +21,105 @@ struct krl_qmf_analysis : qmf::Bank {
 
 namespace {
 
-// One slot through the polyphase filter, twice the prototype's P taps per phase k = 0..M-1. With x_j the block of j slots ago:
+// Slots are filtered a few at a time, so that every block of samples is loaded once for all of them.
+constexpr uint32_t slots_at_once = 4, most_bands = 64;
+
+// `slots` slots through the polyphase filter with its 2P taps per phase k = 0..M-1. With x_j the block of j slots before one:
 //
 //     even[k] = sum over i = 0..P-1 of c[2i M + k] x_(2P-1-2i)[k]          negated for P = 4, whose tables expect it
 //     odd[k] = sum over i = 0..P-1 of c[(2i+1) M + k] x_(2P-2-2i)[k]
 //
-// each as a chain of fused steps in the order of i. Calls sink(k, even, odd) for runs of lanes<f32v> phases.
-template <int P, class Sink> KRL_INLINE void polyphase(krl_qmf_analysis& analysis, const float* in, Sink sink) {
+// each as a chain of fused steps in the order of i. Calls sink(slot, k, even, odd) for runs of lanes<f32v> phases.
+template <int P, int slots, class Sink> KRL_INLINE void polyphase(krl_qmf_analysis& analysis, const float* in, Sink sink) {
+    constexpr int past = 2 * P - 1;
+    static_assert(slots <= past);
     const uint32_t M = analysis.bands;
     const float* c = analysis.prototype;
-    float* block[2 * P - 1];
-    block[0] = analysis.ring[2 * P - 2]; // the oldest, x_(2P-1), makes room for the newest
-    for (int j = 1; j < 2 * P - 1; j++)
-        block[j] = analysis.ring[j - 1];
-    memcpy(analysis.ring, block, sizeof(block));
+    // From the oldest to the newest block. The newest take the place of the oldest, which nothing needs any more.
+    float* history[past];
+    for (int t = 0; t < past; t++)
+        history[t] = analysis.ring[past - 1 - t];
+    for (int t = 0; t < past; t++)
+        analysis.ring[past - 1 - t] = history[(t + slots) % past];
 
     for (uint32_t k = 0; k < M; k += lanes<f32v>) {
-        const f32v newest = load<f32v>(in + k);
-        f32v even = load<f32v>(c + k) * load_aligned<f32v>(block[0] + k);
-        f32v odd = load<f32v>(c + M + k) * load_aligned<f32v>(block[2 * P - 2] + k);
-#pragma GCC unroll 4
-        for (int i = 1; i < P; i++) {
-            even = fma(load<f32v>(c + 2 * i * M + k), load_aligned<f32v>(block[2 * P - 1 - 2 * i] + k), even);
-            odd = fma(load<f32v>(c + (2 * i + 1) * M + k),
-                      i == P - 1 ? newest : load_aligned<f32v>(block[2 * P - 2 - 2 * i] + k), odd);
+        f32v even[slots], odd[slots];
+#pragma GCC unroll 16
+        for (int t = 0; t < past + slots; t++) {
+            const f32v x = t < past ? load_aligned<f32v>(history[t] + k) : load<f32v>(in + (t - past) * M + k);
+#pragma GCC unroll 8
+            for (int slot = 0; slot < slots; slot++) {
+                const int block = t - slot; // of the prototype
+                if (block < 0 || block > past)
+                    continue;
+                f32v& sum = block % 2 == 0 ? even[slot] : odd[slot];
+                const f32v tap = load<f32v>(c + block * M + k);
+                sum = block < 2 ? tap * x : fma(tap, x, sum);
+            }
         }
-        store_aligned(block[0] + k, newest);
-        sink(k, P == 4 ? -even : even, odd);
+#pragma GCC unroll 8
+        for (int slot = 0; slot < slots; slot++) {
+            store_aligned(history[slot] + k, load<f32v>(in + slot * M + k));
+            sink(slot, k, P == 4 ? -even[slot] : even[slot], odd[slot]);
+        }
     }
 }
 
-template <int P> void analyse_real(krl_qmf_analysis& analysis, float* out, const float* in) {
-    const uint32_t M = analysis.bands;
-    float* f = analysis.scratch;
-    for (uint32_t slot = 0; slot < analysis.slots; slot++, in += M, out += analysis.slot_increment) {
-        polyphase<P>(analysis, in, [=](uint32_t k, f32v even, f32v odd) { // in descending order
-            store(f + M - k - lanes<f32v>, reverse(odd));
-            store(f + 2 * M - k - lanes<f32v>, reverse(even));
-        });
-        krl_forwardModulationReal(f, out, M, analysis.half_fft, analysis.tables->dct, f + 2 * M);
+// The two kinds of sub-bands: what becomes of the filter's outputs, 2M floats a slot, and how they make a slot's sub-bands.
+struct RealSubbands {
+    float* out;
+
+    // In descending order.
+    static KRL_INLINE void store_output(float* f, uint32_t k, uint32_t M, const float*, f32v even, f32v odd) {
+        store(f + M - k - lanes<f32v>, reverse(odd));
+        store(f + 2 * M - k - lanes<f32v>, reverse(even));
     }
+    void modulate(const krl_qmf_analysis& analysis, uint32_t slot, float* f) const {
+        krl_forwardModulationReal(f, out + slot * analysis.slot_increment, analysis.bands, analysis.half_fft,
+                                  analysis.tables->dct, analysis.scratch);
+    }
+};
+struct ComplexSubbands {
+    float* const* out;
+
+    // v[i] = (a + j b) (sin + j cos), with a and b the outputs in descending order.
+    static KRL_INLINE void store_output(float* v, uint32_t k, uint32_t M, const float* rotations, f32v even, f32v odd) {
+        const uint32_t i = M - k - lanes<f32v>;
+        const f32v a = reverse(even), b = reverse(odd);
+        const auto [sine, cosine] = load_groups<f32v>(rotations + 2 * i);
+        const auto [lo, hi] = interleave(fma(a, sine, -(b * cosine)), fma(a, cosine, b * sine));
+        store(v + 2 * i, lo);
+        store(v + 2 * i + lanes<f32v>, hi);
+    }
+    void modulate(const krl_qmf_analysis& analysis, uint32_t slot, float* v) const {
+        krl_forwardModulationComplex(v, out[slot], analysis.scratch, analysis.bands, analysis.mode, analysis.twiddle,
+                                     analysis.fft);
+    }
+};
+
+template <int P, int slots, class Subbands>
+void analyse_slots(krl_qmf_analysis& analysis, Subbands subbands, uint32_t first, const float* in) {
+    alignas(32) float filtered[slots][2 * most_bands];
+    polyphase<P, slots>(analysis, in + first * analysis.bands,
+                        [&filtered, M = analysis.bands, rotations = analysis.tables->scaled_rotations](
+                            int slot, uint32_t k, f32v even, f32v odd) {
+                            Subbands::store_output(filtered[slot], k, M, rotations, even, odd);
+                        });
+    for (int slot = 0; slot < slots; slot++)
+        subbands.modulate(analysis, first + slot, filtered[slot]);
 }
 
-template <int P> void analyse_complex(krl_qmf_analysis& analysis, float* const* out, const float* in) {
-    const uint32_t M = analysis.bands;
-    float* v = analysis.scratch;
-    const float* rotations = analysis.tables->scaled_rotations;
-    for (uint32_t slot = 0; slot < analysis.slots; slot++, in += M) {
-        // v[i] = (a + j b) (sin + j cos) with a, b the filter outputs in descending order
-        polyphase<P>(analysis, in, [=](uint32_t k, f32v even, f32v odd) {
-            const uint32_t i = M - k - lanes<f32v>;
-            const f32v a = reverse(even), b = reverse(odd);
-            const auto [sine, cosine] = load_groups<f32v>(rotations + 2 * i);
-            const auto [lo, hi] = interleave(fma(a, sine, -(b * cosine)), fma(a, cosine, b * sine));
-            store(v + 2 * i, lo);
-            store(v + 2 * i + lanes<f32v>, hi);
-        });
-        krl_forwardModulationComplex(v, out[slot], v + 2 * M, M, analysis.mode, analysis.twiddle, analysis.fft);
-    }
+template <int P, class Subbands> void analyse(krl_qmf_analysis& analysis, Subbands subbands, const float* in) {
+    uint32_t slot = 0;
+    for (; slot + slots_at_once <= analysis.slots; slot += slots_at_once)
+        analyse_slots<P, slots_at_once>(analysis, subbands, slot, in);
+    for (; slot < analysis.slots; slot++)
+        analyse_slots<P, 1>(analysis, subbands, slot, in);
 }
 
-void analyse(krl_qmf_analysis* analysis, float* out, const float* in) {
+template <class Subbands> void analyse(krl_qmf_analysis* analysis, Subbands subbands, const float* in) {
     if (analysis)
-        (analysis->periods == 5 ? analyse_real<5> : analyse_real<4>)(*analysis, out, in);
-}
-void analyse(krl_qmf_analysis* analysis, float* const* out, const float* in) {
-    if (analysis)
-        (analysis->periods == 5 ? analyse_complex<5> : analyse_complex<4>)(*analysis, out, in);
+        (analysis->periods == 5 ? analyse<5, Subbands> : analyse<4, Subbands>)(*analysis, subbands, in);
 }
 
 int32_t reconfigure(Family family, krl_qmf_analysis* analysis, uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
@@ -163,8 +195,12 @@ void KRL_load_CLqmf_analysisL_filter_stateL(krl_qmf_analysis* analysis, const fl
 void KRL_Lunload_CLqmf_analysisL_filter_state(const krl_qmf_analysis* analysis, float* dst) {
     unload_state(analysis, dst);
 }
-void KRL_Lqmf_analysisL(krl_qmf_analysis* analysis, float* out, const float* in) { analyse(analysis, out, in); }
-void KRL_CLqmf_analysisL(krl_qmf_analysis* analysis, float* const* out, const float* in) { analyse(analysis, out, in); }
+void KRL_Lqmf_analysisL(krl_qmf_analysis* analysis, float* out, const float* in) {
+    analyse(analysis, RealSubbands{out}, in);
+}
+void KRL_CLqmf_analysisL(krl_qmf_analysis* analysis, float* const* out, const float* in) {
+    analyse(analysis, ComplexSubbands{out}, in);
+}
 void KRL_qmf_analysisL_close(krl_qmf_analysis*) {}
 
 // ---- S family ---------------------------------------------------------------------------------------------------------
@@ -196,6 +232,10 @@ void KRL_load_CLqmf_analysisS_filter_stateL(krl_qmf_analysis* analysis, const fl
 void KRL_Lunload_CLqmf_analysisS_filter_state(const krl_qmf_analysis* analysis, float* dst) {
     unload_state(analysis, dst);
 }
-void KRL_Lqmf_analysisS(krl_qmf_analysis* analysis, float* out, const float* in) { analyse(analysis, out, in); }
-void KRL_CLqmf_analysisS(krl_qmf_analysis* analysis, float* const* out, const float* in) { analyse(analysis, out, in); }
+void KRL_Lqmf_analysisS(krl_qmf_analysis* analysis, float* out, const float* in) {
+    analyse(analysis, RealSubbands{out}, in);
+}
+void KRL_CLqmf_analysisS(krl_qmf_analysis* analysis, float* const* out, const float* in) {
+    analyse(analysis, ComplexSubbands{out}, in);
+}
 void KRL_qmf_analysisS_close(krl_qmf_analysis*) {}

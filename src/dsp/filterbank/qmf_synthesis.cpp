@@ -19,8 +19,8 @@ constexpr uint32_t slots_at_once = 4, most_bands = 64;
 
 struct FilterInput { f32v even, odd; };
 
-// The two kinds of sub-bands: how a slot becomes the 2M floats that the filter starts from, and what enters the even and odd
-// taps of the bands from k on.
+// The two kinds of sub-bands: how a slot becomes the 2M floats that the filter starts from, and what then enters the even
+// and odd taps of the bands from k on.
 struct RealSubbands {
     const float* in;
     float gain = 2.0f;
@@ -30,8 +30,8 @@ struct RealSubbands {
         memcpy(g, in + slot * synthesis.slot_increment, M * sizeof(float));
         krl_inverseModulationReal(g, g + M, M, synthesis.half_fft, synthesis.tables->dct);
     }
-    static KRL_INLINE FilterInput load_from(const krl_qmf_synthesis& synthesis, const float* g, uint32_t k) {
-        return {load_aligned<f32v>(g + k), load_aligned<f32v>(g + synthesis.bands + k)};
+    static KRL_INLINE FilterInput load_input(const float* g, uint32_t k, uint32_t M, const float*) {
+        return {load_aligned<f32v>(g + k), load_aligned<f32v>(g + M + k)};
     }
 };
 struct ComplexSubbands {
@@ -43,9 +43,9 @@ struct ComplexSubbands {
                                      synthesis.fft);
     }
     // even + j odd = Y exp(-j pi k / (2M)); the table holds halves.
-    static KRL_INLINE FilterInput load_from(const krl_qmf_synthesis& synthesis, const float* Y, uint32_t k) {
+    static KRL_INLINE FilterInput load_input(const float* Y, uint32_t k, uint32_t, const float* rotations) {
         const auto [re, im] = deinterleave(load_aligned<f32v>(Y + 2 * k), load_aligned<f32v>(Y + 2 * k + lanes<f32v>));
-        const auto [sine, cosine] = load_groups<f32v>(synthesis.tables->rotations + 2 * k);
+        const auto [sine, cosine] = load_groups<f32v>(rotations + 2 * k);
         const f32v even = fma(re, cosine, im * sine), odd = fma(im, cosine, -(re * sine));
         return {even + even, odd + odd};
     }
@@ -56,13 +56,15 @@ template <int P, class Subbands>
 void filter(const krl_qmf_synthesis& synthesis, float* out, const float (*modulated)[2 * most_bands], uint32_t slots,
             float gain) {
     const uint32_t M = synthesis.bands;
+    const float *prototype = synthesis.prototype, *rotations = synthesis.tables->rotations;
+    float* states = synthesis.state;
     using Line = DelayLine<2 * P, P == 4 ? 0x55 : 0>;
     for (uint32_t k = 0; k < M; k += lanes<f32v>) {
-        const float* c = synthesis.prototype + k;
-        float* state = synthesis.state + k * Line::sums;
+        const float* c = prototype + k;
+        float* state = states + k * Line::sums;
         Line line(state);
         for (uint32_t slot = 0; slot < slots; slot++) {
-            const FilterInput x = Subbands::load_from(synthesis, modulated[slot], k);
+            const FilterInput x = Subbands::load_input(modulated[slot], k, M, rotations);
             const f32v y = line.step(x.even, x.odd, [=](uint32_t j) { return load<f32v>(c + j * M); });
             store(out + slot * M + k, y * splat<f32v>(gain));
         }
