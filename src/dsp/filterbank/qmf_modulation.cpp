@@ -41,51 +41,71 @@ bool is_supported(uint32_t M, const krl_fft_pair* pair, uint32_t fft_length) {
 
 // ---- complex sub-bands ------------------------------------------------------------------------------------------------
 
-// Sub-bands from a spectrum: its first half conjugated and its second half reversed, in alternation.
-void subbands_of_spectrum(float* X, const float* V, uint32_t M) {
-    constexpr uint32_t samples = lanes<f32v> / 2;
+constexpr uint32_t samples = lanes<f32v> / 2; // complex samples of a vector
+
+// The rotation w of complex samples of neighbouring bands, each part in both lanes of its sample.
+struct Rotation { f32v re, im; };
+
+KRL_INLINE f32v turn(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * -conjugate(w.im)); }
+KRL_INLINE f32v turn_back(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * conjugate(w.im)); }
+
+// Part 0 (sines) or 1 (cosines) of the bands from m on, out of groups of four.
+KRL_INLINE f32v load_part(const float* table, uint32_t m, uint32_t part) {
+    return load_twice<f32v>(table + m / 4 * 8 + m % 4 + 4 * part);
+}
+
+struct NoTwiddle {
+    static KRL_INLINE f32v turn(f32v x, uint32_t) { return x; }
+    static KRL_INLINE f32v turn_back(f32v x, uint32_t) { return x; }
+};
+struct ShortTwiddle {
+    const float* table;
+
+    KRL_INLINE Rotation at(uint32_t m) const { return {load_part(table, m, 1), load_part(table, m, 0)}; }
+    KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
+    KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
+};
+// The angles of the upper bands are those of the lower ones from a quarter turn down.
+struct FullTwiddle {
+    const float* table;
+    uint32_t M;
+
+    KRL_INLINE Rotation at(uint32_t m) const {
+        if (m < M / 2)
+            return {load_part(table, m, 1), load_part(table, m, 0)};
+        const uint32_t mirror = M - samples - m;
+        return {-reverse(load_part(table, mirror, 0)), -reverse(load_part(table, mirror, 1))};
+    }
+    KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
+    KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
+};
+
+template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
+    if (mode == qmf::no_twiddle || !table)
+        f(NoTwiddle{});
+    else if (mode == qmf::short_twiddle)
+        f(ShortTwiddle{table});
+    else
+        f(FullTwiddle{table, M});
+}
+
+// Sub-bands from a spectrum: its first half conjugated and its second half reversed, in alternation, then rotated.
+template <class Twiddle> void subbands_of_spectrum(float* X, const float* V, uint32_t M, Twiddle w) {
     for (uint32_t k = 0; k < M / 2; k += samples) {
         const f32v even = conjugate(load<f32v>(V + 2 * k));
         const f32v odd = reverse_complex(load<f32v>(V + 2 * (M - k - samples)));
         const auto [lo, hi] = interleave_complex(even, odd);
-        store(X + 4 * k, lo);
-        store(X + 4 * k + lanes<f32v>, hi);
+        store(X + 4 * k, w.turn(lo, 2 * k));
+        store(X + 4 * k + lanes<f32v>, w.turn(hi, 2 * k + samples));
     }
 }
-void spectrum_of_subbands(float* V, const float* X, uint32_t M) {
-    constexpr uint32_t samples = lanes<f32v> / 2;
+template <class Twiddle> void spectrum_of_subbands(float* V, const float* X, uint32_t M, Twiddle w) {
     for (uint32_t k = 0; k < M / 2; k += samples) {
-        const auto [even, odd] = deinterleave_complex(load<f32v>(X + 4 * k), load<f32v>(X + 4 * k + lanes<f32v>));
+        const f32v lo = w.turn_back(load<f32v>(X + 4 * k), 2 * k);
+        const f32v hi = w.turn_back(load<f32v>(X + 4 * k + lanes<f32v>), 2 * k + samples);
+        const auto [even, odd] = deinterleave_complex(lo, hi);
         store(V + 2 * k, conjugate(even));
         store(V + 2 * (M - k - samples), reverse_complex(odd));
-    }
-}
-
-// w of four bands m..m+3.
-struct Rotation { f32x4 re, im; };
-
-KRL_INLINE Rotation short_rotation(const float* twiddle, uint32_t m) {
-    return {load<f32x4>(twiddle + 2 * m + 4), load<f32x4>(twiddle + 2 * m)};
-}
-// The angles of the upper bands are those of the lower ones from a quarter turn down.
-KRL_INLINE Rotation full_rotation(const float* twiddle, uint32_t m, uint32_t M) {
-    if (m < M / 2)
-        return {load<f32x4>(twiddle + 2 * m + 4), load<f32x4>(twiddle + 2 * m)};
-    const uint32_t mirror = M - 4 - m;
-    return {-reverse(load<f32x4>(twiddle + 2 * mirror)), -reverse(load<f32x4>(twiddle + 2 * mirror + 4))};
-}
-
-// out[m] = x[m] w[m], or x[m] conj(w[m]); in place or apart.
-template <bool conjugated>
-void rotate(float* out, const float* x, uint32_t M, uint32_t mode, const float* twiddle) {
-    for (uint32_t m = 0; m < M; m += 4) {
-        Rotation w = mode == qmf::short_twiddle ? short_rotation(twiddle, m) : full_rotation(twiddle, m, M);
-        if constexpr (conjugated)
-            w.im = -w.im;
-        const auto [re, im] = deinterleave(load<f32x4>(x + 2 * m), load<f32x4>(x + 2 * m + 4));
-        const auto [lo, hi] = interleave(fma(re, w.re, -(im * w.im)), fma(im, w.re, re * w.im));
-        store(out + 2 * m, lo);
-        store(out + 2 * m + 4, hi);
     }
 }
 
@@ -120,19 +140,13 @@ void krl_forwardModulationComplex(float* v, float* X, float* scratch, uint32_t M
     if (!is_supported(M, pair, M))
         return;
     (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(scratch, v, M);
-    subbands_of_spectrum(X, scratch, M);
-    if (mode != qmf::no_twiddle && twiddle)
-        rotate<false>(X, X, M, mode, twiddle);
+    with_twiddle(M, mode, twiddle, [=](auto w) { subbands_of_spectrum(X, scratch, M, w); });
 }
 
 void krl_inverseModulationComplex(const float* X, float* Y, float* scratch, uint32_t M, uint32_t mode,
                                   const float* twiddle, const krl_fft_pair* pair) {
     if (!is_supported(M, pair, M))
         return;
-    if (mode != qmf::no_twiddle && twiddle) {
-        rotate<true>(Y, X, M, mode, twiddle);
-        X = Y;
-    }
-    spectrum_of_subbands(scratch, X, M);
+    with_twiddle(M, mode, twiddle, [=](auto w) { spectrum_of_subbands(scratch, X, M, w); });
     (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(Y, scratch, M);
 }
