@@ -95,10 +95,12 @@ template <class V> KRL_INLINE V splat(element_of<V> x) {
     if constexpr (lanes<V> == 1) {
         return x;
     } else {
-        V v;
-        for (int i = 0; i < lanes<V>; i++)
-            v[i] = x;
-        return v;
+        if constexpr (lanes<V> == 2)
+            return V{x, x};
+        else if constexpr (lanes<V> == 4)
+            return V{x, x, x, x};
+        else
+            return V{x, x, x, x, x, x, x, x};
     }
 }
 
@@ -445,13 +447,19 @@ KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [r2, r3] = interleave(ac_hi, bd_hi);
     a = r0, b = r1, c = r2, d = r3;
 }
-// Half as many floats as V has lanes, each in two neighbouring lanes.
+// Half as many floats as V has lanes, each in two neighbouring lanes; forwards, or the last one first.
 template <class V> V load_twice(const float* p);
+template <class V> V load_twice_backwards(const float* p);
 template <> KRL_INLINE f32x4 load_twice(const float* p) { return f32x4{p[0], p[0], p[1], p[1]}; }
+template <> KRL_INLINE f32x4 load_twice_backwards(const float* p) { return f32x4{p[1], p[1], p[0], p[0]}; }
 #if KRL_LANES == 8
 template <> KRL_INLINE f32x8 load_twice(const float* p) {
     const f32x4 v = load<f32x4>(p);
     return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
+}
+template <> KRL_INLINE f32x8 load_twice_backwards(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 3, 3, 2, 2, 1, 1, 0, 0);
 }
 KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
 // Wide shuffles go by way of the halves, in two steps that each are one instruction.
