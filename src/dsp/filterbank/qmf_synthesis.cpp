@@ -15,7 +15,7 @@ struct krl_qmf_synthesis : qmf::Bank {
 namespace {
 
 // Slots are modulated a few at a time, so that the delay line of a group of bands stays in registers over them.
-constexpr uint32_t slots_at_once = 4, most_bands = 64;
+constexpr uint32_t slots_at_once = 8, most_bands = 64;
 
 struct FilterInput { f32v even, odd; };
 
