@@ -66,11 +66,12 @@ struct QmfDesign {
 
     // p[0 .. 2PM] from the analysis table: block signs removed, the zero at the start added.
     Taps prototype() const {
-        const int five[] = {1, 1, -1, -1, 1, 1, -1, -1, 1, 1};
-        const int four[] = {-1, 1, 1, -1, -1, 1, 1, -1};
+        static constexpr double five[] = {1, 1, -1, -1, 1, 1, -1, -1, 1, 1};
+        static constexpr double four[] = {-1, 1, 1, -1, -1, 1, 1, -1};
+        const double* sign = periods == 5 ? five : four;
         Taps p{0.0};
         for (std::size_t n = 0; n < analysis.size(); ++n)
-            p.push_back((periods == 5 ? five : four)[n / bands] * static_cast<double>(analysis[n]));
+            p.push_back(sign[n / bands] * static_cast<double>(analysis[n]));
         return p;
     }
 };
