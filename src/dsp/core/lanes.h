@@ -79,6 +79,17 @@ template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
     store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
 }
 
+// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are the
+// bottleneck, this keeps it to one load.
+template <class V> KRL_INLINE V in_register(V v) {
+#if defined(KRL_X86_FMA)
+    asm("" : "+x"(v));
+#elif defined(KRL_NEON)
+    asm("" : "+w"(v));
+#endif
+    return v;
+}
+
 // A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
 template <class V> KRL_INLINE V splat(element_of<V> x) {
     if constexpr (lanes<V> == 1) {
@@ -123,9 +134,9 @@ template <class V> KRL_INLINE V negate_even(V v) {
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
 
-// ---- partial loads and stores ----------------------------------------------------------------------------------------
+// ---- partial loads and stores ---------------------------------------------------------------------------------------
 
-// The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
+// The first `count` lanes, fewer than V has: the others are zero in what is loaded, and left alone where it is stored.
 template <class V> V load_first(const float* p, size_t count);
 template <> KRL_INLINE f32x4 load_first(const float* p, size_t count) {
     f32x4 v = {};
@@ -403,6 +414,7 @@ KRL_INLINE float sum_of_lanes(f32x8 v) {
 // ---- shuffles -------------------------------------------------------------------------------------------------------
 
 template <class V> struct lane_pair { V a, b; };
+template <class V> lane_pair(V, V) -> lane_pair<V>; // clang 14 does not deduce aggregates by itself
 
 KRL_INLINE float reverse(float v) { return v; }
 KRL_INLINE f32x4 reverse(f32x4 v) { return __builtin_shufflevector(v, v, 3, 2, 1, 0); }
@@ -419,8 +431,6 @@ KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
-// The even lanes of a and of b in alternation.
-KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
@@ -472,7 +482,6 @@ KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
-KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
     v[0] = first;
@@ -516,26 +525,35 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
 KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
 #endif
 
-// Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
-KRL_INLINE void transpose(float*) {}
-KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
+// the transpose of the left 4x4 block and the upper halves that of the right one.
+KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
 #if KRL_LANES == 8
-KRL_INLINE void transpose(f32x8* r) {
-    f32x8 t[8];
-    for (int i = 0; i < 8; i += 4) { // 2x2 blocks inside the halves, then the halves' 4x4
-        const f32x8 a = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 b = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
-        const f32x8 c = __builtin_shufflevector(r[i + 2], r[i + 3], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 d = __builtin_shufflevector(r[i + 2], r[i + 3], 2, 10, 3, 11, 6, 14, 7, 15);
-        t[i] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
-        t[i + 2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
-    }
-    for (int i = 0; i < 4; i++) {
-        r[i] = __builtin_shufflevector(t[i], t[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        r[i + 4] = __builtin_shufflevector(t[i], t[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
+KRL_INLINE void transpose_quads(f32x8* r) {
+    const f32x8 a = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 b = __builtin_shufflevector(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 c = __builtin_shufflevector(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 d = __builtin_shufflevector(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);
+    r[0] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
+    r[2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+#endif
+
+// Four lanes from 4*i on: of v[0], or, for W = f32x8, of v[0] and then of v[4].
+template <class W> KRL_INLINE W quads(const f32x4* v, int) {
+    if constexpr (lanes<W> == 8)
+        return __builtin_shufflevector(v[0], v[4], 0, 1, 2, 3, 4, 5, 6, 7);
+    else
+        return v[0];
+}
+#if KRL_LANES == 8
+template <class W> KRL_INLINE W quads(const f32x8* v, int i) {
+    if constexpr (lanes<W> == 8)
+        return i == 0 ? _mm256_permute2f128_ps(v[0], v[4], 0x20) : _mm256_permute2f128_ps(v[0], v[4], 0x31);
+    else
+        return i == 0 ? _mm256_castps256_ps128(v[0]) : _mm256_extractf128_ps(v[0], 1);
 }
 #endif
 
@@ -548,13 +566,23 @@ KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
 }
 KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     using f32x2 = float __attribute__((vector_size(8)));
-    return __builtin_shufflevector(__builtin_convertvector(v.a, f32x2), __builtin_convertvector(v.b, f32x2), 0, 1, 2, 3);
+    const f32x2 a = __builtin_convertvector(v.a, f32x2), b = __builtin_convertvector(v.b, f32x2);
+    return __builtin_shufflevector(a, b, 0, 1, 2, 3);
 }
 #if KRL_LANES == 8
 KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
     return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
 }
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
+#endif
+
+// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each, and
+// twice_odd those of to_double(v).b.
+KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
+#if KRL_LANES == 8
+KRL_INLINE f64x4 even_to_double(f32x8 v) {
+    return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v))));
+}
 #endif
 
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
