@@ -75,16 +75,16 @@ template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
     store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
 }
 
-// A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
+// Spelled out, because loops over lanes reach the vectorizer, which may build the vector through memory.
 template <class V> KRL_INLINE V splat(element_of<V> x) {
-    if constexpr (lanes<V> == 1) {
+    if constexpr (lanes<V> == 1)
         return x;
-    } else {
-        V v;
-        for (int i = 0; i < lanes<V>; i++)
-            v[i] = x;
-        return v;
-    }
+    else if constexpr (lanes<V> == 2)
+        return V{x, x};
+    else if constexpr (lanes<V> == 4)
+        return V{x, x, x, x};
+    else
+        return V{x, x, x, x, x, x, x, x};
 }
 
 // ---- bits -----------------------------------------------------------------------------------------------------------
@@ -285,8 +285,7 @@ KRL_INLINE f32x4 swap_pairs(f32x4 v) { return __builtin_shufflevector(v, v, 1, 0
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
-    v[0] = first;
-    return v;
+    return __builtin_shufflevector(v, splat<f32x4>(first), 4, 1, 2, 3);
 }
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
@@ -308,8 +307,7 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
-    v[0] = first;
-    return v;
+    return _mm256_blend_ps(v, splat<f32x8>(first), 1);
 }
 #endif
 
