@@ -51,8 +51,8 @@ KRL_INLINE void run_three_taps(float* dst, const float* x, const float* h, krl_f
 constexpr int stride = 8;
 constexpr int step = stride / lanes<f32v>; // groups that a further tap moves on by
 
-// to[0..n-1] = from[0..n-1], where from lies at least n behind to or a lane vector ahead of it. The copies are too short for
-// a call of memmove.
+// to[0..n-1] = from[0..n-1]; from is apart from to or at least a lane vector ahead of it. Most filters are too short for a
+// call of memmove to pay.
 KRL_INLINE void copy_down(float* to, const float* from, size_t n) {
     if (n >= lanes<f32v>) {
         for (size_t i = 0; i + lanes<f32v> < n; i += lanes<f32v>)
@@ -131,10 +131,7 @@ template <class access> KRL_INLINE void run_taps(float* dst, const float* x, uin
         }
     }
     keep_inputs(state, old, x);
-#pragma GCC unroll 8
-    for (int g = 0; g < block::groups; g++)
-        even.group[g] = even.group[g] + odd.group[g];
-    store_block<access>(dst, even);
+    store_block<access>(dst, combined([](f32v a, f32v b) { return a + b; }, even, odd));
 }
 
 } // namespace

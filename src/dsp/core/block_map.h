@@ -30,6 +30,15 @@ template <class access, class F, class... P> KRL_INLINE block mapped(F f, const 
     return result;
 }
 
+// f(b[i]...) for blocks in registers.
+template <class F, class... B> KRL_INLINE block combined(F f, const B&... b) {
+    block result;
+#pragma GCC unroll 8
+    for (int g = 0; g < block::groups; g++)
+        result.group[g] = f(b.group[g]...);
+    return result;
+}
+
 // dst[i] = f(src[i]...)
 template <class access, class F, class... P> KRL_INLINE void map_block(float* dst, F f, const P*... src) {
     store_block<access>(dst, mapped<access>(f, src...));

@@ -111,6 +111,16 @@ template <class V> KRL_INLINE V abs(V v) {
         return bit_cast<V>(bit_cast<M>(v) & 0x7fffffffffffffff);
 }
 
+// Whether any bit of a mask is set.
+KRL_INLINE bool any_bit(int64_t mask) { return mask != 0; }
+KRL_INLINE bool any_bit(i32x4 mask) {
+    const auto halves = bit_cast<i64x2>(mask);
+    return (halves[0] | halves[1]) != 0;
+}
+#if KRL_LANES == 8
+KRL_INLINE bool any_bit(i32x8 mask) { return !_mm256_testz_si256((__m256i)mask, (__m256i)mask); }
+#endif
+
 // ---- fused multiply-add: a * b + c with one rounding ----------------------------------------------------------------
 
 KRL_INLINE float fma(float a, float b, float c) { return __builtin_fmaf(a, b, c); }
@@ -207,9 +217,9 @@ template <class V> KRL_INLINE V max_num(V a, V b) {
     else if constexpr (lanes<V> == 1)
         return max_num(f64x2{a}, f64x2{b})[0];
     else {
-        V p = detail::pick_max(a, b), q = detail::pick_max(b, a);
-        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_and(p, q));
-        return detail::pick(bit_cast<V>(a != a), b, r);
+        using M = typename lane_traits<V>::mask;
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::pick_max(a, b));
+        return bit_cast<V>(bit_cast<M>(r) & ~((a == b) & ~bit_cast<M>(a))); // equal: a and b
     }
 }
 template <class V> KRL_INLINE V min_num(V a, V b) {
@@ -218,9 +228,9 @@ template <class V> KRL_INLINE V min_num(V a, V b) {
     else if constexpr (lanes<V> == 1)
         return min_num(f64x2{a}, f64x2{b})[0];
     else {
-        V p = detail::pick_min(a, b), q = detail::pick_min(b, a);
-        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_or(p, q));
-        return detail::pick(bit_cast<V>(a != a), b, r);
+        using M = typename lane_traits<V>::mask;
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::pick_min(a, b));
+        return bit_cast<V>(bit_cast<M>(r) | ((a == b) & bit_cast<M>(a))); // equal: a or b
     }
 }
 #endif

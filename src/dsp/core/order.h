@@ -1,0 +1,52 @@
+// maxNum and minNum at the speed of one instruction.
+//
+// x86 has a maximum whose answer depends on the order of its operands when one is NaN or when they are zeros of different
+// sign; elsewhere it is maxNum. So work that stands or falls with its maxima runs with the quick ones, which note whether the
+// order of the operands ever mattered, beside the critical path; only if it did, the work runs again with the exact ones.
+#pragma once
+
+#include <type_traits>
+
+#include "dsp/core/lanes.h"
+
+namespace krl {
+
+struct exact_order {
+    template <class V> KRL_INLINE V max(V a, V b) { return max_num(a, b); }
+    template <class V> KRL_INLINE V min(V a, V b) { return min_num(a, b); }
+    static constexpr bool in_doubt() { return false; }
+};
+
+template <class V> class quick_order {
+public:
+    KRL_INLINE V max(V a, V b) { return noted(max_quick(a, b), max_quick(b, a)); }
+    KRL_INLINE V min(V a, V b) { return noted(min_quick(a, b), min_quick(b, a)); }
+    KRL_INLINE bool in_doubt() const { return any_bit(doubt_); }
+
+private:
+    using mask = typename lane_traits<V>::mask;
+    KRL_INLINE V noted(V result, V other_way_round) {
+        doubt_ |= bit_cast<mask>(result) ^ bit_cast<mask>(other_way_round);
+        return result;
+    }
+    mask doubt_ = {};
+};
+
+// Calls run(order) with an order for lanes V, a second time if need be: run can be repeated and takes its maxima and minima
+// from the order.
+template <class V, class F> KRL_INLINE void in_order(F run) {
+    std::conditional_t<quick_is_exact, exact_order, quick_order<V>> first;
+    run(first);
+    if (first.in_doubt()) [[unlikely]] {
+        exact_order exact;
+        run(exact);
+    }
+}
+
+// Whether min_quick(max_quick(v, low), high) clips as maxNum and minNum do: the quick ones give their second operand for a
+// NaN v and for a zero beside a zero limit, which is right unless the limit is NaN or a zero of the other sign.
+inline bool quick_is_exact_within(float low, float high) {
+    return quick_is_exact || (low == low && high == high && bit_cast<uint32_t>(low) != 0x80000000u && bit_cast<uint32_t>(high) != 0);
+}
+
+} // namespace krl
