@@ -6,7 +6,7 @@
 //
 //   f32x4, f64x2   on every target
 //   f32x8, f64x4   where KRL_LANES is 8 (x86-64 with AVX2 and FMA)
-//   f32v           the widest float vector of the target, lanes<f32v> wide
+//   f32v, f64v     the widest vectors of the target
 //
 // Kernels are templates over the lane type; the same template runs with `float` itself as a one-lane type.
 #pragma once
@@ -39,9 +39,11 @@ using i32x8 = int32_t __attribute__((vector_size(32)));
 using f64x4 = double __attribute__((vector_size(32)));
 using i64x4 = int64_t __attribute__((vector_size(32)));
 using f32v = f32x8;
+using f64v = f64x4;
 #else
 #    define KRL_LANES 4
 using f32v = f32x4;
+using f64v = f64x2;
 #endif
 
 // Element type, lane count and the integer vector of the same shape (what a comparison yields).
@@ -49,8 +51,10 @@ template <class V> struct lane_traits;
 template <> struct lane_traits<float> { using element = float; using mask = int32_t; static constexpr int count = 1; };
 template <> struct lane_traits<double> { using element = double; using mask = int64_t; static constexpr int count = 1; };
 template <> struct lane_traits<f32x4> { using element = float; using mask = i32x4; static constexpr int count = 4; };
+template <> struct lane_traits<i32x4> { using element = int32_t; using mask = i32x4; static constexpr int count = 4; };
 template <> struct lane_traits<f64x2> { using element = double; using mask = i64x2; static constexpr int count = 2; };
 #if KRL_LANES == 8
+template <> struct lane_traits<i32x8> { using element = int32_t; using mask = i32x8; static constexpr int count = 8; };
 template <> struct lane_traits<f32x8> { using element = float; using mask = i32x8; static constexpr int count = 8; };
 template <> struct lane_traits<f64x4> { using element = double; using mask = i64x4; static constexpr int count = 4; };
 #endif
@@ -121,6 +125,47 @@ KRL_INLINE bool any_bit(i32x4 mask) {
 KRL_INLINE bool any_bit(i32x8 mask) { return !_mm256_testz_si256((__m256i)mask, (__m256i)mask); }
 #endif
 
+template <class V> KRL_INLINE V negate_even(V v) {
+    using M = typename lane_traits<V>::mask;
+    M sign = {};
+    for (int i = 0; i < lanes<V>; i += 2)
+        sign[i] = INT32_MIN;
+    return bit_cast<V>(bit_cast<M>(v) ^ sign);
+}
+
+// ---- partial loads and stores ----------------------------------------------------------------------------------------
+
+// The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
+template <class V> V load_first(const float* p, size_t count);
+template <> KRL_INLINE f32x4 load_first(const float* p, size_t count) {
+    f32x4 v = {};
+    if (count & 2) {
+        double both;
+        __builtin_memcpy(&both, p, sizeof(both));
+        v = bit_cast<f32x4>(f64x2{both, 0.0});
+        if (count & 1)
+            v[2] = p[2];
+    } else if (count & 1) {
+        v[0] = p[0];
+    }
+    return v;
+}
+KRL_INLINE void store_first(float* p, f32x4 v, size_t count) {
+    if (count & 2) {
+        __builtin_memcpy(p, &v, 8);
+        if (count & 1)
+            p[2] = v[2];
+    } else if (count & 1) {
+        p[0] = v[0];
+    }
+}
+#if KRL_LANES == 8
+template <> KRL_INLINE f32x8 load_first(const float* p, size_t count) {
+    const i32x8 lane = {0, 1, 2, 3, 4, 5, 6, 7};
+    return _mm256_maskload_ps(p, (__m256i)(lane < static_cast<int32_t>(count)));
+}
+#endif
+
 // ---- fused multiply-add: a * b + c with one rounding ----------------------------------------------------------------
 
 KRL_INLINE float fma(float a, float b, float c) { return __builtin_fmaf(a, b, c); }
@@ -141,6 +186,42 @@ template <class V> KRL_INLINE V fma(V a, V b, V c) {
         r[i] = fma(a[i], b[i], c[i]);
     return r;
 }
+#endif
+
+// a * b - c in the even lanes and a * b + c in the odd ones (fma_sub_add), and the other way round; one rounding.
+#if defined(KRL_X86_FMA)
+KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmaddsub_ps(a, b, c); }
+KRL_INLINE f32x8 fma_sub_add(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmaddsub_ps(a, b, c); }
+KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmsubadd_ps(a, b, c); }
+KRL_INLINE f32x8 fma_add_sub(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmsubadd_ps(a, b, c); }
+#else
+KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) {
+    return fma(a, b, negate_even(c));
+}
+KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) {
+    return fma(a, b, -negate_even(c));
+}
+#endif
+
+// a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for algorithms
+// that leave the rounding open.
+#if defined(KRL_NEON)
+KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
+KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
+KRL_INLINE f32x4 mul_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, c); }
+KRL_INLINE f32x4 mul_sub_from(f32x4 a, f32x4 b, f32x4 c) {
+    return (f32x4)vfmsq_f32((float32x4_t)c, (float32x4_t)a, (float32x4_t)b);
+}
+#elif defined(KRL_X86_FMA)
+KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
+KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
+KRL_INLINE f32x4 mul_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, c); }
+KRL_INLINE f32x4 mul_sub_from(f32x4 a, f32x4 b, f32x4 c) { return _mm_fnmadd_ps(a, b, c); }
+KRL_INLINE f32x8 mul_add(f32x8 a, f32x8 b, f32x8 c) { return fma(a, b, c); }
+KRL_INLINE f32x8 mul_sub_from(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fnmadd_ps(a, b, c); }
+#else
+template <class V> KRL_INLINE V mul_add(V a, V b, V c) { return a * b + c; }
+template <class V> KRL_INLINE V mul_sub_from(V a, V b, V c) { return c - a * b; }
 #endif
 
 // ---- maximum and minimum --------------------------------------------------------------------------------------------
@@ -279,6 +360,56 @@ KRL_INLINE int32_t max_of_lanes(i32x8 v) {
 }
 #endif
 
+// The greater of v and m, where m is a number: a NaN in v is ignored. Zeros of either sign count as equal.
+KRL_INLINE float max_of_number(float v, float m) { return v > m ? v : m; }
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 max_of_number(f32x4 v, f32x4 m) { return max_num(v, m); }
+#else
+template <class V> KRL_INLINE V max_of_number(V v, V m) { return detail::pick_max(v, m); }
+#endif
+
+// The greatest lane, for lanes that are not negative and not NaN.
+template <class V> KRL_INLINE float max_of_magnitudes(V v) {
+    return bit_cast<float>(max_of_lanes(bit_cast<typename lane_traits<V>::mask>(v)));
+}
+
+// v held between lo and hi; NaN stays NaN. The sign of a zero is kept when lo < 0 < hi.
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 clamp(f32x4 v, f32x4 lo, f32x4 hi) { return min_nan(max_nan(v, lo), hi); }
+#else
+template <class V> KRL_INLINE V clamp(V v, V lo, V hi) { return detail::pick_min(hi, detail::pick_max(lo, v)); }
+#endif
+
+// True when a lane of a comparison is.
+#if defined(KRL_NEON)
+KRL_INLINE bool any(i32x4 mask) { return vmaxvq_u32((uint32x4_t)mask) != 0; }
+#elif defined(KRL_X86_FMA)
+KRL_INLINE bool any(i32x4 mask) { return !_mm_testz_si128((__m128i)mask, (__m128i)mask); }
+KRL_INLINE bool any(i32x8 mask) { return !_mm256_testz_si256((__m256i)mask, (__m256i)mask); }
+#else
+KRL_INLINE bool any(i32x4 mask) {
+    const i64x2 both = (i64x2)mask;
+    return (both[0] | both[1]) != 0;
+}
+#endif
+
+// ---- sums -----------------------------------------------------------------------------------------------------------
+
+// Of all lanes, joined in halves: lane j with lane j + width / 2, and so on.
+KRL_INLINE double sum_of_lanes(f64x2 v) { return v[0] + v[1]; }
+KRL_INLINE float sum_of_lanes(f32x4 v) {
+    v += __builtin_shufflevector(v, v, 2, 3, 0, 1);
+    return v[0] + v[1];
+}
+#if KRL_LANES == 8
+KRL_INLINE double sum_of_lanes(f64x4 v) {
+    return sum_of_lanes(__builtin_shufflevector(v, v, 0, 1) + __builtin_shufflevector(v, v, 2, 3));
+}
+KRL_INLINE float sum_of_lanes(f32x8 v) {
+    return sum_of_lanes(__builtin_shufflevector(v, v, 0, 1, 2, 3) + __builtin_shufflevector(v, v, 4, 5, 6, 7));
+}
+#endif
+
 // ---- shuffles -------------------------------------------------------------------------------------------------------
 
 template <class V> struct lane_pair { V a, b; };
@@ -292,11 +423,20 @@ KRL_INLINE lane_pair<f32x4> deinterleave(f32x4 lo, f32x4 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6), __builtin_shufflevector(lo, hi, 1, 3, 5, 7)};
 }
 KRL_INLINE f32x4 swap_pairs(f32x4 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2); }
+// Pairs of lanes: the even or the odd lane of each twice; the even lanes of a beside the odd lanes of b.
+KRL_INLINE f32x4 twice_even(f32x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
+KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
+KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
+KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
+KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
+// The even lanes of a and of b in alternation.
+KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
     return __builtin_shufflevector(v, splat<f32x4>(first), 4, 1, 2, 3);
 }
+// Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
     auto [bd_lo, bd_hi] = interleave(b, d);
@@ -304,7 +444,14 @@ KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [r2, r3] = interleave(ac_hi, bd_hi);
     a = r0, b = r1, c = r2, d = r3;
 }
+// Half as many floats as V has lanes, each in two neighbouring lanes.
+template <class V> V load_twice(const float* p);
+template <> KRL_INLINE f32x4 load_twice(const float* p) { return f32x4{p[0], p[0], p[1], p[1]}; }
 #if KRL_LANES == 8
+template <> KRL_INLINE f32x8 load_twice(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
+}
 KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
 KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
     return {__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11),
@@ -314,10 +461,89 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6, 8, 10, 12, 14),
             __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
 }
+KRL_INLINE f32x8 concat(f32x4 lo, f32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE i32x8 concat(i32x4 lo, i32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 lower(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 upper(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
+    const f32x8 ac_lo = __builtin_shufflevector(a, c, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 ac_hi = __builtin_shufflevector(a, c, 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 bd_lo = __builtin_shufflevector(b, d, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 bd_hi = __builtin_shufflevector(b, d, 2, 10, 3, 11, 6, 14, 7, 15);
+    a = __builtin_shufflevector(ac_lo, bd_lo, 0, 8, 1, 9, 4, 12, 5, 13);
+    b = __builtin_shufflevector(ac_lo, bd_lo, 2, 10, 3, 11, 6, 14, 7, 15);
+    c = __builtin_shufflevector(ac_hi, bd_hi, 0, 8, 1, 9, 4, 12, 5, 13);
+    d = __builtin_shufflevector(ac_hi, bd_hi, 2, 10, 3, 11, 6, 14, 7, 15);
+}
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
+KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6); }
+KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7); }
+KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
+KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
+KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
+KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
     return _mm256_blend_ps(v, splat<f32x8>(first), 1);
+}
+#endif
+
+// f32v as its four-lane halves (one or two of them): half h, and f32v from f(h) for each half.
+inline constexpr int halves = lanes<f32v> / 4;
+#if KRL_LANES == 8
+KRL_INLINE f32x4 half(f32v v, int h) { return h == 0 ? lower(v) : upper(v); }
+template <class F> KRL_INLINE f32v from_halves(F f) { return concat(f(0), f(1)); }
+#else
+KRL_INLINE f32x4 half(f32v v, int) { return v; }
+template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
+#endif
+
+// Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the order
+// that costs least: lane i belongs to sample split_order<V>(i). The order is its own inverse, and it commutes with
+// reverse(): lanes - 1 - split_order(i) = split_order(lanes - 1 - i).
+template <class V> constexpr int split_order(int lane) {
+    if (lanes<V> == 8 && lane >= 2 && lane < 6) // 0 1 4 5 2 3 6 7: the halves of 256-bit vectors stay apart
+        return lane ^ 6;
+    return lane;
+}
+KRL_INLINE lane_pair<float> split(float re, float im) { return {re, im}; }
+KRL_INLINE lane_pair<float> join(float re, float im) { return {re, im}; }
+KRL_INLINE float to_split_order(float v) { return v; }
+KRL_INLINE lane_pair<f32x4> split(f32x4 lo, f32x4 hi) { return deinterleave(lo, hi); }
+KRL_INLINE lane_pair<f32x4> join(f32x4 re, f32x4 im) { return interleave(re, im); }
+KRL_INLINE f32x4 to_split_order(f32x4 v) { return v; }
+#if KRL_LANES == 8
+KRL_INLINE lane_pair<f32x8> split(f32x8 lo, f32x8 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14),
+            __builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15)};
+}
+KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
+    return {__builtin_shufflevector(re, im, 0, 8, 1, 9, 4, 12, 5, 13),
+            __builtin_shufflevector(re, im, 2, 10, 3, 11, 6, 14, 7, 15)};
+}
+KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
+#endif
+
+// Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
+KRL_INLINE void transpose(float*) {}
+KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+#if KRL_LANES == 8
+KRL_INLINE void transpose(f32x8* r) {
+    f32x8 t[8];
+    for (int i = 0; i < 8; i += 4) { // 2x2 blocks inside the halves, then the halves' 4x4
+        const f32x8 a = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        const f32x8 b = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+        const f32x8 c = __builtin_shufflevector(r[i + 2], r[i + 3], 0, 8, 1, 9, 4, 12, 5, 13);
+        const f32x8 d = __builtin_shufflevector(r[i + 2], r[i + 3], 2, 10, 3, 11, 6, 14, 7, 15);
+        t[i] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
+        t[i + 1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
+        t[i + 2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
+        t[i + 3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+    for (int i = 0; i < 4; i++) {
+        r[i] = __builtin_shufflevector(t[i], t[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        r[i + 4] = __builtin_shufflevector(t[i], t[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    }
 }
 #endif
 
@@ -337,6 +563,18 @@ KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
     return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
 }
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
+#endif
+
+// As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
+template <class V> KRL_INLINE V load_as(const float* p) { return load<V>(p); }
+template <class V> KRL_INLINE V load_first_as(const float* p, size_t count) { return load_first<V>(p, count); }
+template <> KRL_INLINE f64x2 load_as(const float* p) { return f64x2{p[0], p[1]}; }
+template <> KRL_INLINE f64x2 load_first_as(const float* p, size_t) { return f64x2{p[0], 0.0}; }
+#if KRL_LANES == 8
+template <> KRL_INLINE f64x4 load_as(const float* p) { return (f64x4)_mm256_cvtps_pd(load<f32x4>(p)); }
+template <> KRL_INLINE f64x4 load_first_as(const float* p, size_t count) {
+    return (f64x4)_mm256_cvtps_pd(load_first<f32x4>(p, count));
+}
 #endif
 
 // f applied in double precision to every lane of v, rounded once to single.
@@ -363,16 +601,49 @@ KRL_INLINE i32x4 round_to_int(f32x4 v) {
 }
 #endif
 
+// 16-bit integers at any alignment, two or four at a time. What is stored is inside their range.
+using i16x2 = int16_t __attribute__((vector_size(4)));
+using i16x4 = int16_t __attribute__((vector_size(8)));
+using i32x2 = int32_t __attribute__((vector_size(8)));
+#if defined(KRL_X86_FMA)
 KRL_INLINE i32x4 load_int16(const int16_t* p) {
-    int16_t __attribute__((vector_size(8))) v;
+    return (i32x4)_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+}
+KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32((__m128i)v, (__m128i)v));
+}
+#else
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+    i16x4 v;
     __builtin_memcpy(&v, p, sizeof(v));
     return __builtin_convertvector(v, i32x4);
 }
-// v is inside the range of int16_t.
 KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
-    using i16x4 = int16_t __attribute__((vector_size(8)));
     i16x4 r = __builtin_convertvector(v, i16x4);
     __builtin_memcpy(p, &r, sizeof(r));
+}
+#endif
+KRL_INLINE i32x2 load_int16_pair(const int16_t* p) {
+#if defined(KRL_X86_FMA)
+    int32_t both;
+    __builtin_memcpy(&both, p, sizeof(both));
+    const i32x4 v = (i32x4)_mm_cvtepi16_epi32(_mm_cvtsi32_si128(both));
+    return __builtin_shufflevector(v, v, 0, 1);
+#else
+    i16x2 v;
+    __builtin_memcpy(&v, p, sizeof(v));
+    return i32x2{v[0], v[1]};
+#endif
+}
+KRL_INLINE void store_int16_pair(int16_t* p, i32x2 v) {
+#if defined(KRL_X86_FMA)
+    const __m128i wide = (__m128i)__builtin_shufflevector(v, v, 0, 1, 0, 1);
+    const int32_t both = _mm_cvtsi128_si32(_mm_packs_epi32(wide, wide));
+    __builtin_memcpy(p, &both, sizeof(both));
+#else
+    p[0] = static_cast<int16_t>(v[0]);
+    p[1] = static_cast<int16_t>(v[1]);
+#endif
 }
 #if KRL_LANES == 8
 KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }

@@ -1,0 +1,80 @@
+#include "korla/diag.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+struct Settings {
+    uint32_t threshold = KPF_LOG_TRACE;
+    kpf_log_callback callback = nullptr;
+    void* user = nullptr;
+    kpf_abort_handler abort_handler = nullptr;
+};
+Settings settings;
+
+constexpr const char* level_names[] = {"TRACE", "INFO", "WARN", "ERROR"};
+constexpr const char* prefix_format = "%s (%s:%d): ";
+
+// What follows the last separator. The first character never counts as one.
+const char* base_name(const char* file) {
+    for (size_t i = std::strlen(file); i > 1; i--)
+        if (file[i - 1] == '/' || file[i - 1] == '\\')
+            return file + i;
+    return file;
+}
+
+// Formats the record into a buffer of fixed size. False: it does not fit and is dropped.
+bool format_record(char* buffer, size_t size, const char* level, const char* file, int32_t line, const char* fmt,
+                   va_list arguments) {
+    const int prefix = std::snprintf(buffer, size, prefix_format, level, file, line);
+    if (prefix < 0 || static_cast<size_t>(prefix) >= size)
+        return false;
+    const size_t space = size - prefix;
+    const int message = std::vsnprintf(buffer + prefix, space, fmt, arguments);
+    if (message < 0 || static_cast<size_t>(message) >= space)
+        return false;
+    std::snprintf(buffer + prefix + message, space - message, "\n");
+    return true;
+}
+
+} // namespace
+
+void kpf_log(uint32_t level, const char* file, int32_t line, const char* fmt, ...) {
+    file = base_name(file ? file : "");
+    if (settings.threshold > level)
+        return;
+    const char* name = level_names[std::min<uint32_t>(level, KPF_LOG_ERROR)];
+    va_list arguments;
+    va_start(arguments, fmt);
+    if (settings.callback) {
+        char buffer[512];
+        if (format_record(buffer, sizeof buffer, name, file, line, fmt ? fmt : "", arguments))
+            settings.callback(settings.user, buffer);
+    } else {
+        std::printf(prefix_format, name, file, line);
+        std::vprintf(fmt ? fmt : "", arguments);
+        std::putchar('\n');
+        std::fflush(stdout);
+    }
+    va_end(arguments);
+}
+
+void kpf_log_set_level(uint32_t level) { settings.threshold = level; }
+
+void kpf_log_set_callback(kpf_log_callback callback, void* user) {
+    settings.callback = callback;
+    settings.user = user;
+}
+
+void kpf_abort(void) {
+    if (settings.abort_handler)
+        settings.abort_handler();
+    else
+        std::abort();
+}
+
+void kpf_abort_handle(kpf_abort_handler handler) { settings.abort_handler = handler; }

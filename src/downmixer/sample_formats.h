@@ -1,0 +1,33 @@
+// Conversion between the caller's samples and planar float rows.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "korla/downmixer.h"
+
+namespace korla::downmixer {
+
+// One row of floats per channel, one row behind the other.
+struct PlanarBuffer {
+    float* samples;
+    size_t row_length;
+    float* row(uint32_t channel) const { return samples + channel * row_length; }
+    PlanarBuffer from(uint32_t frame) const { return {samples + frame, row_length}; }
+};
+
+// Frames that are converted at a time.
+inline constexpr uint32_t tile_frames = 32;
+
+// Converts `frames` frames, at most tile_frames, from `first` on, of the first `channels` channels of the caller's buffer;
+// the planar side starts at its frame 0.
+using ReadTile = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+                          uint32_t frames);
+using WriteTile = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+                           uint32_t frames);
+
+// The conversion for a buffer's format and arrangement. A format without one leaves the destination as it is.
+ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
+WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
+
+} // namespace korla::downmixer

@@ -1,0 +1,12 @@
+// The engine's state, placed in the caller's memory.
+#pragma once
+
+#include "downmixer/mix.h"
+#include "limiter/limiter.h"
+
+struct korvex_downmixer_state {
+    korla::downmixer::Matrix matrix;
+    uint32_t block;                         // frames
+    korla::downmixer::PlanarBuffer in, out; // work buffers; between calls `out` holds what the limiter gave
+    korvex_ht_kvlim* limiter;
+};

@@ -1,0 +1,214 @@
+// Processing: peak of a sub-block -> gain of the sub-block -> crossfade on the delayed signal.
+#include <cstring>
+
+#include "dsp/arith/vector_abs_max.h"
+#include "dsp/core/block_map.h"
+#include "limiter/limiter.h"
+#include "limiter/tables.h"
+
+using namespace krl;
+
+namespace korla::limiter {
+namespace {
+
+constexpr float boost_scale = 256.0f; // boost is stored divided by this
+
+// Below this smoothed gain, about -1.5 dB, limiting counts as lasting and the slow gain falls.
+constexpr float slow_fall_threshold = 0.841400146484375f;
+constexpr float slow_fall_factor = 1.18849515914917f; // its inverse
+
+void gather(float* dst, const float* src, size_t stride, uint32_t n) {
+    for (uint32_t i = 0; i < n; i++)
+        dst[i] = src[i * stride];
+}
+void scatter(float* dst, const float* src, size_t stride, uint32_t n) {
+    for (uint32_t i = 0; i < n; i++)
+        dst[i * stride] = src[i];
+}
+
+float contiguous_peak(const float* x, uint32_t n, NanRule nan_rule) {
+    if (nan_rule == NanRule::by_alignment && all_strict_aligned(x))
+        return abs_max<strict>(x, n);
+    return abs_max<flex>(x, n);
+}
+
+// The peak of one sub-block over all detection channels. A NaN peak is not greater than anything, so it drops out here.
+float detect_peak(const float* const* detect, uint32_t channels, size_t first, size_t stride, uint32_t n,
+                  NanRule nan_rule) {
+    float scratch[max_subblock_length];
+    float peak = 0.0f;
+    for (uint32_t c = 0; c < channels; c++) {
+        if (!detect[c])
+            continue;
+        const float* x = detect[c] + first * stride;
+        if (stride != 1)
+            gather(scratch, x, stride, n);
+        const float channel_peak = stride == 1 ? contiguous_peak(x, n, nan_rule) : abs_max<flex>(scratch, n);
+        if (channel_peak > peak)
+            peak = channel_peak;
+    }
+    return peak;
+}
+
+// The lesser and the greater of two numbers.
+KRL_INLINE float lesser(float a, float b) { return a < b ? a : b; }
+KRL_INLINE float greater(float a, float b) { return a > b ? a : b; }
+
+// Moves the gain state on by one sub-block whose peak is given. The order of operations fixes the rounding.
+//
+// Both branches of each decision are computed and one is picked: the decisions follow the signal, so a jump would be
+// mispredicted often, while all of this hides behind the mixing of the next sub-block.
+void advance_gain(korvex_ht_kvlim& l, float peak) {
+    const float* c = l.coefs;
+    const float slow = l.slow_gain, gain = l.gain;
+
+    // The sub-block that now leaves the delay line counts as well as the new one.
+    const float level = greater(l.prev_peak, peak) * slow;
+    const float reduced = static_cast<float>(1.0 / static_cast<double>(level)) * l.peak;
+    const float target = level > l.peak ? reduced : 1.0f;
+
+    float least_target = target; // of this and the previous history_len sub-blocks
+    for (uint32_t i = 0; i < l.history_len; i++)
+        least_target = lesser(l.gain_history[i], least_target);
+    l.gain_history[l.history_pos] = target;
+    l.history_pos = l.history_pos + 1 == l.history_len ? 0 : l.history_pos + 1;
+
+    // Attack goes to the limit at once. Release never falls, and never rises above the limit.
+    const float limit = target * slow;
+    const bool attack = limit < gain;
+    const float released = fma(l.smooth_gain, c[release], fma(-c[release], least_target, least_target));
+    const float risen = lesser(limit, greater(slow * released, gain));
+    const float smooth = attack ? target : released;
+
+    const float fallen_slow = fma((smooth * slow) * slow_fall_factor, c[slow_fall_new], slow * c[slow_fall_keep]);
+    const float recovered_slow = fma(slow, c[slow_recovery_keep], c[slow_recovery_new]);
+
+    l.prev_peak = peak;
+    l.prev_gain = gain;
+    l.gain = attack ? limit : risen;
+    l.smooth_gain = smooth;
+    l.slow_gain = smooth < slow_fall_threshold ? fallen_slow : recovered_slow;
+}
+
+// The gain moves from one value to the other along the window; the order of operations fixes the rounding.
+template <class V> KRL_INLINE V faded(V y, Fade fade, V rising, V falling) {
+    return fma(falling, fade.from * y, (fade.to * y) * rising) * boost_scale;
+}
+
+// Delays one channel by a sub-block and fades it. out may be in.
+void crossfade(float* out, const float* in, float* delay, const float* window, uint32_t n, Fade fade) {
+    constexpr uint32_t width = lanes<f32v>;
+    for (uint32_t i = 0; i < n; i += width) {
+        const f32v x = load<f32v>(in + i);
+        const f32v y = load<f32v>(delay + i);
+        store(delay + i, x);
+        store(out + i, faded(y, fade, load<f32v>(window + i), reverse(load<f32v>(window + n - width - i))));
+    }
+}
+
+void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detect, const float* const* in,
+                size_t in_stride, size_t out_stride, uint32_t detect_channels, NanRule nan_rule) {
+    const uint32_t n = l.subblock_len;
+    float scratch[max_subblock_length];
+    for (uint32_t k = 0; k < l.subblock_count; k++) {
+        const size_t first = size_t{k} * n;
+        const Fade fade = next_fade(l, detect_peak(detect, detect_channels, first, in_stride, n, nan_rule));
+        for (uint32_t c = 0; c < l.num_channels; c++) {
+            if (!in[c])
+                continue;
+            const float* x = in[c] + first * in_stride;
+            float* y = out[c] + first * out_stride;
+            if (in_stride != 1) {
+                gather(scratch, x, in_stride, n);
+                x = scratch;
+            }
+            crossfade(out_stride == 1 ? y : scratch, x, l.delay + size_t{c} * n, l.window, n, fade);
+            if (out_stride != 1)
+                scatter(y, scratch, out_stride, n);
+        }
+    }
+}
+
+// The clamp to +-peak; NaN becomes the peak.
+template <class V> KRL_INLINE V below(V x, float peak) { return select(x < peak, x, splat<V>(peak)); }
+KRL_INLINE float below(float x, float peak) { return x < peak ? x : peak; }
+
+void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* in, size_t in_stride, size_t out_stride) {
+    const float peak = l.peak, boost = l.boost;
+    const bool in_blocks = in_stride == 1 && out_stride == 1 && l.subblock_len % block_length == 0;
+    for (uint32_t c = 0; c < l.num_channels; c++) {
+        if (!in[c])
+            continue;
+        if (in_blocks) {
+            const float factor = boost * boost_scale;
+            for (uint32_t i = 0; i < l.block_size; i += block_length)
+                map_block<flex>(
+                    out[c] + i,
+                    [=](auto x) { return max_nan(below(x, peak), splat<decltype(x)>(-peak)) * factor; }, in[c] + i);
+        } else {
+            for (size_t i = 0; i < l.block_size; i++) {
+                const float y = below(in[c][i * in_stride], peak);
+                out[c][i * out_stride] = ((-peak > y ? -peak : y) * boost) * boost_scale;
+            }
+        }
+    }
+}
+
+} // namespace
+
+Fade next_fade(korvex_ht_kvlim& l, float peak) {
+    Fade fade = {1.0f, 1.0f}; // without a sample rate the gain computer rests
+    if (l.coefs) {
+        advance_gain(l, peak);
+        fade = {l.prev_gain, l.gain};
+    }
+    fade.from *= l.prev_boost;
+    fade.to *= l.boost;
+    l.prev_boost = l.boost;
+    return fade;
+}
+
+void fade_delayed(float* samples, float* delay, const float* window, const Fade* fades, uint32_t count) {
+    constexpr int width = lanes<f32v>, groups = short_subblock / width;
+    f32v delayed[groups], rising[groups], falling[groups];
+    for (int g = 0; g < groups; g++) {
+        delayed[g] = load<f32v>(delay + g * width);
+        rising[g] = load<f32v>(window + g * width);
+        falling[g] = reverse(load<f32v>(window + (groups - 1 - g) * width));
+    }
+    for (uint32_t k = 0; k < count; k++) {
+        const Fade fade = fades[k];
+        float* subblock = samples + size_t{k} * short_subblock;
+        for (int g = 0; g < groups; g++) {
+            const f32v y = delayed[g];
+            delayed[g] = load<f32v>(subblock + g * width);
+            store(subblock + g * width, faded(y, fade, rising[g], falling[g]));
+        }
+    }
+    for (int g = 0; g < groups; g++)
+        store(delay + g * width, delayed[g]);
+}
+
+void process(korvex_ht_kvlim& limiter, float* const* out, const float* const* detect, const float* const* in,
+             size_t in_stride, size_t out_stride, uint32_t detect_channels, NanRule nan_rule) {
+    if (!limiter.enable)
+        return;
+    if (limiter.hard_clip)
+        hard_clip(limiter, out, in, in_stride, out_stride);
+    else
+        look_ahead(limiter, out, detect, in, in_stride, out_stride, detect_channels, nan_rule);
+}
+
+} // namespace korla::limiter
+
+void korvex_ht_kvlim_process_indirect(korvex_ht_kvlim* limiter, float* const* out, const float* const* detect,
+                                      const float* const* in, size_t in_stride, size_t out_stride,
+                                      uint32_t detect_channels) {
+    korla::limiter::process(*limiter, out, detect, in, in_stride, out_stride, detect_channels,
+                            korla::limiter::NanRule::by_alignment);
+}
+
+void korvex_ht_kvlim_process(korvex_ht_kvlim* limiter, float* const* out, const float* const* in, size_t in_stride,
+                             size_t out_stride) {
+    korvex_ht_kvlim_process_indirect(limiter, out, in, in, in_stride, out_stride, limiter->num_channels);
+}
