@@ -28,8 +28,8 @@ template <class F, class... A> Contender calls(const char* name, F* f, A... argu
 }
 #define CALLS(function, ...) calls(#function, function, __VA_ARGS__)
 
-// Filters that work in place get the same input every time, so that none is fed with its own output; pairs of blocks are
-// taken in turn, so that no call waits for what the one before has stored.
+// Filters that work in place get the same input every time, so that none is fed with its own output; pairs of blocks
+// are taken in turn, so that no call waits for what the one before has stored.
 template <class F, class... A> Contender calls_in_place(const char* name, F* f, A... arguments) {
     return {name, [=](int repeats) {
                 F* function = f;
@@ -55,7 +55,7 @@ void print_row(const Contender& c, const Contender& bound, double ratio) {
     std::printf("%-44s %8.2f ns   %-28s %8.2f ns   %5.2f\n", c.name.c_str(), c.ns, bound.name.c_str(), bound.ns, ratio);
 }
 
-// ---- element-wise members and mixes ------------------------------------------------------------------------------------
+// ---- element-wise members and mixes ---------------------------------------------------------------------------------
 
 struct Moving {
     Contender work;
@@ -165,7 +165,7 @@ std::vector<Moving> moving_filters() {
     };
 }
 
-// ---- recursions --------------------------------------------------------------------------------------------------------
+// ---- recursions -----------------------------------------------------------------------------------------------------
 
 #if defined(__x86_64__)
 #    define PIN(v) asm volatile("" : "+x"(v))
@@ -216,8 +216,9 @@ struct Recursion {
 double bench_recursions() {
     const Latencies<float> f;
     const Latencies<double> d;
-    std::printf("latencies in ns, float: add %.3f mul %.3f fma %.3f max %.3f; double: add %.3f mul %.3f fma %.3f max %.3f\n",
-                f.add, f.mul, f.fma, f.max, d.add, d.mul, d.fma, d.max);
+    std::printf(
+        "latencies in ns, float: add %.3f mul %.3f fma %.3f max %.3f; double: add %.3f mul %.3f fma %.3f max %.3f\n",
+        f.add, f.mul, f.fma, f.max, d.add, d.mul, d.fma, d.max);
 
     static krl_iir1_state iir1;
     static krl_iir1x_state iir1x;
@@ -226,14 +227,20 @@ double bench_recursions() {
     static krl_envelope_state envelope;
     static krl_integrator_state integrator;
     static krl_reciprocal_state reciprocal = {1.0f};
-    static float c1[] = {0.1f, 0.15f, 0.75f}, c2[] = {0.2f, 0.3f, -0.1f, 0.79f, -0.81f}, cs[] = {0.25f, 0.3f, -0.2f, 0.6f, 0.5f},
-                 ct[] = {0.25f, 0.3f, -0.2f, 0.6f, -0.45f}, ce[] = {0.3f, 0.01f, 0.9f}, ci[] = {1.0f, -1.0f};
+    static float c1[] = {0.1f, 0.15f, 0.75f}, c2[] = {0.2f, 0.3f, -0.1f, 0.79f, -0.81f},
+                 cs[] = {0.25f, 0.3f, -0.2f, 0.6f, 0.5f}, ct[] = {0.25f, 0.3f, -0.2f, 0.6f, -0.45f},
+                 ce[] = {0.3f, 0.01f, 0.9f}, ci[] = {1.0f, -1.0f};
     static float* blocks[8] = {x[8], x[9], x[10], x[11], x[12], x[13], x[14], x[15]};
     static krl_iir2ss_state* records[8] = {many, many + 1, many + 2, many + 3, many + 4, many + 5, many + 6, many + 7};
 
     const double first_order = f.mul + 2 * f.fma, rotation = f.mul + 2 * f.fma;
     const double two_samples = std::max(2 * f.fma, (f.mul + 4 * f.fma) / 2); // a loop over two samples
-    const double follow = d.mul + d.fma + d.max, integrate = f.add + 2 * f.max;
+    const double follow = d.mul + d.fma + d.max;
+    const double integrate = latency<float>([](float v) {
+        v += 0.25f;
+        v = v > -1.0f ? v : -1.0f;
+        return v < 1.0f ? v : 1.0f;
+    });
     const double newton = 2 * f.mul + f.fma + f.max;
     std::vector<Recursion> rows = {
         {CALLS(krl_blk_Liir1L_flex, y, x[0], c1, &iir1), first_order},
@@ -285,7 +292,7 @@ double bench_recursions() {
     return mean.value();
 }
 
-// ---- FIR ---------------------------------------------------------------------------------------------------------------
+// ---- FIR ------------------------------------------------------------------------------------------------------------
 
 double bench_fir() {
     GeometricMean mean;

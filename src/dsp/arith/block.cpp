@@ -48,7 +48,8 @@ KRL_PAIR(void, krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (float* dst, const fl
          clip<access>(dst, lim[0], lim[1], x);)
 
 KRL_PAIR(void, krl_blk_LcmpLL_flex, KRL_blk_LcmpLL_strict,
-         (float* dst, const float* val, const float* a, const float* b), map_block<access>(dst, pick_greater(val), a, b);)
+         (float* dst, const float* val, const float* a, const float* b),
+         map_block<access>(dst, pick_greater(val), a, b);)
 
 KRL_PAIR(void, krl_blk_Lconst_flex, KRL_blk_Lconst_strict, (float* dst, float c),
          map_block<access>(dst, [c] { return splat<f32v>(c); });)

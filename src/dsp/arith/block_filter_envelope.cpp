@@ -7,13 +7,13 @@ using namespace krl;
 
 namespace {
 
-// A recursion whose step takes its maxima and minima from an order: step(state, x, order).
-template <class access, class V, class State, class Step>
+// A recursion whose step takes its maxima and minima of T from an order: step(state, x, order).
+template <class access, class T, class State, class Step>
 KRL_INLINE void run_block_in_order(float* dst, State* state, Step step, const float* src) {
     check_destination<access>(dst);
     const samples<access> x(src);
     const State before = *state;
-    in_order<V>([&](auto& order) {
+    in_order<T>([&](auto& order) {
         *state = before;
         recur(state, [&](State& s, int i) { dst[i] = step(s, x.at[i], order); });
     });
@@ -35,8 +35,8 @@ auto integrate = [](const float* c) {
     };
 };
 
-// 2 * fma(-2^(u-1), t, 1) is fma(-2^u, t, 2): doubling is exact, as the fma is never subnormal. The minimum with a positive
-// limit as its second operand is minNum.
+// 2 * fma(-2^(u-1), t, 1) is fma(-2^u, t, 2): doubling is exact, as the fma is never subnormal. The minimum with a
+// positive limit as its second operand is minNum.
 auto reciprocal_step = [](uint32_t u) {
     const auto shift = static_cast<int32_t>(u);
     return [limit = 0.75f * exp2_int(1 - shift), slope = -exp2_int(shift)](krl_reciprocal_state& s, float x) {

@@ -8,7 +8,8 @@ using namespace krl;
 namespace {
 
 // The block a few samples late: what is missing in front of it comes from the state.
-template <class access> KRL_INLINE void run_two_taps(float* dst, const float* x, const float* h, krl_fir2_state* state) {
+template <class access>
+KRL_INLINE void run_two_taps(float* dst, const float* x, const float* h, krl_fir2_state* state) {
     const float h0 = h[0], h1 = h[1];
     const krl_fir2_state next = {x[block_length - 1]};
     block y;
@@ -43,16 +44,17 @@ KRL_INLINE void run_three_taps(float* dst, const float* x, const float* h, krl_f
 // A filter of any number of taps, in lanes of consecutive outputs.
 //
 // Tap k needs the 32 inputs that start k samples in front of the block. Taps that are 8 apart need the same lanes, one
-// place on: so the taps are taken by their residue modulo 8, and within a residue each further tap loads eight inputs from
-// the state and reuses the other 24 from registers. Only the first eight inputs of a residue lie partly in the state and
-// partly in the block: they are those of the residue before with one more old input shifted in.
+// place on: so the taps are taken by their residue modulo 8, and within a residue each further tap loads eight inputs
+// from the state and reuses the other 24 from registers. Only the first eight inputs of a residue lie partly in the
+// state and partly in the block: they are those of the residue before with one more old input shifted in.
 //
-// Successive taps alternate between two sums, which keeps enough independent chains in flight to hide the latency of fma.
+// Successive taps alternate between two sums, which keeps enough independent chains in flight to hide the latency of
+// fma.
 constexpr int stride = 8;
 constexpr int step = stride / lanes<f32v>; // groups that a further tap moves on by
 
-// to[0..n-1] = from[0..n-1]; from is apart from to or at least a lane vector ahead of it. Most filters are too short for a
-// call of memmove to pay.
+// to[0..n-1] = from[0..n-1]; from is apart from to or at least a lane vector ahead of it. Most filters are too short
+// for a call of memmove to pay.
 KRL_INLINE void copy_down(float* to, const float* from, size_t n) {
     if (n >= lanes<f32v>) {
         for (size_t i = 0; i + lanes<f32v> < n; i += lanes<f32v>)
@@ -75,7 +77,8 @@ KRL_INLINE void keep_inputs(float* state, size_t count, const float* x) {
     copy_down(state + kept, x + block_length - (count - kept), count - kept);
 }
 
-template <class access> KRL_INLINE void run_taps(float* dst, const float* x, uint32_t taps, const float* h, float* state) {
+template <class access>
+KRL_INLINE void run_taps(float* dst, const float* x, uint32_t taps, const float* h, float* state) {
     const size_t old = taps - 1; // inputs in the state
     f32v front[step];
 #pragma GCC unroll 8

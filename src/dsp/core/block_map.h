@@ -49,7 +49,8 @@ template <class access, class F> KRL_INLINE void map_block_pair(float* a, float*
     block first, second;
 #pragma GCC unroll 8
     for (int g = 0; g < block::groups; g++) {
-        const auto r = f(access::template load<f32v>(a + g * lanes<f32v>), access::template load<f32v>(b + g * lanes<f32v>));
+        const auto r =
+            f(access::template load<f32v>(a + g * lanes<f32v>), access::template load<f32v>(b + g * lanes<f32v>));
         first.group[g] = r.a, second.group[g] = r.b;
     }
     store_block<access>(a, first);

@@ -115,16 +115,6 @@ template <class V> KRL_INLINE V abs(V v) {
         return bit_cast<V>(bit_cast<M>(v) & 0x7fffffffffffffff);
 }
 
-// Whether any bit of a mask is set.
-KRL_INLINE bool any_bit(int64_t mask) { return mask != 0; }
-KRL_INLINE bool any_bit(i32x4 mask) {
-    const auto halves = bit_cast<i64x2>(mask);
-    return (halves[0] | halves[1]) != 0;
-}
-#if KRL_LANES == 8
-KRL_INLINE bool any_bit(i32x8 mask) { return !_mm256_testz_si256((__m256i)mask, (__m256i)mask); }
-#endif
-
 template <class V> KRL_INLINE V negate_even(V v) {
     using M = typename lane_traits<V>::mask;
     M sign = {};

@@ -1,8 +1,9 @@
 // maxNum and minNum at the speed of one instruction.
 //
-// x86 has a maximum whose answer depends on the order of its operands when one is NaN or when they are zeros of different
-// sign; elsewhere it is maxNum. So work that stands or falls with its maxima runs with the quick ones, which note whether the
-// order of the operands ever mattered, beside the critical path; only if it did, the work runs again with the exact ones.
+// x86 has a maximum whose answer depends on the order of its operands when one is NaN or when they are zeros of
+// different sign; elsewhere it is maxNum. So work that stands or falls with its maxima runs with the quick ones, which
+// note whether the order of the operands ever mattered, beside the critical path; only if it did, the work runs again
+// with the exact ones.
 #pragma once
 
 #include <type_traits>
@@ -12,30 +13,30 @@
 namespace krl {
 
 struct exact_order {
-    template <class V> KRL_INLINE V max(V a, V b) { return max_num(a, b); }
-    template <class V> KRL_INLINE V min(V a, V b) { return min_num(a, b); }
+    template <class T> KRL_INLINE T max(T a, T b) { return max_num(a, b); }
+    template <class T> KRL_INLINE T min(T a, T b) { return min_num(a, b); }
     static constexpr bool in_doubt() { return false; }
 };
 
-template <class V> class quick_order {
+template <class T> class quick_order {
 public:
-    KRL_INLINE V max(V a, V b) { return noted(max_quick(a, b), max_quick(b, a)); }
-    KRL_INLINE V min(V a, V b) { return noted(min_quick(a, b), min_quick(b, a)); }
-    KRL_INLINE bool in_doubt() const { return any_bit(doubt_); }
+    KRL_INLINE T max(T a, T b) { return noted(max_quick(a, b), max_quick(b, a)); }
+    KRL_INLINE T min(T a, T b) { return noted(min_quick(a, b), min_quick(b, a)); }
+    bool in_doubt() const { return doubt_ != 0; }
 
 private:
-    using mask = typename lane_traits<V>::mask;
-    KRL_INLINE V noted(V result, V other_way_round) {
-        doubt_ |= bit_cast<mask>(result) ^ bit_cast<mask>(other_way_round);
+    using bits = typename lane_traits<T>::mask;
+    KRL_INLINE T noted(T result, T other_way_round) {
+        doubt_ |= bit_cast<bits>(result) ^ bit_cast<bits>(other_way_round);
         return result;
     }
-    mask doubt_ = {};
+    bits doubt_ = 0;
 };
 
-// Calls run(order) with an order for lanes V, a second time if need be: run can be repeated and takes its maxima and minima
-// from the order.
-template <class V, class F> KRL_INLINE void in_order(F run) {
-    std::conditional_t<quick_is_exact, exact_order, quick_order<V>> first;
+// Calls run(order) with an order for numbers T (float or double), a second time if need be: run can be repeated and
+// takes its maxima and minima from the order.
+template <class T, class F> KRL_INLINE void in_order(F run) {
+    std::conditional_t<quick_is_exact, exact_order, quick_order<T>> first;
     run(first);
     if (first.in_doubt()) [[unlikely]] {
         exact_order exact;
@@ -43,10 +44,11 @@ template <class V, class F> KRL_INLINE void in_order(F run) {
     }
 }
 
-// Whether min_quick(max_quick(v, low), high) clips as maxNum and minNum do: the quick ones give their second operand for a
-// NaN v and for a zero beside a zero limit, which is right unless the limit is NaN or a zero of the other sign.
+// Whether min_quick(max_quick(v, low), high) clips as maxNum and minNum do: the quick ones give their second operand
+// for a NaN v and for a zero beside a zero limit, which is right unless the limit is NaN or a zero of the other sign.
 inline bool quick_is_exact_within(float low, float high) {
-    return quick_is_exact || (low == low && high == high && bit_cast<uint32_t>(low) != 0x80000000u && bit_cast<uint32_t>(high) != 0);
+    const bool negative_zero = bit_cast<uint32_t>(low) == 0x80000000u, positive_zero = bit_cast<uint32_t>(high) == 0;
+    return quick_is_exact || (low == low && high == high && !negative_zero && !positive_zero);
 }
 
 } // namespace krl
