@@ -90,16 +90,16 @@ template <class V> KRL_INLINE V in_register(V v) {
     return v;
 }
 
-// A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
+// Spelled out, because loops over lanes reach the vectorizer, which may build the vector through memory.
 template <class V> KRL_INLINE V splat(element_of<V> x) {
-    if constexpr (lanes<V> == 1) {
+    if constexpr (lanes<V> == 1)
         return x;
-    } else {
-        V v;
-        for (int i = 0; i < lanes<V>; i++)
-            v[i] = x;
-        return v;
-    }
+    else if constexpr (lanes<V> == 2)
+        return V{x, x};
+    else if constexpr (lanes<V> == 4)
+        return V{x, x, x, x};
+    else
+        return V{x, x, x, x, x, x, x, x};
 }
 
 // ---- bits -----------------------------------------------------------------------------------------------------------
@@ -299,9 +299,9 @@ template <class V> KRL_INLINE V max_num(V a, V b) {
     else if constexpr (lanes<V> == 1)
         return max_num(f64x2{a}, f64x2{b})[0];
     else {
-        V p = detail::pick_max(a, b), q = detail::pick_max(b, a);
-        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_and(p, q));
-        return detail::pick(bit_cast<V>(a != a), b, r);
+        using M = typename lane_traits<V>::mask;
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::pick_max(a, b));
+        return bit_cast<V>(bit_cast<M>(r) & ~((a == b) & ~bit_cast<M>(a))); // equal: a and b
     }
 }
 template <class V> KRL_INLINE V min_num(V a, V b) {
@@ -310,9 +310,9 @@ template <class V> KRL_INLINE V min_num(V a, V b) {
     else if constexpr (lanes<V> == 1)
         return min_num(f64x2{a}, f64x2{b})[0];
     else {
-        V p = detail::pick_min(a, b), q = detail::pick_min(b, a);
-        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_or(p, q));
-        return detail::pick(bit_cast<V>(a != a), b, r);
+        using M = typename lane_traits<V>::mask;
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::pick_min(a, b));
+        return bit_cast<V>(bit_cast<M>(r) | ((a == b) & bit_cast<M>(a))); // equal: a or b
     }
 }
 #endif
@@ -434,8 +434,7 @@ KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, 
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
-    v[0] = first;
-    return v;
+    return __builtin_shufflevector(v, splat<f32x4>(first), 4, 1, 2, 3);
 }
 // Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
@@ -484,8 +483,7 @@ KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
-    v[0] = first;
-    return v;
+    return _mm256_blend_ps(v, splat<f32x8>(first), 1);
 }
 #endif
 
