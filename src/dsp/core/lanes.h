@@ -6,7 +6,7 @@
 //
 //   f32x4, f64x2   on every target
 //   f32x8, f64x4   where KRL_LANES is 8 (x86-64 with AVX2 and FMA)
-//   f32v           the widest float vector of the target, lanes<f32v> wide
+//   f32v, f64v     the widest vectors of the target
 //
 // Kernels are templates over the lane type; the same template runs with `float` itself as a one-lane type.
 #pragma once
@@ -39,9 +39,11 @@ using i32x8 = int32_t __attribute__((vector_size(32)));
 using f64x4 = double __attribute__((vector_size(32)));
 using i64x4 = int64_t __attribute__((vector_size(32)));
 using f32v = f32x8;
+using f64v = f64x4;
 #else
 #    define KRL_LANES 4
 using f32v = f32x4;
+using f64v = f64x2;
 #endif
 
 // Element type, lane count and the integer vector of the same shape (what a comparison yields).
@@ -112,6 +114,47 @@ template <class V> KRL_INLINE V abs(V v) {
         return bit_cast<V>(bit_cast<M>(v) & 0x7fffffffffffffff);
 }
 
+template <class V> KRL_INLINE V negate_even(V v) {
+    using M = typename lane_traits<V>::mask;
+    M sign = {};
+    for (int i = 0; i < lanes<V>; i += 2)
+        sign[i] = INT32_MIN;
+    return bit_cast<V>(bit_cast<M>(v) ^ sign);
+}
+
+// ---- partial loads and stores ----------------------------------------------------------------------------------------
+
+// The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
+template <class V> V load_first(const float* p, size_t count);
+template <> KRL_INLINE f32x4 load_first(const float* p, size_t count) {
+    f32x4 v = {};
+    if (count & 2) {
+        double both;
+        __builtin_memcpy(&both, p, sizeof(both));
+        v = bit_cast<f32x4>(f64x2{both, 0.0});
+        if (count & 1)
+            v[2] = p[2];
+    } else if (count & 1) {
+        v[0] = p[0];
+    }
+    return v;
+}
+KRL_INLINE void store_first(float* p, f32x4 v, size_t count) {
+    if (count & 2) {
+        __builtin_memcpy(p, &v, 8);
+        if (count & 1)
+            p[2] = v[2];
+    } else if (count & 1) {
+        p[0] = v[0];
+    }
+}
+#if KRL_LANES == 8
+template <> KRL_INLINE f32x8 load_first(const float* p, size_t count) {
+    const i32x8 lane = {0, 1, 2, 3, 4, 5, 6, 7};
+    return _mm256_maskload_ps(p, (__m256i)(lane < static_cast<int32_t>(count)));
+}
+#endif
+
 // ---- fused multiply-add: a * b + c with one rounding ----------------------------------------------------------------
 
 KRL_INLINE float fma(float a, float b, float c) { return __builtin_fmaf(a, b, c); }
@@ -131,6 +174,21 @@ template <class V> KRL_INLINE V fma(V a, V b, V c) {
     for (int i = 0; i < lanes<V>; i++)
         r[i] = fma(a[i], b[i], c[i]);
     return r;
+}
+#endif
+
+// a * b - c in the even lanes and a * b + c in the odd ones (fma_sub_add), and the other way round; one rounding.
+#if defined(KRL_X86_FMA)
+KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmaddsub_ps(a, b, c); }
+KRL_INLINE f32x8 fma_sub_add(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmaddsub_ps(a, b, c); }
+KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmsubadd_ps(a, b, c); }
+KRL_INLINE f32x8 fma_add_sub(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmsubadd_ps(a, b, c); }
+#else
+KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) {
+    return fma(a, b, negate_even(c));
+}
+KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) {
+    return fma(a, b, -negate_even(c));
 }
 #endif
 
@@ -255,6 +313,36 @@ KRL_INLINE f32x4 clamp(f32x4 v, f32x4 lo, f32x4 hi) { return min_nan(max_nan(v, 
 template <class V> KRL_INLINE V clamp(V v, V lo, V hi) { return detail::pick_min(hi, detail::pick_max(lo, v)); }
 #endif
 
+// True when a lane of a comparison is.
+#if defined(KRL_NEON)
+KRL_INLINE bool any(i32x4 mask) { return vmaxvq_u32((uint32x4_t)mask) != 0; }
+#elif defined(KRL_X86_FMA)
+KRL_INLINE bool any(i32x4 mask) { return !_mm_testz_si128((__m128i)mask, (__m128i)mask); }
+KRL_INLINE bool any(i32x8 mask) { return !_mm256_testz_si256((__m256i)mask, (__m256i)mask); }
+#else
+KRL_INLINE bool any(i32x4 mask) {
+    const i64x2 both = (i64x2)mask;
+    return (both[0] | both[1]) != 0;
+}
+#endif
+
+// ---- sums -----------------------------------------------------------------------------------------------------------
+
+// Of all lanes, joined in halves: lane j with lane j + width / 2, and so on.
+KRL_INLINE double sum_of_lanes(f64x2 v) { return v[0] + v[1]; }
+KRL_INLINE float sum_of_lanes(f32x4 v) {
+    v += __builtin_shufflevector(v, v, 2, 3, 0, 1);
+    return v[0] + v[1];
+}
+#if KRL_LANES == 8
+KRL_INLINE double sum_of_lanes(f64x4 v) {
+    return sum_of_lanes(__builtin_shufflevector(v, v, 0, 1) + __builtin_shufflevector(v, v, 2, 3));
+}
+KRL_INLINE float sum_of_lanes(f32x8 v) {
+    return sum_of_lanes(__builtin_shufflevector(v, v, 0, 1, 2, 3) + __builtin_shufflevector(v, v, 4, 5, 6, 7));
+}
+#endif
+
 // ---- shuffles -------------------------------------------------------------------------------------------------------
 
 template <class V> struct lane_pair { V a, b; };
@@ -268,6 +356,14 @@ KRL_INLINE lane_pair<f32x4> deinterleave(f32x4 lo, f32x4 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6), __builtin_shufflevector(lo, hi, 1, 3, 5, 7)};
 }
 KRL_INLINE f32x4 swap_pairs(f32x4 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2); }
+// Pairs of lanes: the even or the odd lane of each twice; the even lanes of a beside the odd lanes of b.
+KRL_INLINE f32x4 twice_even(f32x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
+KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
+KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
+KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
+KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
+// The even lanes of a and of b in alternation.
+KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
     auto [bd_lo, bd_hi] = interleave(b, d);
@@ -275,7 +371,14 @@ KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [r2, r3] = interleave(ac_hi, bd_hi);
     a = r0, b = r1, c = r2, d = r3;
 }
+// Half as many floats as V has lanes, each in two neighbouring lanes.
+template <class V> V load_twice(const float* p);
+template <> KRL_INLINE f32x4 load_twice(const float* p) { return f32x4{p[0], p[0], p[1], p[1]}; }
 #if KRL_LANES == 8
+template <> KRL_INLINE f32x8 load_twice(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
+}
 KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
 KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
     return {__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11),
@@ -286,25 +389,50 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
             __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
 }
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
+KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6); }
+KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7); }
+KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
+KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
+KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
+KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
 
-// f applied in double precision to every lane of v, rounded once to single.
-template <class F> KRL_INLINE float map_double(float v, F f) { return static_cast<float>(f(static_cast<double>(v))); }
-template <class F> KRL_INLINE f32x4 map_double(f32x4 v, F f) {
+// Single to double (exact), and back with one rounding.
+KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
+    return {__builtin_convertvector(__builtin_shufflevector(v, v, 0, 1), f64x2),
+            __builtin_convertvector(__builtin_shufflevector(v, v, 2, 3), f64x2)};
+}
+KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     using f32x2 = float __attribute__((vector_size(8)));
-    f64x2 lo = f(__builtin_convertvector(__builtin_shufflevector(v, v, 0, 1), f64x2));
-    f64x2 hi = f(__builtin_convertvector(__builtin_shufflevector(v, v, 2, 3), f64x2));
-    return __builtin_shufflevector(__builtin_convertvector(lo, f32x2), __builtin_convertvector(hi, f32x2), 0, 1, 2, 3);
+    return __builtin_shufflevector(__builtin_convertvector(v.a, f32x2), __builtin_convertvector(v.b, f32x2), 0, 1, 2, 3);
 }
 #if KRL_LANES == 8
-template <class F> KRL_INLINE f32x8 map_double(f32x8 v, F f) {
-    f64x4 lo = f((f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)));
-    f64x4 hi = f((f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)));
-    return _mm256_set_m128(_mm256_cvtpd_ps(hi), _mm256_cvtpd_ps(lo));
+KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
+    return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
+}
+KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
+#endif
+
+// As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
+template <class V> KRL_INLINE V load_as(const float* p) { return load<V>(p); }
+template <class V> KRL_INLINE V load_first_as(const float* p, size_t count) { return load_first<V>(p, count); }
+template <> KRL_INLINE f64x2 load_as(const float* p) { return f64x2{p[0], p[1]}; }
+template <> KRL_INLINE f64x2 load_first_as(const float* p, size_t) { return f64x2{p[0], 0.0}; }
+#if KRL_LANES == 8
+template <> KRL_INLINE f64x4 load_as(const float* p) { return (f64x4)_mm256_cvtps_pd(load<f32x4>(p)); }
+template <> KRL_INLINE f64x4 load_first_as(const float* p, size_t count) {
+    return (f64x4)_mm256_cvtps_pd(load_first<f32x4>(p, count));
 }
 #endif
+
+// f applied in double precision to every lane of v, rounded once to single.
+template <class F> KRL_INLINE float map_double(float v, F f) { return static_cast<float>(f(static_cast<double>(v))); }
+template <class V, class F> KRL_INLINE V map_double(V v, F f) {
+    auto [a, b] = to_double(v);
+    return to_single({f(a), f(b)});
+}
 
 // Exact for |v| < 2^24, otherwise rounded to nearest even.
 KRL_INLINE f32x4 to_float(i32x4 v) { return __builtin_convertvector(v, f32x4); }

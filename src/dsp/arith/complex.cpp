@@ -1,0 +1,212 @@
+// Operations on complex vectors.
+//
+// Lanes hold (real, imaginary) pairs as they stand in memory, so a vector of n complex samples is mapped as one of 2n
+// floats. The comments give one pair; each product in brackets is rounded, the other one is fused with the sum.
+#include "korla/dsp/complex.h"
+
+#include <cstring>
+
+#include "dsp/core/exp2.h"
+#include "dsp/core/vector_map.h"
+
+using namespace krl;
+
+extern "C" {
+const uint32_t krl_clclmix5cl10csu_c = 0;
+const uint32_t krl_clclmix5cl10csu_order_coef_c = 0;
+}
+
+namespace {
+
+inline size_t floats(uint32_t n) { return 2 * size_t{n}; }
+
+auto multiply_by = [](float g) { return [g](auto a) { return a * g; }; };
+
+// ---- products -------------------------------------------------------------------------------------------------------
+
+// re = a.re b.re - [a.im b.im], im = a.re b.im + [a.im b.re]
+auto product = [](auto a, auto b) { return fma_sub_add(twice_even(a), b, twice_odd(a) * swap_pairs(b)); };
+
+// (s.re - a.im b.im, s.im + a.re b.im), fused
+template <class V> KRL_INLINE V add_imaginary_products(V s, V a, V b) {
+    return fma(negate_even(swap_pairs(a)), twice_odd(b), s);
+}
+
+// re = [a.re b.re] - a.im b.im, im = a.re b.im + [a.im b.re]
+auto product_of_strict_entry = [](auto a, auto b) { return add_imaginary_products(a * twice_even(b), a, b); };
+
+// re = (acc.re + a.re b.re) - a.im b.im, im = (a.re b.im + [a.im b.re]) + acc.im
+//
+// The parts differ in when the accumulator comes in. Adding -0 changes nothing, so it stands in for it where it does not.
+auto add_product = [](auto acc, auto a, auto b) {
+    const auto none = splat<decltype(acc)>(-0.0f);
+    const auto real_products = fma(a, twice_even(b), even_odd(acc, none));
+    return add_imaginary_products(real_products, a, b) + even_odd(none, acc);
+};
+
+// a conj(b): re = a.re b.re + [a.im b.im], im = a.im b.re - [a.re b.im]
+template <class V> KRL_INLINE V conjugate_product(V a, V b) {
+    return fma_add_sub(a, twice_even(b), swap_pairs(a) * twice_odd(b));
+}
+
+// ---- division -------------------------------------------------------------------------------------------------------
+
+// Both parts of the numerator over |x|^2 = x.re x.re + [x.im x.im], a single: its reciprocal and the products with it are
+// formed in double precision and rounded once.
+template <class V> KRL_INLINE V over_squared_magnitude(V numerator, V x) {
+    const auto magnitudes = to_double(fma(x, x, swap_pairs(x * x))); // in the even lanes
+    using D = decltype(magnitudes.a);
+    const D reciprocal = splat<D>(1.0) / even_lanes(magnitudes.a, magnitudes.b);
+    const auto n = to_double(numerator);
+    return to_single({n.a * twice_even(reciprocal), n.b * twice_odd(reciprocal)});
+}
+
+auto reciprocal_times = [](float f) {
+    return [f](auto a) {
+        using V = decltype(a);
+        return over_squared_magnitude(a * even_odd(splat<V>(f), splat<V>(-f)), a); // f conj(a) / |a|^2
+    };
+};
+
+auto quotient = [](auto a, auto b) { return over_squared_magnitude(conjugate_product(a, b), b); };
+
+// ---- shifts ---------------------------------------------------------------------------------------------------------
+
+template <class access> inline void shift(float* d, const float* a, uint32_t exponent, uint32_t n) {
+    if (exponent != 0)
+        map_vector<access>(to(d), floats(n), multiply_by(exp2_int(static_cast<int32_t>(exponent))), from(a));
+    else if (d != a)
+        krl_CLcopyCLU_flex(d, a, n);
+}
+
+// ---- mixes ----------------------------------------------------------------------------------------------------------
+
+// c[0] in[0] + c[1] in[1] + ..., one fused step for each term after the first.
+template <int count, class V> KRL_INLINE V weighted_sum(const V* in, const float* c) {
+    V sum = in[0] * c[0];
+#pragma GCC unroll 8
+    for (int j = 1; j < count; j++)
+        sum = fma(in[j], splat<V>(c[j]), sum);
+    return sum;
+}
+
+// Each stacked input occupies n rounded up to a multiple of four complex samples.
+template <int count> inline from_stack<count> stack(const float* inputs, uint32_t n) {
+    return {inputs, 2 * ((size_t{n} + 3) & ~size_t{3})};
+}
+
+template <class access, int count>
+inline void mix_to_both(float* d0, float* d1, const float* inputs, const float* coefficients, uint32_t n) {
+    float c[2 * count]; // the compiler cannot know that the destinations do not change them
+    memcpy(c, coefficients, sizeof(c));
+    auto both = [&c](auto in) {
+        return lane_pair{weighted_sum<count>(in.of, c), weighted_sum<count>(in.of, c + count)};
+    };
+    map_vector<access, 1>(to_both{d0, d1}, floats(n), both, stack<count>(inputs, n));
+}
+
+template <class access> inline void mix4(float* d, const float* inputs, const float* coefficients, uint32_t n) {
+    float c[4];
+    memcpy(c, coefficients, sizeof(c));
+    map_vector<access, 2>(to(d), floats(n), [&c](auto in) { return weighted_sum<4>(in.of, c); }, stack<4>(inputs, n));
+}
+
+} // namespace
+
+// ---- sums, copies ---------------------------------------------------------------------------------------------------
+
+KRL_PAIR(void, krl_CLaddCLCLU_flex, KRL_CLaddCLCLU_strict, (float* d, const float* a, const float* b, uint32_t n),
+         map_vector<access>(to(d), floats(n), [](auto x, auto y) { return x + y; }, from(a), from(b));)
+
+KRL_PAIR(void, krl_CLsubCLCLU_flex, KRL_CLsubCLCLU_strict, (float* d, const float* a, const float* b, uint32_t n),
+         map_vector<access>(to(d), floats(n), [](auto x, auto y) { return x - y; }, from(a), from(b));)
+
+KRL_PAIR(void, krl_CLcopyCLU_flex, KRL_CLcopyCLU_strict, (float* d, const float* a, uint32_t n),
+         if (n != 0) memmove(d, a, floats(n) * sizeof(float));)
+
+KRL_PAIR(void, krl_CLzeroCLU_flex, KRL_CLzeroCLU_strict, (float* d, uint32_t n),
+         if (n != 0) memset(d, 0, floats(n) * sizeof(float));)
+
+// ---- products -------------------------------------------------------------------------------------------------------
+
+KRL_PAIR(void, krl_CLmpyCLSU_flex, KRL_CLmpyCLSU_strict, (float* d, const float* a, float g, uint32_t n),
+         map_vector<access>(to(d), floats(n), multiply_by(g), from(a));)
+
+KRL_PAIR(void, krl_CLmpyCLVSU_flex, KRL_CLmpyCLVSU_strict, (float* d, const float* a, const float* v, uint32_t n),
+         map_vector<access>(to(d), floats(n), [](auto x, auto y) { return x * y; }, from(a), from_real(v));)
+
+void krl_CLmpyCLCSU_flex(float* d, const float* a, const float* b, uint32_t n) {
+    map_vector<flex>(to(d), floats(n), product, from(a), from(b));
+}
+void KRL_CLmpyCLCSU_strict(float* d, const float* a, const float* b, uint32_t n) {
+    map_vector<strict>(to(d), floats(n), product_of_strict_entry, from(a), from(b));
+}
+
+KRL_PAIR(void, krl_CLmacCLCLU_flex, KRL_CLmacCLCLU_strict, (float* acc, const float* a, const float* b, uint32_t n),
+         map_vector<access>(to(acc), floats(n), add_product, from(acc), from(a), from(b));)
+
+KRL_PAIR(void, krl_CLmacCLLU_flex, KRL_CLmacCLLU_strict, (float* acc, const float* a, float g, uint32_t n),
+         auto add_scaled = [g](auto s, auto x) { return fma(x, splat<decltype(x)>(g), s); };
+         map_vector<access>(to(acc), floats(n), add_scaled, from(acc), from(a));)
+
+KRL_PAIR(void, krl_cvec_Lmpy_conjLLIU_flex, KRL_cvec_Lmpy_conjLLIU_strict,
+         (float* d, const float* a, const float* b, int32_t e, uint32_t n),
+         const float f = exp2_int(e);
+         map_vector<access>(to(d), floats(n), [f](auto x, auto y) { return conjugate_product(x * f, y * f); }, from(a),
+                            from(b));)
+
+KRL_PAIR(void, krl_VLsquaredmagCLIU_flex, KRL_VLsquaredmagCLIU_strict, (float* v, const float* a, int32_t e, uint32_t n),
+         const float f = exp2_int(e);
+         auto squared_magnitude = [f](auto x) {
+             const auto re = x.a * f, im = x.b * f;
+             return fma(re, re, im * im);
+         };
+         map_vector<access>(to(v), n, squared_magnitude, from_complex(a));)
+
+// ---- mixes ----------------------------------------------------------------------------------------------------------
+
+KRL_PAIR(void, krl_CLmixCLCLSSU_flex, KRL_CLmixCLCLSSU_strict,
+         (float* d, const float* a, const float* b, float ga, float gb, uint32_t n),
+         auto mix = [ga, gb](auto x, auto y) { return fma(y, splat<decltype(y)>(gb), x * ga); };
+         map_vector<access>(to(d), floats(n), mix, from(a), from(b));)
+
+KRL_PAIR(void, krl_CLmix4CL4SU_flex, KRL_CLmix4CL4SU_strict, (float* d, const float* in, const float* c, uint32_t n),
+         mix4<access>(d, in, c, n);)
+
+KRL_PAIR(void, krl_CLCLmix4CL8SU_flex, KRL_CLCLmix4CL8SU_strict,
+         (float* d0, float* d1, const float* in, const float* c, uint32_t n), (mix_to_both<access, 4>(d0, d1, in, c, n));)
+
+KRL_PAIR(void, krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict,
+         (float* d0, float* d1, const float* in, const float* c, uint32_t n), (mix_to_both<access, 6>(d0, d1, in, c, n));)
+
+// Four inputs and then three more added in the same fused steps: one chain, so one pass gives the bits of the two.
+KRL_PAIR(void, krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict,
+         (float* d0, float* d1, const float* in, const float* c, uint32_t n), (mix_to_both<access, 7>(d0, d1, in, c, n));)
+
+// ---- powers of two --------------------------------------------------------------------------------------------------
+
+KRL_PAIR(void, krl_CLshlCLUU_flex, KRL_CLshlCLUU_strict, (float* d, const float* a, uint32_t s, uint32_t n),
+         shift<access>(d, a, s, n);)
+
+KRL_PAIR(void, krl_CLshrCLUU_flex, KRL_CLshrCLUU_strict, (float* d, const float* a, uint32_t s, uint32_t n),
+         shift<access>(d, a, 0u - s, n);)
+
+KRL_PAIR(void, krl_CLmpy_shlCLSIU_flex, KRL_CLmpy_shlCLSIU_strict,
+         (float* d, const float* a, float g, int32_t e, uint32_t n),
+         map_vector<access>(to(d), floats(n), multiply_by(g * exp2_int(e)), from(a));)
+
+KRL_PAIR(void, krl_CLmpy_shlCLSIU_inplace_flex, KRL_CLmpy_shlCLSIU_inplace_strict,
+         (float* a, float g, int32_t e, uint32_t n),
+         map_vector<access>(to(a), floats(n), multiply_by(g * exp2_int(e)), from(a));)
+
+// ---- division -------------------------------------------------------------------------------------------------------
+
+KRL_PAIR(void, krl_CLrecipCLUU_flex, KRL_CLrecipCLUU_strict, (float* d, const float* a, uint32_t s, uint32_t n),
+         map_vector<access, 2>(to(d), floats(n), reciprocal_times(exp2_int(static_cast<int32_t>(0u - s))), from(a));)
+
+KRL_PAIR(void, krl_CLmpy_recipCLLIU_flex, KRL_CLmpy_recipCLLIU_strict,
+         (float* d, const float* a, float g, int32_t e, uint32_t n),
+         map_vector<access, 2>(to(d), floats(n), reciprocal_times(g * exp2_int(e)), from(a));)
+
+KRL_PAIR(void, krl_CLdivCLCLU_flex, KRL_CLdivCLCLU_strict, (float* d, const float* a, const float* b, uint32_t n),
+         map_vector<access, 2>(to(d), floats(n), quotient, from(a), from(b));)
