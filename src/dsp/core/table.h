@@ -33,3 +33,20 @@ template <size_t N, class F> constexpr table<float, N> make_table(F f) {
     KRL_API extern const decltype(__VA_ARGS__) name;                                                                   \
     alignas(32) constinit const decltype(__VA_ARGS__) name = __VA_ARGS__;                                              \
     }
+
+// As above, checked against the declaration in a public header that the file includes.
+namespace krl {
+
+template <size_t size>
+struct Table {
+    float value[size];
+};
+
+} // namespace krl
+
+// Defines the array `name`, which a public header declares, with the Table that the expression yields. It is aligned
+// for the widest vector a kernel loads.
+#define KRL_DEFINE_TABLE(name, ...)                                                                                    \
+    extern "C" KRL_API const decltype(__VA_ARGS__) name##_values __asm__(#name);                                       \
+    alignas(32) constinit const decltype(__VA_ARGS__) name##_values = __VA_ARGS__;                                     \
+    static_assert(sizeof(name##_values) == sizeof(::name), "as large as declared")

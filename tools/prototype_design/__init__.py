@@ -1,0 +1,1 @@
+"""Design of the prototype filters of the QMF and modulated filter banks."""
