@@ -192,6 +192,27 @@ KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) {
 }
 #endif
 
+// a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for algorithms
+// that leave the rounding open.
+#if defined(KRL_NEON)
+KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
+KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
+KRL_INLINE f32x4 mul_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, c); }
+KRL_INLINE f32x4 mul_sub_from(f32x4 a, f32x4 b, f32x4 c) {
+    return (f32x4)vfmsq_f32((float32x4_t)c, (float32x4_t)a, (float32x4_t)b);
+}
+#elif defined(KRL_X86_FMA)
+KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
+KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
+KRL_INLINE f32x4 mul_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, c); }
+KRL_INLINE f32x4 mul_sub_from(f32x4 a, f32x4 b, f32x4 c) { return _mm_fnmadd_ps(a, b, c); }
+KRL_INLINE f32x8 mul_add(f32x8 a, f32x8 b, f32x8 c) { return fma(a, b, c); }
+KRL_INLINE f32x8 mul_sub_from(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fnmadd_ps(a, b, c); }
+#else
+template <class V> KRL_INLINE V mul_add(V a, V b, V c) { return a * b + c; }
+template <class V> KRL_INLINE V mul_sub_from(V a, V b, V c) { return c - a * b; }
+#endif
+
 // ---- maximum and minimum --------------------------------------------------------------------------------------------
 //
 // max_num, min_num: IEEE 754-2008 maxNum/minNum, a quiet NaN operand is ignored.
@@ -395,6 +416,55 @@ KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
 KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
+#endif
+
+// Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the order
+// that costs least: lane i belongs to sample split_order<V>(i). The order is its own inverse, and it commutes with
+// reverse(): lanes - 1 - split_order(i) = split_order(lanes - 1 - i).
+template <class V> constexpr int split_order(int lane) {
+    if (lanes<V> == 8 && lane >= 2 && lane < 6) // 0 1 4 5 2 3 6 7: the halves of 256-bit vectors stay apart
+        return lane ^ 6;
+    return lane;
+}
+KRL_INLINE lane_pair<float> split(float re, float im) { return {re, im}; }
+KRL_INLINE lane_pair<float> join(float re, float im) { return {re, im}; }
+KRL_INLINE float to_split_order(float v) { return v; }
+KRL_INLINE lane_pair<f32x4> split(f32x4 lo, f32x4 hi) { return deinterleave(lo, hi); }
+KRL_INLINE lane_pair<f32x4> join(f32x4 re, f32x4 im) { return interleave(re, im); }
+KRL_INLINE f32x4 to_split_order(f32x4 v) { return v; }
+#if KRL_LANES == 8
+KRL_INLINE lane_pair<f32x8> split(f32x8 lo, f32x8 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14),
+            __builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15)};
+}
+KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
+    return {__builtin_shufflevector(re, im, 0, 8, 1, 9, 4, 12, 5, 13),
+            __builtin_shufflevector(re, im, 2, 10, 3, 11, 6, 14, 7, 15)};
+}
+KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
+#endif
+
+// Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
+KRL_INLINE void transpose(float*) {}
+KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+#if KRL_LANES == 8
+KRL_INLINE void transpose(f32x8* r) {
+    f32x8 t[8];
+    for (int i = 0; i < 8; i += 4) { // 2x2 blocks inside the halves, then the halves' 4x4
+        const f32x8 a = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        const f32x8 b = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+        const f32x8 c = __builtin_shufflevector(r[i + 2], r[i + 3], 0, 8, 1, 9, 4, 12, 5, 13);
+        const f32x8 d = __builtin_shufflevector(r[i + 2], r[i + 3], 2, 10, 3, 11, 6, 14, 7, 15);
+        t[i] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
+        t[i + 1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
+        t[i + 2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
+        t[i + 3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
+    }
+    for (int i = 0; i < 4; i++) {
+        r[i] = __builtin_shufflevector(t[i], t[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        r[i + 4] = __builtin_shufflevector(t[i], t[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    }
+}
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------

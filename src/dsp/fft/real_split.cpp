@@ -1,0 +1,91 @@
+#include "dsp/fft/real_split.h"
+
+#include <bit>
+
+#include "dsp/core/trig.h"
+#include "dsp/fft/butterflies.h"
+
+namespace krl::fft {
+
+namespace {
+
+constexpr uint32_t longest = 4096;
+
+// One after another the sines of n = 2, 4, 8, ..., 4096, n/2 + 1 values each: where those of n start.
+constexpr uint32_t table_start(uint32_t n) { return n / 2 - 2 + static_cast<uint32_t>(std::countr_zero(n)); }
+
+struct sine_tables {
+    float value[table_start(2 * longest)];
+
+    static constexpr sine_tables make() {
+        sine_tables t{};
+        for (uint32_t n = 2; n <= longest; n *= 2)
+            for (uint32_t k = 0; k <= n / 2; k++)
+                t.value[table_start(n) + k] = static_cast<float>(sin_turn(k, 2 * n));
+        return t;
+    }
+};
+constexpr auto sines = sine_tables::make();
+
+// Runs f(low, high, cos, sin) -> {low, high} on the bin pairs (k, n-k), lanes<V> at a time, from the outside in. The last
+// group reaches the bin n/2, its own partner, which comes out alike from both sides.
+template <class V, class F> KRL_INLINE void for_bin_pairs(float* z, uint32_t n, F f) {
+    const float* sine = split_sines(n);
+    auto reversed = [](V v) { return reverse(v); };
+    for (uint32_t k = 1; k < n / 2 + 1; k += lanes<V>) {
+        float* low = z + 2 * k;
+        float* high = z + 2 * (n - k - (lanes<V> - 1));
+        const auto [a_re, a_im] = split(load<V>(low), load<V>(low + lanes<V>));
+        const auto [b_re, b_im] = split(load<V>(high), load<V>(high + lanes<V>));
+        const V sin = to_split_order(load<V>(sine + k));
+        const V cos = reversed(to_split_order(load<V>(sine + n / 2 - k - (lanes<V> - 1))));
+        const auto [x, y] = f(complex<V>{a_re, a_im}, complex<V>{reversed(b_re), reversed(b_im)}, cos, sin);
+        const auto [x_lo, x_hi] = join(x.re, x.im);
+        const auto [y_lo, y_hi] = join(reversed(y.re), reversed(y.im));
+        store(low, x_lo);
+        store(low + lanes<V>, x_hi);
+        store(high, y_lo);
+        store(high + lanes<V>, y_hi);
+    }
+}
+
+template <class V> struct bin_pair { complex<V> low, high; };
+
+template <class F> KRL_INLINE void for_all_bin_pairs(float* z, uint32_t n, F f) {
+    if (n / 2 >= lanes<f32v>)
+        for_bin_pairs<f32v>(z, n, f);
+    else
+        for_bin_pairs<float>(z, n, f);
+}
+
+} // namespace
+
+const float* split_sines(uint32_t n) { return sines.value + table_start(n); }
+
+void split_forward(float* z, uint32_t n, float g) {
+    const float re = z[0], im = z[1];
+    for_all_bin_pairs(z, n, [g]<class V>(complex<V> a, complex<V> b, V cos, V sin) {
+        const V h = splat<V>(0.5f * g);
+        const complex<V> e = {h * (a.re + b.re), h * (a.im - b.im)};
+        const complex<V> o = {h * (a.im + b.im), h * (b.re - a.re)};
+        const complex<V> t = rotate(o, cos, sin);
+        return bin_pair<V>{e + t, {e.re - t.re, t.im - e.im}};
+    });
+    z[0] = g * (re + im);
+    z[1] = g * (re - im);
+}
+
+void split_inverse(float* x, uint32_t n, float g) {
+    const float first = x[0], last = x[1];
+    for_all_bin_pairs(x, n, [g]<class V>(complex<V> a, complex<V> b, V cos, V sin) {
+        const V h = splat<V>(g);
+        const complex<V> e = {h * (a.re + b.re), h * (a.im - b.im)};
+        const complex<V> p = {h * (a.re - b.re), h * (a.im + b.im)};
+        const complex<V> u = rotate(p, cos, -sin);
+        return bin_pair<V>{{e.re - u.im, e.im + u.re}, {e.re + u.im, u.re - e.im}};
+    });
+    x[0] = g * (first + last);
+    x[1] = g * (first - last);
+}
+
+} // namespace krl::fft

@@ -1,0 +1,55 @@
+// The discrete Fourier transform as its defining sum, in double precision.
+#pragma once
+
+#include <cmath>
+#include <complex>
+#include <vector>
+
+namespace korla_test {
+
+using Spectrum = std::vector<std::complex<double>>;
+
+// sum over n of in[n] * e^(sign * 2*pi*i*n*k/N), sign -1 forward, +1 inverse.
+inline Spectrum direct_dft(const Spectrum& in, int sign) {
+    const size_t n = in.size();
+    Spectrum turn(n), out(n);
+    for (size_t i = 0; i < n; i++)
+        turn[i] = std::polar(1.0, sign * 2.0 * M_PI * static_cast<double>(i) / static_cast<double>(n));
+    for (size_t k = 0; k < n; k++) {
+        double re = 0.0, im = 0.0;
+        for (size_t i = 0, t = 0; i < n; i++) {
+            re += in[i].real() * turn[t].real() - in[i].imag() * turn[t].imag();
+            im += in[i].real() * turn[t].imag() + in[i].imag() * turn[t].real();
+            t += k;
+            if (t >= n)
+                t -= n;
+        }
+        out[k] = {re, im};
+    }
+    return out;
+}
+
+inline Spectrum complex_of(const float* samples, size_t n) {
+    Spectrum z(n);
+    for (size_t i = 0; i < n; i++)
+        z[i] = {samples[2 * i], samples[2 * i + 1]};
+    return z;
+}
+
+// Difference to the exact result, relative to the root mean square of the exact result.
+struct Error { double worst = 0.0, rms = 0.0; };
+inline Error error_of(const float* actual, const Spectrum& exact, double factor = 1.0) {
+    double square = 0.0, difference = 0.0, worst = 0.0;
+    for (size_t k = 0; k < exact.size(); k++) {
+        const std::complex<double> e = factor * exact[k];
+        const double d = std::norm(std::complex<double>(actual[2 * k], actual[2 * k + 1]) - e);
+        square += std::norm(e);
+        difference += d;
+        worst = std::fmax(worst, d);
+        if (!(d == d)) // NaN
+            worst = difference = INFINITY;
+    }
+    return {std::sqrt(worst / (square / static_cast<double>(exact.size()))), std::sqrt(difference / square)};
+}
+
+} // namespace korla_test
