@@ -121,6 +121,14 @@ template <class V> KRL_INLINE V negate_even(V v) {
         sign[i] = INT32_MIN;
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
+// (re, im) pairs to (re, -im).
+template <class V> KRL_INLINE V conjugate(V v) {
+    using M = typename lane_traits<V>::mask;
+    M sign = {};
+    for (int i = 1; i < lanes<V>; i += 2)
+        sign[i] = INT32_MIN;
+    return bit_cast<V>(bit_cast<M>(v) ^ sign);
+}
 
 // ---- partial loads and stores ----------------------------------------------------------------------------------------
 
@@ -466,6 +474,48 @@ KRL_INLINE void transpose(f32x8* r) {
     }
 }
 #endif
+
+// Vectors of complex samples, two lanes each: in reverse order; a0 b0 a1 b1 ... and back.
+KRL_INLINE f32x4 reverse_complex(f32x4 v) { return __builtin_shufflevector(v, v, 2, 3, 0, 1); }
+KRL_INLINE lane_pair<f32x4> interleave_complex(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave_complex(f32x4 lo, f32x4 hi) { return interleave_complex(lo, hi); }
+#if KRL_LANES == 8
+KRL_INLINE f32x8 reverse_complex(f32x8 v) { return __builtin_shufflevector(v, v, 6, 7, 4, 5, 2, 3, 0, 1); }
+KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 2, 3, 10, 11),
+            __builtin_shufflevector(a, b, 4, 5, 12, 13, 6, 7, 14, 15)};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5, 8, 9, 12, 13),
+            __builtin_shufflevector(lo, hi, 2, 3, 6, 7, 10, 11, 14, 15)};
+}
+#endif
+
+// ---- two four-lane vectors side by side -------------------------------------------------------------------------------
+//
+// For data that comes in groups of four lanes: two of them in one step, in one register where the target has eight lanes.
+
+#if KRL_LANES == 8
+using f32x4x2 = f32x8;
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+#else
+struct f32x4x2 { f32x4 a, b; };
+template <> struct lane_traits<f32x4x2> { using element = float; static constexpr int count = 8; };
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return {a, b}; }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return v.a; }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return v.b; }
+KRL_INLINE f32x4x2 operator*(f32x4x2 x, f32x4x2 y) { return {x.a * y.a, x.b * y.b}; }
+KRL_INLINE f32x4x2 mul_add(f32x4x2 x, f32x4x2 y, f32x4x2 z) { return {mul_add(x.a, y.a, z.a), mul_add(x.b, y.b, z.b)}; }
+KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
+    return {mul_sub_from(x.a, y.a, z.a), mul_sub_from(x.b, y.b, z.b)};
+}
+KRL_INLINE f32x4x2 reverse(f32x4x2 v) { return {reverse(v.b), reverse(v.a)}; }
+#endif
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return beside(second_half(v), first_half(v)); }
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
 
