@@ -53,9 +53,9 @@ KRL_API void korvex_downmixer_mem(uint32_t block, const uint8_t *codes, uint32_t
 /** Places an engine in mem, which holds as many zeroed bytes as mem reported for the same block, codes and num_out.
  *
  * block: frames per chunk, a multiple of 32. sample_rate: Hz, in the low 32 bits; rates that the limiter does not know
- * leave it at rest (korvex_ht_kvlim_set_sample_rate). codes: 256 bytes that outlive the state. Channels are read by
- * position, the first channel_count of a frame; empty slots are skipped, so a map should be compact.
- * matrix: num_out rows of one gain per channel in the map, which outlive the state; null: the built-in mode of the map.
+ * leave it at rest (korvex_ht_kvlim_set_sample_rate). codes: 256 bytes, read by this call only. Channels are read
+ * by position, the first ones of a frame, so a map with empty slots in front of channels should be compacted.
+ * matrix: num_out rows of one gain per channel in the map, constant while the state lives; null: the built-in mode.
  *
  * Null: null mem, a map that mem refuses or that has no built-in mode, a built-in mode with more than num_out outputs, a
  * block that is not a multiple of 32. */

@@ -31,16 +31,14 @@ bool is_usable(const Speakers& speakers, uint32_t num_out) {
 }
 
 // The placement of everything behind the aligned start of the caller's memory: state, both work buffers (aligned, since
-// a block is a multiple of 32 frames), the limiter's channel pointers, the limiter.
+// a block is a multiple of 32 frames), the rows' input sets, the limiter.
 struct Placement {
-    size_t in, out, limiter_channels, limiter, end;
-    Placement(uint32_t block, uint32_t inputs, uint32_t outputs) {
-        auto aligned = [](size_t bytes) { return (bytes + alignment - 1) & ~(alignment - 1); };
-        in = aligned(sizeof(korvex_downmixer_state));
+    size_t in, out, used_inputs, limiter;
+    Placement(size_t block, size_t inputs, size_t outputs) {
+        in = (sizeof(korvex_downmixer_state) + alignment - 1) & ~(alignment - 1);
         out = in + sizeof(float) * inputs * block;
-        limiter_channels = out + sizeof(float) * outputs * block;
-        limiter = limiter_channels + sizeof(float*) * outputs;
-        end = limiter + korvex_ht_kvlim_query_memory(outputs, nullptr, nullptr, subblock_length);
+        used_inputs = out + sizeof(float) * outputs * block;
+        limiter = used_inputs + sizeof(uint16_t) * outputs;
     }
 };
 
@@ -50,8 +48,7 @@ uint64_t promised_bytes(uint64_t block, uint64_t inputs, uint64_t outputs) {
            korvex_ht_kvlim_query_memory(static_cast<uint32_t>(outputs), nullptr, nullptr, subblock_length) +
            8 * outputs + 14;
 }
-// Placement grows by 4 (inputs + outputs) block + 8 outputs + the limiter, the promise by no less: so it holds if the
-// fixed part does.
+// A placement grows with block, inputs and outputs by no more than the promise, so it fits if the fixed part does.
 static_assert(sizeof(korvex_downmixer_state) + 2 * (alignment - 1) <= 233 + 14);
 
 } // namespace
@@ -95,11 +92,12 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
     char* base = krl::align_up<char>(mem, alignment);
     const Placement at(block, speakers.count, outputs);
     auto* state = reinterpret_cast<korvex_downmixer_state*>(base);
-    state->matrix = {matrix, outputs, speakers.count};
+    auto* used_inputs = reinterpret_cast<uint16_t*>(base + at.used_inputs);
+    find_used_inputs(used_inputs, matrix, outputs, speakers.count);
+    state->matrix = {matrix, used_inputs, outputs, speakers.count};
     state->block = block;
     state->in = {reinterpret_cast<float*>(base + at.in), block};
     state->out = {reinterpret_cast<float*>(base + at.out), block};
-    state->limiter_channels = reinterpret_cast<float**>(base + at.limiter_channels);
 
     korvex_ht_kvlim* limiter = korvex_ht_kvlim_init(outputs, subblock_length, base + at.limiter, nullptr);
     korvex_ht_kvlim_set_peak(limiter, korla::gain_minus_8_db);

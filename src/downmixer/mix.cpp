@@ -9,51 +9,64 @@ using namespace krl;
 namespace korla::downmixer {
 namespace {
 
-struct Term {
-    const float* in;
-    float gain;
-};
-
-// The sum starts from +0, so that a row whose products are all -0 gives +0; a zero gain contributes nothing, not even
-// the NaN of a product with infinity, because it is not a term.
-template <class V, int unroll> KRL_INLINE void add_terms(float* out, const Term* terms, uint32_t count, uint32_t t) {
-    V sum[unroll];
-    for (int i = 0; i < unroll; i++)
-        sum[i] = splat<V>(0.0f);
-    for (uint32_t k = 0; k < count; k++)
-        for (int i = 0; i < unroll; i++)
-            sum[i] = sum[i] + load<V>(terms[k].in + t + i * lanes<V>) * terms[k].gain;
-    for (int i = 0; i < unroll; i++)
-        store(out + t + i * lanes<V>, sum[i]);
+// One row of the matrix over `groups` vectors of frames. The sum starts from +0, so that a row whose products are all -0
+// gives +0; a zero gain is no term at all, so that it does not turn an infinite sample into NaN.
+template <class V, int groups>
+KRL_INLINE V mix_row(float* out, const float* gains, uint32_t used, PlanarBuffer in, V peak) {
+    V sum[groups];
+    for (int g = 0; g < groups; g++)
+        sum[g] = splat<V>(0.0f);
+    for (; used != 0; used &= used - 1) {
+        const int i = __builtin_ctz(used);
+        const float* x = in.row(i);
+        for (int g = 0; g < groups; g++)
+            sum[g] = sum[g] + load<V>(x + g * lanes<V>) * gains[i];
+    }
+    for (int g = 0; g < groups; g++) {
+        store(out + g * lanes<V>, sum[g]);
+        peak = max_of_number(abs(sum[g]), peak);
+    }
+    return peak;
 }
 
-void mix_row(float* out, const Term* terms, uint32_t count, uint32_t frames) {
-    constexpr uint32_t width = lanes<f32v>, unroll = 4;
-    uint32_t t = 0;
-    for (; t + unroll * width <= frames; t += unroll * width)
-        add_terms<f32v, unroll>(out, terms, count, t);
-    for (; t < frames; t++)
-        add_terms<float, 1>(out, terms, count, t);
+template <class F> KRL_INLINE void for_each_used(uint32_t used, F f) {
+    for (; used != 0; used &= used - 1)
+        f(__builtin_ctz(used));
 }
 
 } // namespace
 
-void mix(const PlanarBuffer& out, const Matrix& matrix, const PlanarBuffer& in, uint32_t frames) {
-    for (uint32_t o = 0; o < matrix.outputs; o++) {
-        Term terms[max_inputs];
-        uint32_t count = 0;
-        for (uint32_t i = 0; i < matrix.inputs; i++) {
-            const float gain = matrix.gains[o * matrix.inputs + i];
-            if (gain != 0.0f)
-                terms[count++] = {in.row(i), gain};
-        }
-        mix_row(out.row(o), terms, count, frames);
+void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs) {
+    static_assert(max_inputs <= 16);
+    for (uint32_t o = 0; o < outputs; o++) {
+        uint16_t used = 0;
+        for (uint32_t i = 0; i < inputs; i++)
+            used = static_cast<uint16_t>(used | (gains[o * inputs + i] != 0.0f) << i);
+        used_inputs[o] = used;
     }
+}
+
+float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32_t frames) {
+    const Matrix matrix = shared_matrix; // stores to the rows cannot change the copy
+    constexpr int groups = tile_frames / lanes<f32v>;
+    f32v peaks = splat<f32v>(0.0f);
+    float peak = 0.0f;
+    for (uint32_t o = 0; o < matrix.outputs; o++) {
+        const float* gains = matrix.gains + o * matrix.inputs;
+        const uint32_t used = matrix.used_inputs[o];
+        if (frames == tile_frames)
+            peaks = mix_row<f32v, groups>(out.row(o), gains, used, in, peaks);
+        else
+            for (uint32_t t = 0; t < frames; t++)
+                peak = mix_row<float, 1>(out.row(o) + t, gains, used, in.from(t), peak);
+    }
+    const float whole = max_of_magnitudes(peaks);
+    return whole > peak ? whole : peak;
 }
 
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,
                  uint32_t frames) {
-    const auto channel = [](const korvex_downmixer_buffer& buffer, uint32_t c) {
+    auto channel = [](const korvex_downmixer_buffer& buffer, uint32_t c) {
         return static_cast<float*>(buffer.channels[c]);
     };
     if (out.stride != 1) {
@@ -63,15 +76,13 @@ void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const
             std::memset(out.channels[c], 0, sizeof(float) * frames);
     }
     for (uint32_t o = 0; o < matrix.outputs; o++)
-        for (uint32_t i = 0; i < matrix.inputs; i++) {
+        for_each_used(matrix.used_inputs[o], [&](uint32_t i) {
             const float gain = matrix.gains[o * matrix.inputs + i];
-            if (gain == 0.0f)
-                continue;
             const float* src = channel(in, i);
             float* dst = channel(out, o);
             for (size_t t = 0; t < frames; t++)
                 dst[t * out.stride] += src[t * in.stride] * gain;
-        }
+        });
 }
 
 } // namespace korla::downmixer

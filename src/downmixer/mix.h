@@ -10,14 +10,19 @@
 namespace korla::downmixer {
 
 struct Matrix {
-    const float* gains; // [outputs][inputs]
+    const float* gains;         // [outputs][inputs]
+    const uint16_t* used_inputs; // [outputs] bit i: the gain of input i is not zero
     uint32_t outputs;
     uint32_t inputs; // at most max_inputs
 };
 
-void mix(const PlanarBuffer& out, const Matrix& matrix, const PlanarBuffer& in, uint32_t frames);
+// Fills in used_inputs.
+void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs);
 
-// The same between float buffers of any stride. out may not overlap in.
+// Mixes `frames` frames, at most tile_frames, and returns the greatest magnitude that it stored; NaN does not count.
+float mix(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t frames);
+
+// Mixes between float buffers of any stride. out may not overlap in.
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,
                  uint32_t frames);
 

@@ -1,6 +1,6 @@
 #include "downmixer/sample_formats.h"
 
-#include <cstring>
+#include <type_traits>
 
 #include "dsp/core/lanes.h"
 
@@ -11,181 +11,324 @@ namespace {
 
 // ---- the formats -------------------------------------------------------------------------------------------------------
 //
-// Each names its slot, and converts four consecutive slots at any alignment. Full scale is defined once per format.
+// A format names its slot and moves slots between memory and "raw" lanes of 32 bits, four or two at a time and at any
+// alignment; decode and encode turn raw lanes into samples and back. Moving data before decoding and after encoding lets
+// the transposition between frames and rows work on raw lanes of any format. Full scale is defined once per format.
 
-template <class T> T load_bytes(const void* p) {
+using f32x2 = float __attribute__((vector_size(8)));
+template <class V> using ints_of = typename lane_traits<V>::mask;
+
+template <class T> KRL_INLINE T load_bytes(const void* p) {
     T value;
     __builtin_memcpy(&value, p, sizeof value);
     return value;
 }
-template <class T> void store_bytes(void* p, T value) { __builtin_memcpy(p, &value, sizeof value); }
+template <class T> KRL_INLINE void store_bytes(void* p, T value) { __builtin_memcpy(p, &value, sizeof value); }
 
 struct Int16 {
     using Slot = int16_t;
     static constexpr float full_scale = 32768.0f;
-    static f32x4 load4(const Slot* p) { return to_float(load_int16(p)) * (1.0f / full_scale); }
-    static void store4(Slot* p, f32x4 x) {
-        const f32x4 lowest = splat<f32x4>(-full_scale), highest = splat<f32x4>(full_scale - 1.0f);
-        store_int16(p, round_to_int(clamp(x * full_scale, lowest, highest)));
+    static KRL_INLINE f32x4 load4(const Slot* p) { return bit_cast<f32x4>(load_int16(p)); }
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_int16(p, bit_cast<i32x4>(raw)); }
+    static KRL_INLINE f32x2 load2(const Slot* p) { return bit_cast<f32x2>(load_int16_pair(p)); }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_int16_pair(p, bit_cast<i32x2>(raw)); }
+    template <class V> static KRL_INLINE V decode(V raw) {
+        return to_float(bit_cast<ints_of<V>>(raw)) * (1.0f / full_scale);
+    }
+    template <class V> static KRL_INLINE V encode(V x) {
+        return bit_cast<V>(round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 1.0f))));
     }
 };
 
 struct Int32 {
     using Slot = int32_t;
     static constexpr float full_scale = 2147483648.0f;
-    static f32x4 widen(i32x4 v) { return to_float(v) * (1.0f / full_scale); }
-    static i32x4 narrow(f32x4 x) {
-        // The greatest float below 2^31 bounds what is rounded; 1.0 and above become the greatest integer.
-        const f32x4 lowest = splat<f32x4>(-full_scale), highest = splat<f32x4>(full_scale - 128.0f);
-        const i32x4 rounded = round_to_int(clamp(x * full_scale, lowest, highest));
-        return select(x >= 1.0f, i32x4{INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX}, rounded);
+    static KRL_INLINE f32x4 load4(const Slot* p) { return load_bytes<f32x4>(p); }
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_bytes(p, raw); }
+    static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, raw); }
+    template <class V> static KRL_INLINE V decode(V raw) {
+        return to_float(bit_cast<ints_of<V>>(raw)) * (1.0f / full_scale);
     }
-    static f32x4 load4(const Slot* p) { return widen(load_bytes<i32x4>(p)); }
-    static void store4(Slot* p, f32x4 x) { store_bytes(p, narrow(x)); }
+    template <class V> static KRL_INLINE V encode(V x) {
+        // The greatest float below 2^31 bounds what is rounded; 1.0 and above become the greatest integer.
+        const auto rounded = round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 128.0f)));
+        return bit_cast<V>(select(x >= 1.0f, splat<ints_of<V>>(INT32_MAX), rounded));
+    }
 };
 
-struct Int32In64 {
+// The low half of an 8-byte slot, sign-extended.
+struct Int32In64 : Int32 {
     using Slot = int64_t;
-    static f32x4 load4(const Slot* p) {
-        const i32x4 lo = load_bytes<i32x4>(p), hi = load_bytes<i32x4>(p + 2);
-        return Int32::widen(__builtin_shufflevector(lo, hi, 0, 2, 4, 6));
+    static KRL_INLINE f32x4 load4(const Slot* p) {
+        return __builtin_shufflevector(load_bytes<f32x4>(p), load_bytes<f32x4>(p + 2), 0, 2, 4, 6);
     }
-    static void store4(Slot* p, f32x4 x) {
-        const i32x4 v = Int32::narrow(x), sign = v >> 31;
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) {
+        const i32x4 v = bit_cast<i32x4>(raw), sign = v >> 31;
         store_bytes(p, __builtin_shufflevector(v, sign, 0, 4, 1, 5));
         store_bytes(p + 2, __builtin_shufflevector(v, sign, 2, 6, 3, 7));
+    }
+    static KRL_INLINE f32x2 load2(const Slot* p) {
+        const auto slots = load_bytes<f32x4>(p);
+        return __builtin_shufflevector(slots, slots, 0, 2);
+    }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) {
+        const i32x2 v = bit_cast<i32x2>(raw), sign = v >> 31;
+        store_bytes(p, __builtin_shufflevector(v, sign, 0, 2, 1, 3));
     }
 };
 
 struct Float {
     using Slot = float;
-    static f32x4 load4(const Slot* p) { return load<f32x4>(p); }
-    static void store4(Slot* p, f32x4 x) { store(p, x); }
+    static KRL_INLINE f32x4 load4(const Slot* p) { return load_bytes<f32x4>(p); }
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_bytes(p, raw); }
+    static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, raw); }
+    template <class V> static KRL_INLINE V decode(V raw) { return raw; }
+    template <class V> static KRL_INLINE V encode(V x) { return x; }
 };
 
-struct Double {
+// Rounded to float on the way in and widened on the way out, so raw lanes are floats.
+struct Double : Float {
     using Slot = double;
-    using f32x2 = float __attribute__((vector_size(8)));
-    static f32x4 load4(const Slot* p) {
-        const f32x2 lo = __builtin_convertvector(load<f64x2>(p), f32x2);
-        const f32x2 hi = __builtin_convertvector(load<f64x2>(p + 2), f32x2);
-        return __builtin_shufflevector(lo, hi, 0, 1, 2, 3);
+    static KRL_INLINE f32x2 load2(const Slot* p) { return __builtin_convertvector(load_bytes<f64x2>(p), f32x2); }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, __builtin_convertvector(raw, f64x2)); }
+    static KRL_INLINE f32x4 load4(const Slot* p) {
+        return __builtin_shufflevector(load2(p), load2(p + 2), 0, 1, 2, 3);
     }
-    static void store4(Slot* p, f32x4 x) {
-        store(p, __builtin_convertvector(__builtin_shufflevector(x, x, 0, 1), f64x2));
-        store(p + 2, __builtin_convertvector(__builtin_shufflevector(x, x, 2, 3), f64x2));
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) {
+        store2(p, __builtin_shufflevector(raw, raw, 0, 1));
+        store2(p + 2, __builtin_shufflevector(raw, raw, 2, 3));
     }
 };
 
-template <class Format> float load1(const typename Format::Slot* p) {
+// ---- one slot, one run of slots --------------------------------------------------------------------------------------
+
+template <class Format> float load_one(const typename Format::Slot* p) {
     typename Format::Slot slots[4] = {};
     __builtin_memcpy(slots, p, sizeof slots[0]);
-    return Format::load4(slots)[0];
+    return Format::decode(Format::load4(slots))[0];
 }
-template <class Format> void store1(typename Format::Slot* p, float x) {
+template <class Format> void store_one(typename Format::Slot* p, float x) {
     typename Format::Slot slots[4];
-    Format::store4(slots, f32x4{x});
+    Format::store4(slots, Format::encode(f32x4{x}));
     __builtin_memcpy(p, slots, sizeof slots[0]);
+}
+
+template <class Format> KRL_INLINE f32v load_raw(const typename Format::Slot* p) {
+    return from_halves([=](int h) { return Format::load4(p + 4 * h); });
+}
+template <class Format> KRL_INLINE void store_raw(typename Format::Slot* p, f32v raw) {
+    for (int h = 0; h < halves; h++)
+        Format::store4(p + 4 * h, half(raw, h));
+}
+
+template <class Format> void load_run(float* dst, const typename Format::Slot* src, uint32_t n) {
+    uint32_t i = 0;
+    for (; i + lanes<f32v> <= n; i += lanes<f32v>)
+        store(dst + i, Format::decode(load_raw<Format>(src + i)));
+    for (; i < n; i++)
+        dst[i] = load_one<Format>(src + i);
+}
+template <class Format> void store_run(typename Format::Slot* dst, const float* src, uint32_t n) {
+    uint32_t i = 0;
+    for (; i + lanes<f32v> <= n; i += lanes<f32v>)
+        store_raw<Format>(dst + i, Format::encode(load<f32v>(src + i)));
+    for (; i < n; i++)
+        store_one<Format>(dst + i, src[i]);
+}
+
+// ---- between packed frames and rows ----------------------------------------------------------------------------------
+//
+// Tiles of four channels by one vector of frames are transposed in registers; what is left over are a pair of channels
+// and a single one. Half h of a vector of frames holds frames 4h .. 4h + 3.
+
+template <class Format> KRL_INLINE void load_four(f32v (&rows)[4], const typename Format::Slot* packed, uint32_t channels) {
+    for (int j = 0; j < 4; j++)
+        rows[j] = from_halves([=](int h) { return Format::load4(packed + (4 * h + j) * channels); });
+    transpose(rows[0], rows[1], rows[2], rows[3]);
+    for (f32v& row : rows)
+        row = Format::decode(row);
+}
+template <class Format> KRL_INLINE void store_four(typename Format::Slot* packed, f32v (&rows)[4], uint32_t channels) {
+    for (f32v& row : rows)
+        row = Format::encode(row);
+    transpose(rows[0], rows[1], rows[2], rows[3]);
+    for (int j = 0; j < 4; j++)
+        for (int h = 0; h < halves; h++)
+            Format::store4(packed + (4 * h + j) * channels, half(rows[j], h));
+}
+
+template <class Format> KRL_INLINE lane_pair<f32v> load_pair(const typename Format::Slot* packed, uint32_t channels) {
+    auto frames = [=](int h, int first) { // channel by channel of two frames
+        const auto* p = packed + (4 * h + first) * channels;
+        return __builtin_shufflevector(Format::load2(p), Format::load2(p + channels), 0, 1, 2, 3);
+    };
+    const f32v a = from_halves([=](int h) { return krl::deinterleave(frames(h, 0), frames(h, 2)).a; });
+    const f32v b = from_halves([=](int h) { return krl::deinterleave(frames(h, 0), frames(h, 2)).b; });
+    return {Format::decode(a), Format::decode(b)};
+}
+template <class Format>
+KRL_INLINE void store_pair(typename Format::Slot* packed, f32v a, f32v b, uint32_t channels) {
+    a = Format::encode(a);
+    b = Format::encode(b);
+    auto store_two_frames = [=](int first, f32x4 frames) {
+        Format::store2(packed + first * channels, __builtin_shufflevector(frames, frames, 0, 1));
+        Format::store2(packed + (first + 1) * channels, __builtin_shufflevector(frames, frames, 2, 3));
+    };
+    for (int h = 0; h < halves; h++) {
+        const auto [lo, hi] = krl::interleave(half(a, h), half(b, h));
+        store_two_frames(4 * h, lo);
+        store_two_frames(4 * h + 2, hi);
+    }
+}
+
+// Calls f(channels, frames), with compile-time numbers for whole tiles of the usual channel counts.
+template <class F> KRL_INLINE void with_usual_shape(uint32_t channels, uint32_t frames, F f) {
+    using std::integral_constant;
+    constexpr integral_constant<uint32_t, tile_frames> tile{};
+    if (frames == tile_frames)
+        switch (channels) {
+        case 2: return f(integral_constant<uint32_t, 2>{}, tile);
+        case 6: return f(integral_constant<uint32_t, 6>{}, tile);
+        case 8: return f(integral_constant<uint32_t, 8>{}, tile);
+        case 12: return f(integral_constant<uint32_t, 12>{}, tile);
+        }
+    f(channels, frames);
+}
+
+// Walks packed frames by vectors of frames: four(c, t) and pair(c, t) for channels from c on, stereo(t) when there are
+// just two, and one(c, t) for single samples.
+template <class Four, class Pair, class Stereo, class One>
+KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Four four, Pair pair, Stereo stereo, One one) {
+    constexpr uint32_t width = lanes<f32v>;
+    const uint32_t whole = frames / width * width;
+    uint32_t c = 0;
+    if (channels == 2) {
+        for (uint32_t t = 0; t < whole; t += width)
+            stereo(t);
+        c = 2;
+    }
+    for (; c + 4 <= channels; c += 4)
+        for (uint32_t t = 0; t < whole; t += width)
+            four(c, t);
+    for (; c + 2 <= channels; c += 2)
+        for (uint32_t t = 0; t < whole; t += width)
+            pair(c, t);
+    for (; c < channels; c++)
+        for (uint32_t t = 0; t < whole; t++)
+            one(c, t);
+    for (uint32_t t = whole; t < frames; t++)
+        for (c = 0; c < channels; c++)
+            one(c, t);
+}
+
+template <class Format>
+void deinterleave(PlanarBuffer dst, const typename Format::Slot* packed, uint32_t channel_count, uint32_t frame_count) {
+    constexpr uint32_t width = lanes<f32v>;
+    with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
+        for_each_tile(
+            channels, frames,
+            [=](uint32_t c, uint32_t t) {
+                f32v rows[4];
+                load_four<Format>(rows, packed + t * channels + c, channels);
+                for (int j = 0; j < 4; j++)
+                    store(dst.row(c + j) + t, rows[j]);
+            },
+            [=](uint32_t c, uint32_t t) {
+                const auto [a, b] = load_pair<Format>(packed + t * channels + c, channels);
+                store(dst.row(c) + t, a);
+                store(dst.row(c + 1) + t, b);
+            },
+            [=](uint32_t t) {
+                const auto [a, b] =
+                    krl::deinterleave(load_raw<Format>(packed + 2 * t), load_raw<Format>(packed + 2 * t + width));
+                store(dst.row(0) + t, Format::decode(a));
+                store(dst.row(1) + t, Format::decode(b));
+            },
+            [=](uint32_t c, uint32_t t) { dst.row(c)[t] = load_one<Format>(packed + t * channels + c); });
+    });
+}
+
+template <class Format>
+void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channel_count, uint32_t frame_count) {
+    constexpr uint32_t width = lanes<f32v>;
+    with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
+        for_each_tile(
+            channels, frames,
+            [=](uint32_t c, uint32_t t) {
+                f32v rows[4];
+                for (int j = 0; j < 4; j++)
+                    rows[j] = load<f32v>(src.row(c + j) + t);
+                store_four<Format>(packed + t * channels + c, rows, channels);
+            },
+            [=](uint32_t c, uint32_t t) {
+                store_pair<Format>(packed + t * channels + c, load<f32v>(src.row(c) + t), load<f32v>(src.row(c + 1) + t),
+                                   channels);
+            },
+            [=](uint32_t t) {
+                const auto [lo, hi] = krl::interleave(Format::encode(load<f32v>(src.row(0) + t)),
+                                                      Format::encode(load<f32v>(src.row(1) + t)));
+                store_raw<Format>(packed + 2 * t, lo);
+                store_raw<Format>(packed + 2 * t + width, hi);
+            },
+            [=](uint32_t c, uint32_t t) { store_one<Format>(packed + t * channels + c, src.row(c)[t]); });
+    });
 }
 
 // ---- the layouts of the caller's buffer ------------------------------------------------------------------------------
 
-// The channels of one frame stand side by side, so four of them are one load.
-template <class Slot> bool is_interleaved(const korvex_downmixer_buffer& buffer, uint32_t channels) {
+// Frame follows frame without a gap.
+template <class Slot> bool is_packed(const korvex_downmixer_buffer& buffer, uint32_t channels) {
+    if (buffer.stride != channels)
+        return false;
     const auto* first = static_cast<const char*>(buffer.channels[0]);
     for (uint32_t c = 1; c < channels; c++)
         if (buffer.channels[c] != first + c * sizeof(Slot))
             return false;
-    return channels > 1;
+    return true;
 }
 
-template <class Slot> Slot* slot(const korvex_downmixer_buffer& buffer, uint32_t channel, size_t frame) {
-    return static_cast<Slot*>(buffer.channels[channel]) + frame * buffer.stride;
+template <class Format> auto* slot_of(const korvex_downmixer_buffer& buffer, uint32_t channel, size_t frame) {
+    return static_cast<typename Format::Slot*>(buffer.channels[channel]) + frame * buffer.stride;
 }
 
-// Calls tile(c) for groups of four channels that cover all of them; the last group may overlap the one before.
-template <class F> KRL_INLINE void for_each_four_channels(uint32_t channels, F tile) {
-    for (uint32_t c = 0; c + 4 < channels; c += 4)
-        tile(c);
-    tile(channels - 4);
-}
-
-// Frames from `first` on, sample by sample: what the vector paths leave over, and strides without a pattern.
 template <class Format>
-void to_planar_by_sample(const PlanarBuffer& dst, const korvex_downmixer_buffer& src, uint32_t channels, uint32_t first,
-                         uint32_t frames) {
+void read_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first, uint32_t frames) {
     for (uint32_t c = 0; c < channels; c++)
-        for (uint32_t t = first; t < frames; t++)
-            dst.row(c)[t] = load1<Format>(slot<typename Format::Slot>(src, c, t));
+        load_run<Format>(dst.row(c), slot_of<Format>(src, c, first), frames);
 }
 template <class Format>
-void from_planar_by_sample(const korvex_downmixer_buffer& dst, const PlanarBuffer& src, uint32_t channels,
-                           uint32_t first, uint32_t frames) {
+void read_packed(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first, uint32_t frames) {
+    deinterleave<Format>(dst, slot_of<Format>(src, 0, first), channels, frames);
+}
+template <class Format>
+void read_scattered(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+                    uint32_t frames) {
     for (uint32_t c = 0; c < channels; c++)
-        for (uint32_t t = first; t < frames; t++)
-            store1<Format>(slot<typename Format::Slot>(dst, c, t), src.row(c)[t]);
+        for (uint32_t t = 0; t < frames; t++)
+            dst.row(c)[t] = load_one<Format>(slot_of<Format>(src, c, first + t));
 }
 
 template <class Format>
-void to_planar(const PlanarBuffer& dst, const korvex_downmixer_buffer& src, uint32_t channels, uint32_t frames) {
-    using Slot = typename Format::Slot;
-    uint32_t t = 0;
-    if (src.stride == 1) {
-        for (; t + 4 <= frames; t += 4)
-            for (uint32_t c = 0; c < channels; c++)
-                store(dst.row(c) + t, Format::load4(slot<Slot>(src, c, t)));
-    } else if (channels >= 4 && is_interleaved<Slot>(src, channels)) {
-        for (; t + 4 <= frames; t += 4)
-            for_each_four_channels(channels, [&](uint32_t c) {
-                f32x4 r[4];
-                for (int i = 0; i < 4; i++)
-                    r[i] = Format::load4(slot<Slot>(src, c, t + i));
-                transpose(r[0], r[1], r[2], r[3]);
-                for (int i = 0; i < 4; i++)
-                    store(dst.row(c + i) + t, r[i]);
-            });
-    } else if (channels == 2 && src.stride == 2 && is_interleaved<Slot>(src, channels)) {
-        for (; t + 4 <= frames; t += 4) {
-            const Slot* p = slot<Slot>(src, 0, t);
-            const auto [left, right] = deinterleave(Format::load4(p), Format::load4(p + 4));
-            store(dst.row(0) + t, left);
-            store(dst.row(1) + t, right);
-        }
-    }
-    to_planar_by_sample<Format>(dst, src, channels, t, frames);
+void write_planar(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first, uint32_t frames) {
+    for (uint32_t c = 0; c < channels; c++)
+        store_run<Format>(slot_of<Format>(dst, c, first), src.row(c), frames);
 }
-
 template <class Format>
-void from_planar(const korvex_downmixer_buffer& dst, const PlanarBuffer& src, uint32_t channels, uint32_t frames) {
-    using Slot = typename Format::Slot;
-    uint32_t t = 0;
-    if (dst.stride == 1) {
-        for (; t + 4 <= frames; t += 4)
-            for (uint32_t c = 0; c < channels; c++)
-                Format::store4(slot<Slot>(dst, c, t), load<f32x4>(src.row(c) + t));
-    } else if (channels >= 4 && is_interleaved<Slot>(dst, channels)) {
-        for (; t + 4 <= frames; t += 4)
-            for_each_four_channels(channels, [&](uint32_t c) {
-                f32x4 r[4];
-                for (int i = 0; i < 4; i++)
-                    r[i] = load<f32x4>(src.row(c + i) + t);
-                transpose(r[0], r[1], r[2], r[3]);
-                for (int i = 0; i < 4; i++)
-                    Format::store4(slot<Slot>(dst, c, t + i), r[i]);
-            });
-    } else if (channels == 2 && dst.stride == 2 && is_interleaved<Slot>(dst, channels)) {
-        for (; t + 4 <= frames; t += 4) {
-            const auto [lo, hi] = interleave(load<f32x4>(src.row(0) + t), load<f32x4>(src.row(1) + t));
-            Slot* p = slot<Slot>(dst, 0, t);
-            Format::store4(p, lo);
-            Format::store4(p + 4, hi);
-        }
-    }
-    from_planar_by_sample<Format>(dst, src, channels, t, frames);
+void write_packed(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first, uint32_t frames) {
+    interleave<Format>(slot_of<Format>(dst, 0, first), src, channels, frames);
+}
+template <class Format>
+void write_scattered(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+                     uint32_t frames) {
+    for (uint32_t c = 0; c < channels; c++)
+        for (uint32_t t = 0; t < frames; t++)
+            store_one<Format>(slot_of<Format>(dst, c, first + t), src.row(c)[t]);
 }
 
-// Calls f with the format of a code; does nothing for a code without a conversion.
-template <class F> void with_format(uint32_t code, F f) {
+// f with the format of a code, or `otherwise` for a code without a conversion.
+template <class R, class F> R with_format(uint32_t code, R otherwise, F f) {
     switch (code) {
     case KORVEX_FORMAT_INT16: return f(Int16{});
     case KORVEX_FORMAT_INT32: return f(Int32{});
@@ -193,17 +336,28 @@ template <class F> void with_format(uint32_t code, F f) {
     case KORVEX_FORMAT_FLOAT:
     case KORVEX_FORMAT_FLOAT_STAGED: return f(Float{});
     case KORVEX_FORMAT_DOUBLE: return f(Double{});
+    default: return otherwise;
     }
 }
 
 } // namespace
 
-void to_planar(const PlanarBuffer& dst, const korvex_downmixer_buffer& src, uint32_t channels, uint32_t frames) {
-    with_format(src.format, [&]<class Format>(Format) { to_planar<Format>(dst, src, channels, frames); });
+ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+    const ReadTile nothing = [](PlanarBuffer, const korvex_downmixer_buffer&, uint32_t, size_t, uint32_t) {};
+    return with_format(src.format, nothing, [&]<class Format>(Format) -> ReadTile {
+        if (src.stride == 1)
+            return read_planar<Format>;
+        return is_packed<typename Format::Slot>(src, channels) ? read_packed<Format> : read_scattered<Format>;
+    });
 }
 
-void from_planar(const korvex_downmixer_buffer& dst, const PlanarBuffer& src, uint32_t channels, uint32_t frames) {
-    with_format(dst.format, [&]<class Format>(Format) { from_planar<Format>(dst, src, channels, frames); });
+WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
+    const WriteTile nothing = [](const korvex_downmixer_buffer&, PlanarBuffer, uint32_t, size_t, uint32_t) {};
+    return with_format(dst.format, nothing, [&]<class Format>(Format) -> WriteTile {
+        if (dst.stride == 1)
+            return write_planar<Format>;
+        return is_packed<typename Format::Slot>(dst, channels) ? write_packed<Format> : write_scattered<Format>;
+    });
 }
 
 } // namespace korla::downmixer

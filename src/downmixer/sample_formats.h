@@ -1,4 +1,4 @@
-// Conversion between the caller's samples and the planar float work buffers.
+// Conversion between the caller's samples and planar float rows.
 #pragma once
 
 #include <cstddef>
@@ -8,15 +8,26 @@
 
 namespace korla::downmixer {
 
-// One row of `row_length` floats per channel, one row behind the other.
+// One row of floats per channel, one row behind the other.
 struct PlanarBuffer {
     float* samples;
-    uint32_t row_length;
-    float* row(uint32_t channel) const { return samples + static_cast<size_t>(channel) * row_length; }
+    size_t row_length;
+    float* row(uint32_t channel) const { return samples + channel * row_length; }
+    PlanarBuffer from(uint32_t frame) const { return {samples + frame, row_length}; }
 };
 
-// `frames` frames of the first `channels` channels. A format without a conversion leaves the destination as it is.
-void to_planar(const PlanarBuffer& dst, const korvex_downmixer_buffer& src, uint32_t channels, uint32_t frames);
-void from_planar(const korvex_downmixer_buffer& dst, const PlanarBuffer& src, uint32_t channels, uint32_t frames);
+// Frames that are converted at a time.
+inline constexpr uint32_t tile_frames = 32;
+
+// Converts `frames` frames, at most tile_frames, from `first` on, of the first `channels` channels of the caller's buffer;
+// the planar side starts at its frame 0.
+using ReadTile = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+                          uint32_t frames);
+using WriteTile = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+                           uint32_t frames);
+
+// The conversion for a buffer's format and arrangement. A format without one leaves the destination as it is.
+ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
+WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
 
 } // namespace korla::downmixer

@@ -1,4 +1,4 @@
-// The engine's state and its place in the caller's memory.
+// The engine's state, placed in the caller's memory.
 #pragma once
 
 #include "downmixer/mix.h"
@@ -6,8 +6,7 @@
 
 struct korvex_downmixer_state {
     korla::downmixer::Matrix matrix;
-    uint32_t block;                           // frames
-    korla::downmixer::PlanarBuffer in, out;   // work buffers; between calls `out` holds what the limiter gave
+    uint32_t block;                         // frames
+    korla::downmixer::PlanarBuffer in, out; // work buffers; between calls `out` holds what the limiter gave
     korvex_ht_kvlim* limiter;
-    float** limiter_channels; // [outputs]
 };

@@ -40,4 +40,18 @@ enum class NanRule {
 void process(korvex_ht_kvlim& limiter, float* const* out, const float* const* detect, const float* const* in,
              size_t in_stride, size_t out_stride, uint32_t detect_channels, NanRule nan_rule);
 
+// The steps of the look-ahead mode, for a caller that finds the peaks itself and keeps its signal in rows.
+
+// Total gain, boost included, at the start and at the end of a sub-block.
+struct Fade {
+    float from, to;
+};
+
+// Moves the gains on by one sub-block with the given peak.
+Fade next_fade(korvex_ht_kvlim& limiter, float peak);
+
+// Delays `count` consecutive sub-blocks of 32 samples of one channel in place by one sub-block, and fades each.
+inline constexpr uint32_t short_subblock = 32;
+void fade_delayed(float* samples, float* delay, const float* window, const Fade* fades, uint32_t count);
+
 } // namespace korla::limiter

@@ -50,57 +50,59 @@ float detect_peak(const float* const* detect, uint32_t channels, size_t first, s
     return peak;
 }
 
-// Moves the gain state on by one sub-block whose peak is given. The order of operations fixes the rounding.
-void advance_gain(korvex_ht_kvlim& l, float peak) {
-    // The sub-block that now leaves the delay line counts as well as the new one.
-    const float level = (l.prev_peak >= peak ? l.prev_peak : peak) * l.slow_gain;
-    l.prev_gain = l.gain;
-    l.prev_peak = peak;
+// The lesser and the greater of two numbers.
+KRL_INLINE float lesser(float a, float b) { return a < b ? a : b; }
+KRL_INLINE float greater(float a, float b) { return a > b ? a : b; }
 
-    float target = 1.0f;
-    if (level > l.peak)
-        target = static_cast<float>(1.0 / static_cast<double>(level)) * l.peak;
+// Moves the gain state on by one sub-block whose peak is given. The order of operations fixes the rounding.
+//
+// Both branches of each decision are computed and one is picked: the decisions follow the signal, so a jump would be
+// mispredicted often, while all of this hides behind the mixing of the next sub-block.
+void advance_gain(korvex_ht_kvlim& l, float peak) {
+    const float* c = l.coefs;
+    const float slow = l.slow_gain, gain = l.gain;
+
+    // The sub-block that now leaves the delay line counts as well as the new one.
+    const float level = greater(l.prev_peak, peak) * slow;
+    const float reduced = static_cast<float>(1.0 / static_cast<double>(level)) * l.peak;
+    const float target = level > l.peak ? reduced : 1.0f;
 
     float least_target = target; // of this and the previous history_len sub-blocks
     for (uint32_t i = 0; i < l.history_len; i++)
-        if (l.gain_history[i] <= least_target)
-            least_target = l.gain_history[i];
+        least_target = lesser(l.gain_history[i], least_target);
     l.gain_history[l.history_pos] = target;
-    if (++l.history_pos == l.history_len)
-        l.history_pos = 0;
+    l.history_pos = l.history_pos + 1 == l.history_len ? 0 : l.history_pos + 1;
 
-    const float slow = l.slow_gain;
+    // Attack goes to the limit at once. Release never falls, and never rises above the limit.
     const float limit = target * slow;
-    if (limit < l.gain) { // attack
-        l.smooth_gain = target;
-        l.gain = limit;
-    } else { // release: the gain never falls, and never rises above the limit
-        const float* c = l.coefs;
-        l.smooth_gain = fma(l.smooth_gain, c[release], fma(-c[release], least_target, least_target));
-        const float risen = slow * l.smooth_gain;
-        if (l.gain < risen)
-            l.gain = risen;
-        if (limit < l.gain)
-            l.gain = limit;
-    }
+    const bool attack = limit < gain;
+    const float released = fma(l.smooth_gain, c[release], fma(-c[release], least_target, least_target));
+    const float risen = lesser(limit, greater(slow * released, gain));
+    const float smooth = attack ? target : released;
 
-    const float* c = l.coefs;
-    if (l.smooth_gain < slow_fall_threshold)
-        l.slow_gain = fma((l.smooth_gain * slow) * slow_fall_factor, c[slow_fall_new], slow * c[slow_fall_keep]);
-    else
-        l.slow_gain = fma(slow, c[slow_recovery_keep], c[slow_recovery_new]);
+    const float fallen_slow = fma((smooth * slow) * slow_fall_factor, c[slow_fall_new], slow * c[slow_fall_keep]);
+    const float recovered_slow = fma(slow, c[slow_recovery_keep], c[slow_recovery_new]);
+
+    l.prev_peak = peak;
+    l.prev_gain = gain;
+    l.gain = attack ? limit : risen;
+    l.smooth_gain = smooth;
+    l.slow_gain = smooth < slow_fall_threshold ? fallen_slow : recovered_slow;
 }
 
-// Delays one channel by a sub-block and fades it from one total gain to the other. out may be in.
-void crossfade(float* out, const float* in, float* delay, const float* window, uint32_t n, float from, float to) {
+// The gain moves from one value to the other along the window; the order of operations fixes the rounding.
+template <class V> KRL_INLINE V faded(V y, Fade fade, V rising, V falling) {
+    return fma(falling, fade.from * y, (fade.to * y) * rising) * boost_scale;
+}
+
+// Delays one channel by a sub-block and fades it. out may be in.
+void crossfade(float* out, const float* in, float* delay, const float* window, uint32_t n, Fade fade) {
     constexpr uint32_t width = lanes<f32v>;
     for (uint32_t i = 0; i < n; i += width) {
         const f32v x = load<f32v>(in + i);
         const f32v y = load<f32v>(delay + i);
-        const f32v rising = load<f32v>(window + i);
-        const f32v falling = reverse(load<f32v>(window + n - width - i));
         store(delay + i, x);
-        store(out + i, fma(falling, from * y, (to * y) * rising) * boost_scale);
+        store(out + i, faded(y, fade, load<f32v>(window + i), reverse(load<f32v>(window + n - width - i))));
     }
 }
 
@@ -110,14 +112,7 @@ void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detec
     float scratch[max_subblock_length];
     for (uint32_t k = 0; k < l.subblock_count; k++) {
         const size_t first = size_t{k} * n;
-        float from = 1.0f, to = 1.0f; // without a sample rate the gain computer rests
-        if (l.coefs) {
-            advance_gain(l, detect_peak(detect, detect_channels, first, in_stride, n, nan_rule));
-            from = l.prev_gain;
-            to = l.gain;
-        }
-        from *= l.prev_boost;
-        to *= l.boost;
+        const Fade fade = next_fade(l, detect_peak(detect, detect_channels, first, in_stride, n, nan_rule));
         for (uint32_t c = 0; c < l.num_channels; c++) {
             if (!in[c])
                 continue;
@@ -127,11 +122,10 @@ void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detec
                 gather(scratch, x, in_stride, n);
                 x = scratch;
             }
-            crossfade(out_stride == 1 ? y : scratch, x, l.delay + size_t{c} * n, l.window, n, from, to);
+            crossfade(out_stride == 1 ? y : scratch, x, l.delay + size_t{c} * n, l.window, n, fade);
             if (out_stride != 1)
                 scatter(y, scratch, out_stride, n);
         }
-        l.prev_boost = l.boost;
     }
 }
 
@@ -161,6 +155,39 @@ void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* 
 }
 
 } // namespace
+
+Fade next_fade(korvex_ht_kvlim& l, float peak) {
+    Fade fade = {1.0f, 1.0f}; // without a sample rate the gain computer rests
+    if (l.coefs) {
+        advance_gain(l, peak);
+        fade = {l.prev_gain, l.gain};
+    }
+    fade.from *= l.prev_boost;
+    fade.to *= l.boost;
+    l.prev_boost = l.boost;
+    return fade;
+}
+
+void fade_delayed(float* samples, float* delay, const float* window, const Fade* fades, uint32_t count) {
+    constexpr int width = lanes<f32v>, groups = short_subblock / width;
+    f32v delayed[groups], rising[groups], falling[groups];
+    for (int g = 0; g < groups; g++) {
+        delayed[g] = load<f32v>(delay + g * width);
+        rising[g] = load<f32v>(window + g * width);
+        falling[g] = reverse(load<f32v>(window + (groups - 1 - g) * width));
+    }
+    for (uint32_t k = 0; k < count; k++) {
+        const Fade fade = fades[k];
+        float* subblock = samples + size_t{k} * short_subblock;
+        for (int g = 0; g < groups; g++) {
+            const f32v y = delayed[g];
+            delayed[g] = load<f32v>(subblock + g * width);
+            store(subblock + g * width, faded(y, fade, rising[g], falling[g]));
+        }
+    }
+    for (int g = 0; g < groups; g++)
+        store(delay + g * width, delayed[g]);
+}
 
 void process(korvex_ht_kvlim& limiter, float* const* out, const float* const* detect, const float* const* in,
              size_t in_stride, size_t out_stride, uint32_t detect_channels, NanRule nan_rule) {

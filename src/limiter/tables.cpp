@@ -4,6 +4,7 @@
 
 #include "dsp/core/table.h"
 #include "dsp/core/trig.h"
+#include "korla/limiter.h"
 
 namespace korla::limiter {
 namespace {
@@ -20,7 +21,7 @@ constexpr float window_value(int i, int n) {
 
 // ---- coefficients ------------------------------------------------------------------------------------------------------
 
-constexpr krl::table<float, 8> set(int c0, int c2, int c4, int c5) {
+constexpr krl::Table<8> set(int c0, int c2, int c4, int c5) {
     auto unit = [](int numerator) { return static_cast<float>(numerator) / 32768.0f; };
     return {{unit(c0), unit(32768 - c0), unit(c2), unit(32768 - c2), unit(c4), unit(c5), 0.0f, 0.0f}};
 }
@@ -28,7 +29,7 @@ constexpr krl::table<float, 8> set(int c0, int c2, int c4, int c5) {
 // {slow fall, 1 - it, slow recovery, 1 - it, release, unused, 0, 0}, one set per sub-block duration T: slow fall = exp(-T / 57.7 ms), slow recovery = exp(-T / 230.7 ms), release =
 // exp(-T / 7.21 ms), unused = exp(-T / 14.4 ms), in steps of 1/32768. The
 // numbers, not the formulas, are the contract.
-constexpr krl::table<float, 8> sets[21] = {
+constexpr krl::Table<8> sets[21] = {
     set(32673, 32744, 32020, 32392), //  0  0.1667 ms
     set(32665, 32742, 31954, 32359), //  1  0.1814
     set(32650, 32738, 31835, 32298), //  2  0.2083
@@ -59,7 +60,7 @@ template <int n> constexpr auto window() {
 // The sets of one sub-block length, by rate; -1 where the rate is not offered.
 constexpr int none = -1;
 template <class... Numbers> constexpr auto coefficients(Numbers... numbers) {
-    return krl::table<const float*, sizeof...(numbers)>{{(numbers == none ? nullptr : sets[numbers].values)...}};
+    return krl::Table<sizeof...(numbers), const float*>{{(numbers == none ? nullptr : sets[numbers].value)...}};
 }
 
 } // namespace
@@ -67,18 +68,18 @@ template <class... Numbers> constexpr auto coefficients(Numbers... numbers) {
 
 using namespace korla::limiter;
 
-KRL_EXPORT_TABLE(korvex_ht_a_kvlim_win_32, window<32>())
-KRL_EXPORT_TABLE(korvex_ht_a_kvlim_win_40, window<40>())
-KRL_EXPORT_TABLE(korvex_ht_a_kvlim_win_64, window<64>())
-KRL_EXPORT_TABLE(korvex_ht_a_kvlim_win_128, window<128>())
-KRL_EXPORT_TABLE(korvex_ht_a_kvlim_win_256, window<256>())
+KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_32, window<32>());
+KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_40, window<40>());
+KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_64, window<64>());
+KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_128, window<128>());
+KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_256, window<256>());
 
 //                                                         192    176.4  96     88.2   64     48     44.1   32     24 kHz
-KRL_EXPORT_TABLE(korvex_ht_ap_kvlim_coefs_256, coefficients(16, 17, 20, none, none, none, none, none, none))
-KRL_EXPORT_TABLE(korvex_ht_ap_kvlim_coefs_128, coefficients(10, 11, 16, 17, 19, 20, none, none, none))
-KRL_EXPORT_TABLE(korvex_ht_ap_kvlim_coefs_64, coefficients(4, 5, 10, 11, 14, 16, 17, 19, 20))
-KRL_EXPORT_TABLE(korvex_ht_ap_kvlim_coefs_40, coefficients(2, 3, 6, 7, 9, 12, 13, 15, 18))
-KRL_EXPORT_TABLE(korvex_ht_ap_kvlim_coefs_32, coefficients(0, 1, 4, 5, 8, 10, 11, 14, 16))
+KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_256, coefficients(16, 17, 20, none, none, none, none, none, none));
+KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_128, coefficients(10, 11, 16, 17, 19, 20, none, none, none));
+KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_64, coefficients(4, 5, 10, 11, 14, 16, 17, 19, 20));
+KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_40, coefficients(2, 3, 6, 7, 9, 12, 13, 15, 18));
+KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_32, coefficients(0, 1, 4, 5, 8, 10, 11, 14, 16));
 
 namespace korla::limiter {
 

@@ -54,6 +54,7 @@ template <> struct lane_traits<f32x4> { using element = float; using mask = i32x
 template <> struct lane_traits<i32x4> { using element = int32_t; using mask = i32x4; static constexpr int count = 4; };
 template <> struct lane_traits<f64x2> { using element = double; using mask = i64x2; static constexpr int count = 2; };
 #if KRL_LANES == 8
+template <> struct lane_traits<i32x8> { using element = int32_t; using mask = i32x8; static constexpr int count = 8; };
 template <> struct lane_traits<f32x8> { using element = float; using mask = i32x8; static constexpr int count = 8; };
 template <> struct lane_traits<f64x4> { using element = double; using mask = i64x4; static constexpr int count = 4; };
 #endif
@@ -76,6 +77,17 @@ template <class V> KRL_INLINE V load_aligned(const element_of<V>* p) {
 }
 template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
     store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
+}
+
+// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are the
+// bottleneck, this keeps it to one load.
+template <class V> KRL_INLINE V in_register(V v) {
+#if defined(KRL_X86_FMA)
+    asm("" : "+x"(v));
+#elif defined(KRL_NEON)
+    asm("" : "+w"(v));
+#endif
+    return v;
 }
 
 // A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
@@ -121,18 +133,10 @@ template <class V> KRL_INLINE V negate_even(V v) {
         sign[i] = INT32_MIN;
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
-// (re, im) pairs to (re, -im).
-template <class V> KRL_INLINE V conjugate(V v) {
-    using M = typename lane_traits<V>::mask;
-    M sign = {};
-    for (int i = 1; i < lanes<V>; i += 2)
-        sign[i] = INT32_MIN;
-    return bit_cast<V>(bit_cast<M>(v) ^ sign);
-}
 
-// ---- partial loads and stores ----------------------------------------------------------------------------------------
+// ---- partial loads and stores ---------------------------------------------------------------------------------------
 
-// The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
+// The first `count` lanes, fewer than V has: the others are zero in what is loaded, and left alone where it is stored.
 template <class V> V load_first(const float* p, size_t count);
 template <> KRL_INLINE f32x4 load_first(const float* p, size_t count) {
     f32x4 v = {};
@@ -313,6 +317,28 @@ template <class V> KRL_INLINE V min_num(V a, V b) {
 }
 #endif
 
+// max_quick, min_quick: one instruction on every target, the same as max_num and min_num, except that x86 gives b when b
+// is NaN and when both are zeros (-0 and +0 in either order).
+#if defined(KRL_NEON)
+inline constexpr bool quick_is_exact = true;
+template <class V> KRL_INLINE V max_quick(V a, V b) { return max_num(a, b); }
+template <class V> KRL_INLINE V min_quick(V a, V b) { return min_num(a, b); }
+#else
+inline constexpr bool quick_is_exact = false;
+template <class V> KRL_INLINE V max_quick(V a, V b) {
+    if constexpr (lanes<V> == 1)
+        return a > b ? a : b;
+    else
+        return detail::pick_max(a, b);
+}
+template <class V> KRL_INLINE V min_quick(V a, V b) {
+    if constexpr (lanes<V> == 1)
+        return a < b ? a : b;
+    else
+        return detail::pick_min(a, b);
+}
+#endif
+
 // Integer maximum, and the greatest lane of a vector.
 #if defined(KRL_NEON)
 KRL_INLINE i32x4 max_int(i32x4 a, i32x4 b) { return (i32x4)vmaxq_s32((int32x4_t)a, (int32x4_t)b); }
@@ -334,6 +360,19 @@ KRL_INLINE int32_t max_of_lanes(i32x8 v) {
     return max_of_lanes(max_int(__builtin_shufflevector(v, v, 0, 1, 2, 3), __builtin_shufflevector(v, v, 4, 5, 6, 7)));
 }
 #endif
+
+// The greater of v and m, where m is a number: a NaN in v is ignored. Zeros of either sign count as equal.
+KRL_INLINE float max_of_number(float v, float m) { return v > m ? v : m; }
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 max_of_number(f32x4 v, f32x4 m) { return max_num(v, m); }
+#else
+template <class V> KRL_INLINE V max_of_number(V v, V m) { return detail::pick_max(v, m); }
+#endif
+
+// The greatest lane, for lanes that are not negative and not NaN.
+template <class V> KRL_INLINE float max_of_magnitudes(V v) {
+    return bit_cast<float>(max_of_lanes(bit_cast<typename lane_traits<V>::mask>(v)));
+}
 
 // v held between lo and hi; NaN stays NaN. The sign of a zero is kept when lo < 0 < hi.
 #if defined(KRL_NEON)
@@ -375,6 +414,7 @@ KRL_INLINE float sum_of_lanes(f32x8 v) {
 // ---- shuffles -------------------------------------------------------------------------------------------------------
 
 template <class V> struct lane_pair { V a, b; };
+template <class V> lane_pair(V, V) -> lane_pair<V>; // clang 14 does not deduce aggregates by itself
 
 KRL_INLINE float reverse(float v) { return v; }
 KRL_INLINE f32x4 reverse(f32x4 v) { return __builtin_shufflevector(v, v, 3, 2, 1, 0); }
@@ -391,8 +431,13 @@ KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
-// The even lanes of a and of b in alternation.
-KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
+// Every lane one place up, `first` in the lowest.
+KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
+    v[0] = first;
+    return v;
+}
+// Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
     auto [bd_lo, bd_hi] = interleave(b, d);
@@ -417,13 +462,41 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6, 8, 10, 12, 14),
             __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
 }
+KRL_INLINE f32x8 concat(f32x4 lo, f32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE i32x8 concat(i32x4 lo, i32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 lower(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 upper(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
+    const f32x8 ac_lo = __builtin_shufflevector(a, c, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 ac_hi = __builtin_shufflevector(a, c, 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 bd_lo = __builtin_shufflevector(b, d, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 bd_hi = __builtin_shufflevector(b, d, 2, 10, 3, 11, 6, 14, 7, 15);
+    a = __builtin_shufflevector(ac_lo, bd_lo, 0, 8, 1, 9, 4, 12, 5, 13);
+    b = __builtin_shufflevector(ac_lo, bd_lo, 2, 10, 3, 11, 6, 14, 7, 15);
+    c = __builtin_shufflevector(ac_hi, bd_hi, 0, 8, 1, 9, 4, 12, 5, 13);
+    d = __builtin_shufflevector(ac_hi, bd_hi, 2, 10, 3, 11, 6, 14, 7, 15);
+}
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
 KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6); }
 KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7); }
 KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
-KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
+KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
+    v[0] = first;
+    return v;
+}
+#endif
+
+// f32v as its four-lane halves (one or two of them): half h, and f32v from f(h) for each half.
+inline constexpr int halves = lanes<f32v> / 4;
+#if KRL_LANES == 8
+KRL_INLINE f32x4 half(f32v v, int h) { return h == 0 ? lower(v) : upper(v); }
+template <class F> KRL_INLINE f32v from_halves(F f) { return concat(f(0), f(1)); }
+#else
+KRL_INLINE f32x4 half(f32v v, int) { return v; }
+template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
 #endif
 
 // Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the order
@@ -452,36 +525,18 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
 KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
 #endif
 
-// Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
-KRL_INLINE void transpose(float*) {}
-KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
-#if KRL_LANES == 8
-KRL_INLINE void transpose(f32x8* r) {
-    f32x8 t[8];
-    for (int i = 0; i < 8; i += 4) { // 2x2 blocks inside the halves, then the halves' 4x4
-        const f32x8 a = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 b = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
-        const f32x8 c = __builtin_shufflevector(r[i + 2], r[i + 3], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 d = __builtin_shufflevector(r[i + 2], r[i + 3], 2, 10, 3, 11, 6, 14, 7, 15);
-        t[i] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
-        t[i + 2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
-    }
-    for (int i = 0; i < 4; i++) {
-        r[i] = __builtin_shufflevector(t[i], t[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        r[i + 4] = __builtin_shufflevector(t[i], t[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
-}
-#endif
-
-// Vectors of complex samples, two lanes each: in reverse order; a0 b0 a1 b1 ... and back.
+// Complex samples that stay interleaved, real part first.
+KRL_INLINE f32x4 conjugate(f32x4 v) { return bit_cast<f32x4>(bit_cast<i32x4>(v) ^ i32x4{0, INT32_MIN, 0, INT32_MIN}); }
 KRL_INLINE f32x4 reverse_complex(f32x4 v) { return __builtin_shufflevector(v, v, 2, 3, 0, 1); }
 KRL_INLINE lane_pair<f32x4> interleave_complex(f32x4 a, f32x4 b) {
     return {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7)};
 }
 KRL_INLINE lane_pair<f32x4> deinterleave_complex(f32x4 lo, f32x4 hi) { return interleave_complex(lo, hi); }
 #if KRL_LANES == 8
+KRL_INLINE f32x8 conjugate(f32x8 v) {
+    constexpr int32_t sign = INT32_MIN;
+    return bit_cast<f32x8>(bit_cast<i32x8>(v) ^ i32x8{0, sign, 0, sign, 0, sign, 0, sign});
+}
 KRL_INLINE f32x8 reverse_complex(f32x8 v) { return __builtin_shufflevector(v, v, 6, 7, 4, 5, 2, 3, 0, 1); }
 KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
     return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 2, 3, 10, 11),
@@ -491,6 +546,25 @@ KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5, 8, 9, 12, 13),
             __builtin_shufflevector(lo, hi, 2, 3, 6, 7, 10, 11, 14, 15)};
 }
+#endif
+
+// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
+// the transpose of the left 4x4 block and the upper halves that of the right one.
+KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+KRL_INLINE f32x4 quad(f32x4 v, int) { return v; }
+#if KRL_LANES == 8
+KRL_INLINE void transpose_quads(f32x8* r) {
+    const f32x8 a = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 b = __builtin_shufflevector(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 c = __builtin_shufflevector(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 d = __builtin_shufflevector(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);
+    r[0] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
+    r[2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+// Lanes 4*i .. 4*i+3.
+KRL_INLINE f32x4 quad(f32x8 v, int i) { return i == 0 ? _mm256_castps256_ps128(v) : _mm256_extractf128_ps(v, 1); }
 #endif
 
 // ---- two four-lane vectors side by side -------------------------------------------------------------------------------
@@ -526,13 +600,23 @@ KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
 }
 KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     using f32x2 = float __attribute__((vector_size(8)));
-    return __builtin_shufflevector(__builtin_convertvector(v.a, f32x2), __builtin_convertvector(v.b, f32x2), 0, 1, 2, 3);
+    const f32x2 a = __builtin_convertvector(v.a, f32x2), b = __builtin_convertvector(v.b, f32x2);
+    return __builtin_shufflevector(a, b, 0, 1, 2, 3);
 }
 #if KRL_LANES == 8
 KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
     return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
 }
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
+#endif
+
+// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each, and
+// twice_odd those of to_double(v).b.
+KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
+#if KRL_LANES == 8
+KRL_INLINE f64x4 even_to_double(f32x8 v) {
+    return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v))));
+}
 #endif
 
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
@@ -571,16 +655,49 @@ KRL_INLINE i32x4 round_to_int(f32x4 v) {
 }
 #endif
 
+// 16-bit integers at any alignment, two or four at a time. What is stored is inside their range.
+using i16x2 = int16_t __attribute__((vector_size(4)));
+using i16x4 = int16_t __attribute__((vector_size(8)));
+using i32x2 = int32_t __attribute__((vector_size(8)));
+#if defined(KRL_X86_FMA)
 KRL_INLINE i32x4 load_int16(const int16_t* p) {
-    int16_t __attribute__((vector_size(8))) v;
+    return (i32x4)_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+}
+KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32((__m128i)v, (__m128i)v));
+}
+#else
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+    i16x4 v;
     __builtin_memcpy(&v, p, sizeof(v));
     return __builtin_convertvector(v, i32x4);
 }
-// v is inside the range of int16_t.
 KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
-    using i16x4 = int16_t __attribute__((vector_size(8)));
     i16x4 r = __builtin_convertvector(v, i16x4);
     __builtin_memcpy(p, &r, sizeof(r));
+}
+#endif
+KRL_INLINE i32x2 load_int16_pair(const int16_t* p) {
+#if defined(KRL_X86_FMA)
+    int32_t both;
+    __builtin_memcpy(&both, p, sizeof(both));
+    const i32x4 v = (i32x4)_mm_cvtepi16_epi32(_mm_cvtsi32_si128(both));
+    return __builtin_shufflevector(v, v, 0, 1);
+#else
+    i16x2 v;
+    __builtin_memcpy(&v, p, sizeof(v));
+    return i32x2{v[0], v[1]};
+#endif
+}
+KRL_INLINE void store_int16_pair(int16_t* p, i32x2 v) {
+#if defined(KRL_X86_FMA)
+    const __m128i wide = (__m128i)__builtin_shufflevector(v, v, 0, 1, 0, 1);
+    const int32_t both = _mm_cvtsi128_si32(_mm_packs_epi32(wide, wide));
+    __builtin_memcpy(p, &both, sizeof(both));
+#else
+    p[0] = static_cast<int16_t>(v[0]);
+    p[1] = static_cast<int16_t>(v[1]);
+#endif
 }
 #if KRL_LANES == 8
 KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }

@@ -1,6 +1,7 @@
 // Twiddle tables of the modulated bank.
 #include "dsp/core/table.h"
 #include "dsp/core/trig.h"
+#include "korla/dsp/mfb.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ template <int bands, int offset> constexpr auto twiddles() {
 
 } // namespace
 
-KRL_EXPORT_TABLE(KRL_MFB_TWID64E, twiddles<64, 1>())
-KRL_EXPORT_TABLE(KRL_MFB_TWID128E, twiddles<128, 1>())
-KRL_EXPORT_TABLE(KRL_MFB_TWID256E, twiddles<256, 1>())
-KRL_EXPORT_TABLE(KRL_MFB_TWID64O, twiddles<64, 0>())
+KRL_DEFINE_TABLE(KRL_MFB_TWID64E, twiddles<64, 1>());
+KRL_DEFINE_TABLE(KRL_MFB_TWID128E, twiddles<128, 1>());
+KRL_DEFINE_TABLE(KRL_MFB_TWID256E, twiddles<256, 1>());
+KRL_DEFINE_TABLE(KRL_MFB_TWID64O, twiddles<64, 0>());

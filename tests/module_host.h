@@ -1,0 +1,82 @@
+// A host of the module, as small as it can be: it knows ACLI and nothing else.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <korla/acli.h>
+
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "reference/layouts.h"
+
+namespace korla_test {
+
+constexpr int automatic = -1;
+
+inline acli_media_format media_format(const std::vector<uint32_t>& host_codes, int layout_index = automatic,
+                                      uint32_t sample_format = ACLI_SAMPLE_FLOAT32, bool interleaved = true,
+                                      uint32_t rate = 48000) {
+    acli_media_format format = {};
+    format.input_channel_count = static_cast<uint32_t>(host_codes.size());
+    format.sample_rate = rate;
+    format.interleaved = interleaved;
+    format.explicit_layout = layout_index != automatic;
+    format.layout_index = layout_index == automatic ? 0 : static_cast<uint32_t>(layout_index);
+    format.sample_format = sample_format;
+    std::copy(host_codes.begin(), host_codes.end(), format.input_channel_map);
+    return format;
+}
+inline std::vector<uint32_t> host_codes(const std::string& names) {
+    std::vector<uint32_t> codes;
+    for (const std::string& name : words(names))
+        codes.push_back(speaker(name).host);
+    return codes;
+}
+
+inline uint32_t host_sample_bytes(uint32_t sample_format) { return sample_format == ACLI_SAMPLE_INT16 ? 2 : 4; }
+
+class Stream {
+public:
+    Stream() { EXPECT_EQ(ACLI.create(1, 2, &handle_), ACLI_OK); }
+    explicit Stream(const acli_media_format& format) : Stream() { apply(format); }
+    ~Stream() { EXPECT_EQ(ACLI.destroy(handle_), ACLI_OK); }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    // What the module wrote into the block.
+    acli_media_format set(acli_media_format format, uint32_t mode) {
+        acli_param_value value = {mode, 0, &format};
+        EXPECT_EQ(ACLI.set_param(handle_, ACLI_PARAM_MEDIA_FORMAT, 11, 12, &value), ACLI_OK);
+        return format;
+    }
+    const acli_media_format& apply(const acli_media_format& format) { return applied = set(format, ACLI_MODE_APPLY); }
+
+    int32_t process(const acli_buffer& in, acli_buffer& out) { return ACLI.process(handle_, &in, &out); }
+
+    // A whole call: as many frames as `in` holds, in slots of T.
+    template <class T>
+    std::vector<T> run(const std::vector<T>& in) {
+        const size_t frames = in.size() / applied.input_channel_count;
+        std::vector<T> out(frames * applied.output_channel_count);
+        acli_buffer source = {}, target = {};
+        source.bytes = static_cast<uint32_t>(in.size() * sizeof(T));
+        source.data = const_cast<T*>(in.data());
+        source.channels = applied.input_channel_count;
+        source.bits_per_sample = 8 * sizeof(T);
+        target.bytes = static_cast<uint32_t>(out.size() * sizeof(T));
+        target.data = out.data();
+        EXPECT_EQ(process(source, target), ACLI_OK);
+        EXPECT_EQ(target.bytes, out.size() * sizeof(T));
+        return out;
+    }
+    operator void*() const { return handle_; }
+
+    acli_media_format applied = {};
+
+private:
+    void* handle_ = nullptr;
+};
+
+} // namespace korla_test
