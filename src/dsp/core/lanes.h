@@ -548,6 +548,15 @@ KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
 }
 #endif
 
+// Lanes from a table in groups of four: four values of a, four of b, and so on; groups start `stride` floats apart.
+template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const float* p) {
+    if constexpr (lanes<V> == 4)
+        return {load<V>(p), load<V>(p + 4)};
+    else
+        return {__builtin_shufflevector(load<V>(p), load<V>(p + stride), 0, 1, 2, 3, 8, 9, 10, 11),
+                __builtin_shufflevector(load<V>(p), load<V>(p + stride), 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+
 // Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
 // the transpose of the left 4x4 block and the upper halves that of the right one.
 KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
@@ -576,12 +585,14 @@ using f32x4x2 = f32x8;
 KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
 KRL_INLINE f32x4 first_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
 KRL_INLINE f32x4 second_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
 #else
 struct f32x4x2 { f32x4 a, b; };
 template <> struct lane_traits<f32x4x2> { using element = float; static constexpr int count = 8; };
 KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return {a, b}; }
 KRL_INLINE f32x4 first_half(f32x4x2 v) { return v.a; }
 KRL_INLINE f32x4 second_half(f32x4x2 v) { return v.b; }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return {v.b, v.a}; }
 KRL_INLINE f32x4x2 operator*(f32x4x2 x, f32x4x2 y) { return {x.a * y.a, x.b * y.b}; }
 KRL_INLINE f32x4x2 mul_add(f32x4x2 x, f32x4x2 y, f32x4x2 z) { return {mul_add(x.a, y.a, z.a), mul_add(x.b, y.b, z.b)}; }
 KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
@@ -589,7 +600,6 @@ KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
 }
 KRL_INLINE f32x4x2 reverse(f32x4x2 v) { return {reverse(v.b), reverse(v.a)}; }
 #endif
-KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return beside(second_half(v), first_half(v)); }
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
 

@@ -23,8 +23,8 @@ template <bool wanted, class V> KRL_INLINE V conjugate_if(V v) {
 
 // M is a multiple of 8. The buffers hold M complex values and are apart.
 template <conjugated which> KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m) {
-    constexpr uint32_t step = lanes<f32v>; // floats: lanes / 2 complex values
-    for (uint32_t k = 0; k < m; k += step) {
+    constexpr size_t step = lanes<f32v>; // floats: lanes / 2 complex values
+    for (size_t k = 0; k < m; k += step) {
         const f32v low = load<f32v>(bins + k), high = reverse_complex(load<f32v>(bins + 2 * m - step - k));
         const auto [a, b] = interleave_complex(detail::conjugate_if<which == conjugated::even_bands>(low),
                                                detail::conjugate_if<which == conjugated::odd_bands>(high));
@@ -34,8 +34,8 @@ template <conjugated which> KRL_INLINE void bands_from_bins(float* bands, const 
 }
 
 template <conjugated which> KRL_INLINE void bins_from_bands(float* bins, const float* bands, uint32_t m) {
-    constexpr uint32_t step = lanes<f32v>;
-    for (uint32_t k = 0; k < m; k += step) {
+    constexpr size_t step = lanes<f32v>;
+    for (size_t k = 0; k < m; k += step) {
         const auto [even, odd] = deinterleave_complex(load<f32v>(bands + 2 * k), load<f32v>(bands + 2 * k + step));
         store(bins + k, detail::conjugate_if<which == conjugated::even_bands>(even));
         store(bins + 2 * m - step - k, reverse_complex(detail::conjugate_if<which == conjugated::odd_bands>(odd)));

@@ -28,28 +28,30 @@ constexpr convention legacy{true, true, conjugated::even_bands};
 template <convention form>
 void fold(float* v, float* const (&ring)[state_blocks], const float* prototype, const float* twiddle, const float* in,
           uint32_t bands) {
-    const auto group_of_four = [&](uint32_t k) {
-        const float* c = prototype + tap_blocks * size_t{k};
-        const auto taps = [&](int j) { return load<f32x4x2>(c + 4 * j); }; // j and j + 1
-        const auto past = [&](int j) { return load<f32x4>(ring[j] + k); };
-        const f32x4 newest =
-            0.5f * (form.reversed_input ? reverse(load<f32x4>(in + bands - 4 - k)) : load<f32x4>(in + k));
-        f32x4x2 sum = taps(0) * beside(past(0), past(1)); // E beside O
-        sum = mul_sub_from(taps(2), beside(past(2), past(3)), sum);
-        sum = mul_add(taps(4), beside(past(4), past(5)), sum);
-        sum = mul_sub_from(taps(6), beside(past(6), past(7)), sum);
-        sum = mul_add(taps(8), beside(past(8), newest), sum);
+    using V = f32v;
+#pragma GCC unroll 2
+    for (size_t k = 0; k < bands; k += lanes<V>) {
+        const float* c = prototype + tap_blocks * k;
+        const auto taps = [&](uint32_t j) { return load_groups<V, 4 * tap_blocks>(c + 4 * j); }; // j and j + 1
+        const auto past = [&](uint32_t j) { return load<V>(ring[j] + k); };
+        const V newest = splat<V>(0.5f) * (form.reversed_input ? reverse(load<V>(in + bands - lanes<V> - k)) : load<V>(in + k));
+
+        auto [c_even, c_odd] = taps(0);
+        V even = c_even * past(0), odd = c_odd * past(1);
+        for (uint32_t j = 2; j < 8; j += 2) {
+            const auto [c_even, c_odd] = taps(j);
+            even = j % 4 != 0 ? mul_sub_from(c_even, past(j), even) : mul_add(c_even, past(j), even);
+            odd = j % 4 != 0 ? mul_sub_from(c_odd, past(j + 1), odd) : mul_add(c_odd, past(j + 1), odd);
+        }
+        even = mul_add(taps(8).a, past(8), even);
+        odd = mul_add(taps(8).b, newest, odd);
         store(ring[0] + k, newest);
 
-        const f32x4 re = form.negated_odd ? -second_half(sum) : second_half(sum), im = first_half(sum);
-        const f32x4 a = load<f32x4>(twiddle + 2 * k), b = load<f32x4>(twiddle + 2 * k + 4);
-        const auto [lo, hi] = interleave(mul_sub_from(im, b, re * a), mul_add(im, a, re * b));
+        const auto [a, b] = load_groups<V>(twiddle + 2 * k);
+        const V re = form.negated_odd ? -odd : odd;
+        const auto [lo, hi] = interleave(mul_sub_from(even, b, re * a), mul_add(even, a, re * b));
         store(v + 2 * k, lo);
-        store(v + 2 * k + 4, hi);
-    };
-    for (uint32_t k = 0; k < bands; k += 8) { // two groups share the loads of the ring's pointers
-        group_of_four(k);
-        group_of_four(k + 4);
+        store(v + 2 * k + lanes<V>, hi);
     }
 }
 
@@ -76,9 +78,11 @@ void analyse(krl_mfb_analysis* instance, const float* prototype, const float* tw
     for (uint32_t slot = 0; slot < slots; slot++) {
         for (uint32_t channel = 0; channel < channels; channel++) {
             float* ring[state_blocks];
-            for (uint32_t j = 0, block = instance->slot; j < state_blocks; j++) {
-                ring[j] = instance->channels[channel] + block * size_t{bands};
-                block = block + 1 == state_blocks ? 0 : block + 1;
+            float* const first = instance->channels[channel];
+            float* block = first + instance->slot * size_t{bands};
+            for (float*& place : ring) {
+                place = block;
+                block = block + bands == first + state_blocks * size_t{bands} ? first : block + bands;
             }
             fold<form>(v, ring, prototype, twiddle, in[slot][channel], bands);
             instance->fft->scaled(bins, v, bands);

@@ -9,7 +9,7 @@
 // FFT (or the other way round), with signs in pairs: one delay line serves all.
 #include "dsp/core/lanes.h"
 #include "dsp/filterbank/band_order.h"
-#include "dsp/filterbank/delay_line.h"
+#include "dsp/filterbank/paired_delay_line.h"
 #include "dsp/filterbank/mfb_state.h"
 
 namespace krl::mfb {
@@ -49,21 +49,22 @@ template <part which> KRL_INLINE f32x4 part_of(f32x4 real, f32x4 imaginary) {
 
 template <convention form>
 void unfold(float* out, float* state, const float* prototype, const float* twiddle, const float* bins, uint32_t bands) {
-    for (uint32_t k = 0; k < bands; k += 4) {
+#pragma GCC unroll 2
+    for (size_t k = 0; k < bands; k += 4) {
         const auto [y_re, y_im] = deinterleave(load<f32x4>(bins + 2 * k), load<f32x4>(bins + 2 * k + 4));
         const f32x4 a = load<f32x4>(twiddle + 2 * k), b = load<f32x4>(twiddle + 2 * k + 4);
         const f32x4 w_re = mul_sub_from(y_im, b, y_re * a), w_im = mul_add(y_im, a, y_re * b);
         const f32x4x2 line_in = beside(part_of<form.even>(w_re, w_im), part_of<form.odd>(w_re, w_im));
 
-        const uint32_t tap_band = form.taps == tap_order::backward ? bands - 4 - k : k;
-        const float* c = prototype + tap_blocks * size_t{tap_band};
+        const size_t tap_band = form.taps == tap_order::backward ? bands - 4 - k : k;
+        const float* c = prototype + tap_blocks * tap_band;
         const auto taps = [&](int i) { // h_2i and h_2i+1
             if constexpr (form.taps == tap_order::forward)
                 return load<f32x4x2>(c + 8 * i);
             const f32x4x2 pair = load<f32x4x2>(c + 8 * (4 - i));
             return form.taps == tap_order::backward ? reverse(pair) : swap_halves(pair);
         };
-        const f32x4 sum = delay_line<tap_blocks / 2, tap_signs::alternating>(state + state_blocks * size_t{k}, line_in, taps);
+        const f32x4 sum = delay_line<tap_blocks / 2, tap_signs::alternating>(state + state_blocks * k, line_in, taps);
         const f32x4 block = sum + sum;
         if constexpr (form.reversed_output)
             store(out + bands - 4 - k, reverse(block));
