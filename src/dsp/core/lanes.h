@@ -548,6 +548,28 @@ KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
 }
 #endif
 
+// Complex samples of a in order and of b backwards in alternation, and back: two shuffles a vector also where the halves of
+// vectors lie apart.
+KRL_INLINE lane_pair<f32x4> interleave_backwards(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 6, 7), __builtin_shufflevector(a, b, 2, 3, 4, 5)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave_backwards(f32x4 lo, f32x4 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5), __builtin_shufflevector(lo, hi, 6, 7, 2, 3)};
+}
+#if KRL_LANES == 8
+KRL_INLINE lane_pair<f32x8> interleave_backwards(f32x8 a, f32x8 b) {
+    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7);
+    b = __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1);
+    return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 4, 5, 12, 13),
+            __builtin_shufflevector(a, b, 2, 3, 10, 11, 6, 7, 14, 15)};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_backwards(f32x8 lo, f32x8 hi) {
+    const f32x8 a = __builtin_shufflevector(lo, hi, 0, 1, 8, 9, 4, 5, 12, 13);
+    const f32x8 b = __builtin_shufflevector(lo, hi, 2, 3, 10, 11, 6, 7, 14, 15);
+    return {__builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7), __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1)};
+}
+#endif
+
 // Lanes from a table in groups of four: four values of a, four of b, and so on; groups start `stride` floats apart.
 template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const float* p) {
     if constexpr (lanes<V> == 4)

@@ -25,9 +25,9 @@ template <bool wanted, class V> KRL_INLINE V conjugate_if(V v) {
 template <conjugated which> KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m) {
     constexpr size_t step = lanes<f32v>; // floats: lanes / 2 complex values
     for (size_t k = 0; k < m; k += step) {
-        const f32v low = load<f32v>(bins + k), high = reverse_complex(load<f32v>(bins + 2 * m - step - k));
-        const auto [a, b] = interleave_complex(detail::conjugate_if<which == conjugated::even_bands>(low),
-                                               detail::conjugate_if<which == conjugated::odd_bands>(high));
+        const f32v low = load<f32v>(bins + k), high = load<f32v>(bins + 2 * m - step - k);
+        const auto [a, b] = interleave_backwards(detail::conjugate_if<which == conjugated::even_bands>(low),
+                                                 detail::conjugate_if<which == conjugated::odd_bands>(high));
         store(bands + 2 * k, a);
         store(bands + 2 * k + step, b);
     }
@@ -36,9 +36,9 @@ template <conjugated which> KRL_INLINE void bands_from_bins(float* bands, const 
 template <conjugated which> KRL_INLINE void bins_from_bands(float* bins, const float* bands, uint32_t m) {
     constexpr size_t step = lanes<f32v>;
     for (size_t k = 0; k < m; k += step) {
-        const auto [even, odd] = deinterleave_complex(load<f32v>(bands + 2 * k), load<f32v>(bands + 2 * k + step));
+        const auto [even, odd] = deinterleave_backwards(load<f32v>(bands + 2 * k), load<f32v>(bands + 2 * k + step));
         store(bins + k, detail::conjugate_if<which == conjugated::even_bands>(even));
-        store(bins + 2 * m - step - k, reverse_complex(detail::conjugate_if<which == conjugated::odd_bands>(odd)));
+        store(bins + 2 * m - step - k, detail::conjugate_if<which == conjugated::odd_bands>(odd));
     }
 }
 
