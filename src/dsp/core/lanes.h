@@ -454,13 +454,20 @@ template <> KRL_INLINE f32x8 load_twice(const float* p) {
     return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
 }
 KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
+// Wide shuffles go by way of the halves, in two steps that each are one instruction.
 KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
-    return {__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11),
-            __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15)};
+    const f32x8 even = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 odd = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+    return {__builtin_shufflevector(even, odd, 0, 1, 2, 3, 8, 9, 10, 11),
+            __builtin_shufflevector(even, odd, 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+KRL_INLINE f32x8 swap_middle_quarters(f32x8 v) {
+    const f64x4 pairs = bit_cast<f64x4>(v);
+    return bit_cast<f32x8>(__builtin_shufflevector(pairs, pairs, 0, 2, 1, 3));
 }
 KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
-    return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6, 8, 10, 12, 14),
-            __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
+    return {swap_middle_quarters(__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14)),
+            swap_middle_quarters(__builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15))};
 }
 KRL_INLINE f32x8 concat(f32x4 lo, f32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
 KRL_INLINE i32x8 concat(i32x4 lo, i32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
@@ -537,14 +544,21 @@ KRL_INLINE f32x8 conjugate(f32x8 v) {
     constexpr int32_t sign = INT32_MIN;
     return bit_cast<f32x8>(bit_cast<i32x8>(v) ^ i32x8{0, sign, 0, sign, 0, sign, 0, sign});
 }
-KRL_INLINE f32x8 reverse_complex(f32x8 v) { return __builtin_shufflevector(v, v, 6, 7, 4, 5, 2, 3, 0, 1); }
+KRL_INLINE f32x8 reverse_complex(f32x8 v) {
+    const f64x4 z = bit_cast<f64x4>(v);
+    return bit_cast<f32x8>(__builtin_shufflevector(z, z, 3, 2, 1, 0));
+}
 KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
-    return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 2, 3, 10, 11),
-            __builtin_shufflevector(a, b, 4, 5, 12, 13, 6, 7, 14, 15)};
+    const f64x4 x = bit_cast<f64x4>(a), y = bit_cast<f64x4>(b);
+    const f64x4 even = __builtin_shufflevector(x, y, 0, 4, 2, 6), odd = __builtin_shufflevector(x, y, 1, 5, 3, 7);
+    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 1, 4, 5)),
+            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 2, 3, 6, 7))};
 }
 KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
-    return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5, 8, 9, 12, 13),
-            __builtin_shufflevector(lo, hi, 2, 3, 6, 7, 10, 11, 14, 15)};
+    const f64x4 x = bit_cast<f64x4>(lo), y = bit_cast<f64x4>(hi);
+    const f64x4 even = __builtin_shufflevector(x, y, 0, 1, 4, 5), odd = __builtin_shufflevector(x, y, 2, 3, 6, 7);
+    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 4, 2, 6)),
+            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 1, 5, 3, 7))};
 }
 #endif
 
