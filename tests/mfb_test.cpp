@@ -1,10 +1,10 @@
 // The modulated filter bank against its definition, and what a chain of analysis and synthesis promises.
 #include <korla/dsp/mfb.h>
+#include <korla/dsp/qmf.h>
 
 #include <gtest/gtest.h>
 
 #include <complex>
-#include <functional>
 #include <limits>
 
 #include "guarded_buffer.h"
@@ -257,7 +257,7 @@ Channels run_chain(const ChainCase& chain, const Channels& in) {
 
 TEST_P(Chain, ReconstructsWithUnitGainAtItsDelay) {
     const ChainCase& chain = GetParam();
-    const Channels in = test_signals(1000 * 64, chain.m);
+    const Channels in = test_signals(400 * 64, chain.m);
     const Channels out = run_chain(chain, in);
     for (size_t channel = 0; channel < in.size(); channel++) {
         const Error error = chain_error(in[channel], out[channel], chain.form.delay(chain.m));
@@ -338,21 +338,30 @@ TEST(ModulatedBank, ForgetsNaNAfterTenSlots) {
 
 // ---- the further rotation, tables, memory, refusals ----------------------------------------------------------------------
 
+// The legacy analysis with the further rotation by e, as a process function.
+template <const std::vector<float>& e>
+void legacy_twiddle(krl_mfb_analysis* instance, const float* prototype, const float* twiddle, void* scratch, uint32_t channels,
+                    uint32_t slots, uint32_t m, float* const* const* out, const float* const* const* in) {
+    KRL_CLmfb_p10km_analysisL_legacy_twiddle(instance, prototype, twiddle, scratch, e.data(), channels, slots, m, out, in);
+}
+const std::vector<float> arbitrary_rotation = Random(6).vector(128);
+const std::vector<float> full_qmf_rotation = [] {
+    std::vector<float> e(128);
+    for (size_t m = 0; m < 64; m++) {
+        const double angle = std::numbers::pi * static_cast<double>(2 * m + 1) / 256;
+        e[m / 4 * 8 + m % 4] = static_cast<float>(-std::cos(angle));
+        e[m / 4 * 8 + 4 + m % 4] = static_cast<float>(std::sin(angle));
+    }
+    return e;
+}();
+constexpr Tables qmf_like{KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O};
+
 TEST(ModulatedBank, LegacyTwiddleRotatesEveryBand) {
-    const Tables tables{KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O};
-    Random random(6);
-    const std::vector<float> e = random.vector(128); // four real parts, four imaginary parts, and so on
-    const Channels in{random.vector(20 * 64), random.vector(20 * 64)};
-    Analysis plain(64, 2, tables), rotated(64, 2, tables);
+    const Channels in{Random(7).vector(20 * 64), Random(8).vector(20 * 64)};
+    Analysis plain(64, 2, qmf_like), rotated(64, 2, qmf_like);
     const Channels bands = plain.process(KRL_CLmfb_p10km_analysisL_legacy, in);
-    static const float* extra;
-    extra = e.data();
-    const AnalysisFunction with_extra = [](krl_mfb_analysis* instance, const float* prototype, const float* twiddle,
-                                           void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
-                                           float* const* const* out, const float* const* const* from) {
-        KRL_CLmfb_p10km_analysisL_legacy_twiddle(instance, prototype, twiddle, scratch, extra, channels, slots, m, out, from);
-    };
-    const Channels out = rotated.process(with_extra, in, {3});
+    const Channels out = rotated.process(legacy_twiddle<arbitrary_rotation>, in, {3});
+    const std::vector<float>& e = arbitrary_rotation; // four real parts, four imaginary parts, and so on
     for (size_t c = 0; c < 2; c++)
         for (size_t i = 0; i < bands[c].size() / 2; i++) {
             const size_t m = i % 64;
@@ -361,6 +370,54 @@ TEST(ModulatedBank, LegacyTwiddleRotatesEveryBand) {
             ASSERT_NEAR(out[c][2 * i], expected.real(), 1e-7);
             ASSERT_NEAR(out[c][2 * i + 1], expected.imag(), 1e-7);
         }
+}
+
+// The legacy convention was made to continue the QMF banks: with their prototype and the twiddle without offset it is the
+// complex QMF bank, analysis and synthesis, with and without its full twiddles.
+TEST(ModulatedBank, LegacyFormsAreTheComplexQmfBank) {
+    constexpr uint32_t slots = 40;
+    const Channels in{Random(9).vector(slots * 64)};
+    for (const bool twiddled : {false, true}) {
+        const uint32_t mode = twiddled ? 1 : 0;
+        uint32_t state_bytes, scratch_bytes, instance_bytes;
+        KRL_qmf_analysisL_query_mem(64, 1, &state_bytes, &scratch_bytes, &instance_bytes);
+        std::vector<char> state(state_bytes), scratch(scratch_bytes), instance(instance_bytes);
+        auto* qmf_analysis = krl_qmf_analysisL_open(64, slots, mode, 5, krl_qmf_filter_coeff_P5_p64kvx301_vec_ana,
+                                                    state.data(), scratch.data(), instance.data());
+        ASSERT_TRUE(qmf_analysis);
+        Signal qmf_bands(in[0].size() * 2);
+        std::vector<float*> rows;
+        std::vector<const float*> const_rows;
+        for (uint32_t slot = 0; slot < slots; slot++) {
+            rows.push_back(qmf_bands.data() + 128 * slot);
+            const_rows.push_back(rows.back());
+        }
+        KRL_CLqmf_analysisL(qmf_analysis, rows.data(), in[0].data());
+
+        Analysis analysis(64, 1, qmf_like);
+        const Channels bands = analysis.process(
+            twiddled ? legacy_twiddle<full_qmf_rotation> : KRL_CLmfb_p10km_analysisL_legacy, in, {slots});
+        Error analysis_error;
+        for (size_t i = 0; i < bands[0].size(); i++)
+            analysis_error.add(bands[0][i], qmf_bands[i]);
+        EXPECT_LT(analysis_error.rms(), 5e-7);
+        if (twiddled)
+            continue;
+
+        KRL_qmf_synthesisL_query_mem(64, 1, &state_bytes, &scratch_bytes, &instance_bytes);
+        std::vector<char> state2(state_bytes), scratch2(scratch_bytes), instance2(instance_bytes);
+        auto* qmf_synthesis = krl_qmf_synthesisL_open(64, slots, mode, 5, krl_qmf_filter_coeff_P5_p64kvx301_vec_syn,
+                                                      state2.data(), scratch2.data(), instance2.data());
+        ASSERT_TRUE(qmf_synthesis);
+        Signal qmf_time(in[0].size());
+        KRL_Lqmf_synthesisCL(qmf_synthesis, qmf_time.data(), const_rows.data());
+        Synthesis synthesis(64, 1, qmf_like);
+        const Channels time = synthesis.process(KRL_Lmfb_p10km_synthesisCL_legacy_extra_latency, {qmf_bands}, {slots});
+        Error synthesis_error;
+        for (size_t i = 0; i < time[0].size(); i++)
+            synthesis_error.add(time[0][i], qmf_time[i]);
+        EXPECT_LT(synthesis_error.rms(), 5e-7);
+    }
 }
 
 TEST(ModulatedBank, TwiddleTablesAreTheRoundedFormula) {
