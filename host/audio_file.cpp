@@ -19,6 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr uint64_t riff_limit = 0xffff0000; // bytes of samples, with room for the headers
+
 int container(int format) { return format & SF_FORMAT_TYPEMASK; }
 int encoding(int format) { return format & SF_FORMAT_SUBMASK; }
 
@@ -87,6 +89,8 @@ AudioReader::AudioReader(const std::string& path, bool accept_truncated)
                                                "again, or process what is there with --accept-truncated",
                                                path.c_str(), static_cast<unsigned long long>(claimed),
                                                static_cast<unsigned long long>(present)));
+    if (info_.frames == SF_COUNT_MAX) // written without knowing the length
+        info_.frames = 0;
     positions_.assign(channels(), 0);
     if (!sf_command(file_.get(), SFC_GET_CHANNEL_MAP_INFO, positions_.data(),
                     static_cast<int>(positions_.size() * sizeof(int))))
@@ -150,8 +154,8 @@ AudioWriter::AudioWriter(const std::string& path, const AudioReader& like, Sampl
     info_.channels = static_cast<int>(positions.size());
     info_.samplerate = static_cast<int>(like.sample_rate());
     info_.format = known->second;
-    // A RIFF file cannot say that it is longer than 4 GiB.
-    if (info_.format == SF_FORMAT_WAVEX && like.frames() * positions.size() * bytes_per_sample(samples) > 0xffff0000u)
+    // Where the length is known beforehand, a file that RIFF cannot hold becomes RF64.
+    if (info_.format == SF_FORMAT_WAVEX && like.frames() * positions.size() * bytes_per_sample(samples) > riff_limit)
         info_.format = SF_FORMAT_RF64;
     const bool flac = info_.format == SF_FORMAT_FLAC;
     if (flac && positions.size() > 8)
@@ -210,6 +214,9 @@ void AudioWriter::fail(const std::string& why) const {
 
 void AudioWriter::write(SampleFormat samples, const std::byte* data, size_t frames) {
     const auto count = static_cast<sf_count_t>(frames);
+    bytes_ += frames * static_cast<size_t>(info_.channels) * bytes_per_sample(samples);
+    if (container(info_.format) == SF_FORMAT_WAVEX && bytes_ > riff_limit)
+        fail("it is getting longer than a WAV file can be; use .rf64, .w64 or .caf");
     const sf_count_t written =
         samples == SampleFormat::s16   ? sf_writef_short(file_.get(), reinterpret_cast<const short*>(data), count)
         : samples == SampleFormat::s32 ? sf_writef_int(file_.get(), reinterpret_cast<const int*>(data), count)

@@ -26,7 +26,7 @@ public:
 
     size_t channels() const { return static_cast<size_t>(info_.channels); }
     uint32_t sample_rate() const { return static_cast<uint32_t>(info_.samplerate); }
-    uint64_t frames() const { return static_cast<uint64_t>(info_.frames); } // as the file announces
+    uint64_t frames() const { return static_cast<uint64_t>(info_.frames); } // as the file announces, 0 when it does not
     int format() const { return info_.format; }
     // SF_CHANNEL_MAP_*, empty when the file does not say which speakers its channels are for.
     const std::vector<int>& positions() const { return positions_; }
@@ -67,6 +67,7 @@ private:
     SF_INFO info_{};
     SoundFile file_;
     bool positions_kept_ = false;
+    uint64_t bytes_ = 0;
 };
 
 // "WAV (WAVE_FORMAT_EXTENSIBLE), signed 16 bit PCM"

@@ -20,7 +20,7 @@ enum class Status {
 inline constexpr const char* status_help =
     "Exit status: 0 success, 2 wrong command line, 3 library not usable, 4 input file not usable (missing, no audio,\n"
     "cut short), 5 unsupported channel map or layout, 6 output file not writable, 7 the module failed,\n"
-    "130/143 interrupted. A failed run leaves no output file and does not touch an older one.";
+    "128 + number for an interrupting signal. A failed run leaves no output file and does not touch an older one.";
 
 class Error : public std::runtime_error {
 public:

@@ -14,8 +14,9 @@ namespace {
 void catch_interrupts() {
     struct sigaction action {};
     action.sa_handler = interrupt;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
+    std::signal(SIGXFSZ, SIG_IGN); // a file size limit shows as a failed write
 }
 
 template <class Report>

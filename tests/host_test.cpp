@@ -46,10 +46,10 @@ protected:
     }
     void TearDown() override { fs::remove_all(folder); }
 
-    Outcome host(const std::string& arguments) {
+    Outcome host(const std::string& arguments, const std::string& prelude = "") {
         const fs::path out = folder / "stdout", err = folder / "stderr";
-        const std::string command = "cd " + folder.string() + " && " KORLA_HOST_PATH " " + arguments + " >" +
-                                    out.string() + " 2>" + err.string() + " </dev/null";
+        const std::string command = "cd " + folder.string() + " && " + prelude + KORLA_HOST_PATH " " + arguments +
+                                    " >" + out.string() + " 2>" + err.string() + " </dev/null";
         const int code = std::system(command.c_str());
         Outcome outcome{WIFEXITED(code) ? WEXITSTATUS(code) : -1, slurp(out), slurp(err)};
         fs::remove(out);
@@ -283,6 +283,10 @@ TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {
     std::ofstream(folder / "cut.wav", std::ios::binary) << slurp(folder / "good.wav").substr(0, 30000);
     const std::string flac = slurp(folder / "good.flac");
     std::ofstream(folder / "cut.flac", std::ios::binary) << flac.substr(0, flac.size() / 2);
+    write("endless.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 6, quiet_noise(9999, 6));
+    std::string endless = slurp(folder / "endless.flac");
+    endless[21] &= '\xf0', endless.replace(22, 4, 4, '\0'); // a length of 0 frames: not known
+    std::ofstream(folder / "endless.flac", std::ios::binary) << endless;
     std::ofstream(folder / "old.wav") << "an older output";
     fs::create_directory(folder / "folder.wav");
     std::ofstream(folder / "library.so") << "no library";
@@ -327,11 +331,17 @@ TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
         EXPECT_EQ(files(), before);
     }
+    const Outcome full = host("run good.wav old.wav --layout stereo", "ulimit -f 20; "); // as on a full disk
+    EXPECT_EQ(full.status, 6);
+    EXPECT_NE(full.err.find("free space"), std::string::npos) << full.err;
+    EXPECT_EQ(files(), before);
     EXPECT_EQ(slurp(folder / "old.wav"), "an older output");
 
     // What is there of a damaged file can be had.
     ASSERT_EQ(host("run cut.wav new.wav --accept-truncated --layout stereo").status, 0);
     EXPECT_EQ(read("new.wav").frames(), read("cut.wav").frames());
+    ASSERT_EQ(host("run endless.flac new.wav --layout stereo").status, 0);
+    EXPECT_EQ(read("new.wav").frames(), 9999u);
     ASSERT_EQ(host("run good.wav old.wav").status, 0);
     EXPECT_EQ(read("old.wav").frames(), 5000u);
 }

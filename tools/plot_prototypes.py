@@ -22,7 +22,7 @@ def short(name):
 
 
 def envelope(frequency, decibels, bands):
-    """The curve itself up to four times the stop-band edge, beyond it the peak of each side lobe: less ink, same message."""
+    """The curve itself up to four times the stop-band edge, beyond it the peak of each side lobe."""
     peaks = np.r_[False, (decibels[1:-1] > decibels[:-2]) & (decibels[1:-1] >= decibels[2:]), False]
     keep = peaks | (frequency < 4.0 / bands)
     return frequency[keep] * bands, decibels[keep]

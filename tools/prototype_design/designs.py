@@ -8,8 +8,8 @@ import numpy as np
 from . import conditions as equations
 from . import optimise
 
-# Level of the two echoes that phases 0 and bands/2 of a QMF prototype are left with.  A chain of float tables then stays
-# below a peak error of 1e-6.
+# Level of the two echoes that phases 0 and bands/2 of a QMF prototype are left with.  With them a chain of float
+# tables stays below a peak error of 1e-6.
 ECHOES = {5: (3e-7, 5e-7), 4: (5e-7, 5e-7)}
 
 

@@ -5,7 +5,8 @@ import numpy as np
 def minimise(hessian, gradient, rows, bounds, iterations=60, tolerance=1e-9):
     """x that minimises x' hessian x / 2 + gradient . x subject to rows x <= bounds, and the multipliers of the rows.
 
-    The hessian is positive semidefinite and, with the active rows, definite.  Bounds and gradient are of the order of one.
+    The hessian is positive semidefinite and, with the active rows, definite.  Bounds and gradient are of the order of
+    one.
     """
     x = np.zeros(len(gradient))
     slack = np.maximum(bounds, 1.0)

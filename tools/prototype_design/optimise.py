@@ -1,10 +1,10 @@
 """Minimisation of the stop band of a prototype subject to its perfect-reconstruction equations.
 
-Quadratic-constrained least squares (Nguyen 1995): the stop-band energy is a quadratic form in the taps, the reconstruction
-conditions are quadratic equations.  Every iterate satisfies the equations: a Newton step in the tangent space (Hessian of
-the Lagrangian) is followed by a restoration onto the equations.  The least peak is found likewise, each step a quadratic
-program whose rows are the response on a frequency grid.  Local minima abound, so the search begins with many random windows
-at a small band count, and the best curve is carried to larger band counts by doubling, resampling and solving again.
+Quadratic-constrained least squares (Nguyen 1995): the stop-band energy is a quadratic form in the taps, and so are the
+reconstruction conditions.  Every iterate satisfies them: a Newton step in the tangent space (Hessian of the Lagrangian)
+is followed by a restoration onto the equations.  The least peak is found likewise, each step a quadratic program whose
+rows are the response on a frequency grid.  Local minima abound, so the search begins with many random windows at a
+small band count, and the best curve is carried to larger band counts by doubling, resampling and solving again.
 """
 import numpy as np
 from scipy.interpolate import CubicSpline
@@ -142,8 +142,8 @@ class StopBand:
     def tangent(self, y, points):
         """At some grid points: magnitude, its gradient for fixed gain at zero frequency, and the gradient across it.
 
-        The gradient across is that of the response's part at right angles, None for a symmetric prototype, whose response
-        is real.
+        The gradient across is that of the response's part at right angles, None for a symmetric prototype, whose
+        response is real.
         """
         gain = self.zero_frequency @ y
         real = self.real[points] / gain
@@ -155,6 +155,21 @@ class StopBand:
         m = np.hypot(a, b)
         cosine, sine = (a / m)[:, None], (b / m)[:, None]
         return m, cosine * real + sine * imaginary, cosine * imaginary - sine * real
+
+
+def _peak_rows(magnitude, slope, across):
+    """rows (step, new peak) <= bounds, both in units of the peak: no point may rise above the new peak.
+
+    Low points may change their sign or phase within a step, so they are bounded from the other sides as well.
+    """
+    peak = np.max(magnitude)
+    low = magnitude < 0.5 * peak
+    rows, bounds = [slope, -slope[low]], [-magnitude, magnitude[low]]
+    if across is not None:
+        rows += [across[low], -across[low]]
+        bounds += [np.zeros(2 * np.sum(low))]
+    rows = np.vstack(rows)
+    return np.hstack([rows, -np.ones((len(rows), 1))]), np.concatenate(bounds) / peak
 
 
 def minimise_peak(conditions, y, edge=1.0, energy_share=0.01, iterations=60, tolerance=1e-7):
@@ -191,16 +206,7 @@ def minimise_peak(conditions, y, edge=1.0, energy_share=0.01, iterations=60, tol
             if across is not None:
                 curvature = curvature + (across.T * (multipliers / np.maximum(magnitude, 1e-3 * peak))) @ across
         eigenvalues, vectors = np.linalg.eigh(basis.T @ curvature @ basis)
-        # Low points may change their sign or phase within a step, so they are bounded from the other sides as well.
-        low = magnitude < 0.5 * peak
-        reduced = slope @ basis
-        rows, bounds = [reduced, -reduced[low]], [-magnitude, magnitude[low]]
-        if across is not None:
-            reduced_across = across[low] @ basis
-            rows, bounds = rows + [reduced_across, -reduced_across], bounds + [np.zeros(2 * len(reduced_across))]
-        rows = np.vstack(rows)
-        rows = np.hstack([rows, -np.ones((len(rows), 1))])
-        bounds = np.concatenate(bounds) / peak
+        rows, bounds = _peak_rows(magnitude, slope @ basis, None if across is None else across @ basis)
         accepted = None
         for _ in range(12):
             hessian = np.zeros((len(eigenvalues) + 1,) * 2)

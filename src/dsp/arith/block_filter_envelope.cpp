@@ -8,9 +8,9 @@ using namespace krl;
 
 namespace {
 
-// The maximum stands on the critical path of an envelope. Where no single instruction is maxNum in every case, the block
-// runs with the quick one, which notes beside the critical path whether the order of two operands ever mattered (a NaN,
-// zeros of different sign); only then the block runs again with the exact one.
+// The maximum stands on the critical path of an envelope. Where no single instruction is maxNum in every case, the
+// block runs with the quick one, which notes beside the critical path whether the order of two operands ever mattered
+// (a NaN, zeros of different sign); only then the block runs again with the exact one.
 struct exact_maximum {
     static constexpr int64_t doubt = 0;
     KRL_INLINE double operator()(double a, double b) { return max_num(a, b); }
@@ -25,7 +25,8 @@ struct quick_maximum {
 };
 using first_maximum = std::conditional_t<quick_is_exact, exact_maximum, quick_maximum>;
 
-template <bool with_floor> struct follower {
+template <bool with_floor>
+struct follower {
     double k0, k1, keep0, keep1, floor;
     explicit follower(const float* c)
         : k0(c[0]), k1(c[1]), keep0(1.0f - c[0]), keep1(1.0f - c[1]), floor(with_floor ? c[2] : 0.0f) {}
@@ -55,8 +56,8 @@ KRL_INLINE void follow(float* dst, krl_envelope_state* state, follower<with_floo
     }
 }
 
-// With limits like these the quick maximum and minimum are exact: they give the limit, their second operand, for a NaN sum
-// and for a zero beside a zero limit, which is right unless the limits are NaN or zeros of the other sign.
+// With limits like these the quick maximum and minimum are exact: they give the limit, their second operand, for a NaN
+// sum and for a zero beside a zero limit, which is right unless the limits are NaN or zeros of the other sign.
 inline bool limits_are_plain(float high, float low) {
     return high == high && low == low && bit_cast<uint32_t>(high) != 0 && bit_cast<uint32_t>(low) != 0x80000000u;
 }
@@ -65,20 +66,21 @@ template <class access>
 KRL_INLINE void integrate(float* dst, const float* x, const float* coef, krl_integrator_state* state) {
     const float high = coef[0], low = coef[1];
     if (quick_is_exact || limits_are_plain(high, low))
-        run_block<access>(dst, state, [=](krl_integrator_state& s, float v) {
-            return s.acc = min_quick(max_quick(s.acc + v, low), high);
-        }, x);
+        run_block<access>(
+            dst, state,
+            [=](krl_integrator_state& s, float v) { return s.acc = min_quick(max_quick(s.acc + v, low), high); }, x);
     else
-        run_block<access>(dst, state, [=](krl_integrator_state& s, float v) {
-            return s.acc = min_num(max_num(s.acc + v, low), high);
-        }, x);
+        run_block<access>(
+            dst, state,
+            [=](krl_integrator_state& s, float v) { return s.acc = min_num(max_num(s.acc + v, low), high); }, x);
 }
 
-// 2 * fma(-2^(u-1), t, 1) is fma(-2^u, t, 2): doubling is exact, as the fma is never subnormal. The minimum with a positive
-// limit as its second operand is minNum.
+// 2 * fma(-2^(u-1), t, 1) is fma(-2^u, t, 2): doubling is exact, as the fma is never subnormal. The minimum with a
+// positive limit as its second operand is minNum.
 auto reciprocal_step = [](uint32_t u) {
     const auto shift = static_cast<int32_t>(u);
-    return [limit = 0.75f * exp2_int(1 - shift), slope = -exp2_int(shift)](krl_reciprocal_state& s, float x) {
+    return [limit = 0.75f * exp2_int(static_cast<int32_t>(1 - u)), slope = -exp2_int(shift)](krl_reciprocal_state& s,
+                                                                                             float x) {
         const float t = min_quick(s.r * x, limit);
         return s.r = s.r * fma(slope, t, 2.0f);
     };

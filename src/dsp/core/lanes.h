@@ -95,10 +95,12 @@ template <class V> KRL_INLINE V splat(element_of<V> x) {
     if constexpr (lanes<V> == 1) {
         return x;
     } else {
-        V v;
-        for (int i = 0; i < lanes<V>; i++)
-            v[i] = x;
-        return v;
+        if constexpr (lanes<V> == 2)
+            return V{x, x};
+        else if constexpr (lanes<V> == 4)
+            return V{x, x, x, x};
+        else
+            return V{x, x, x, x, x, x, x, x};
     }
 }
 
@@ -445,13 +447,19 @@ KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [r2, r3] = interleave(ac_hi, bd_hi);
     a = r0, b = r1, c = r2, d = r3;
 }
-// Half as many floats as V has lanes, each in two neighbouring lanes.
+// Half as many floats as V has lanes, each in two neighbouring lanes; forwards, or the last one first.
 template <class V> V load_twice(const float* p);
+template <class V> V load_twice_backwards(const float* p);
 template <> KRL_INLINE f32x4 load_twice(const float* p) { return f32x4{p[0], p[0], p[1], p[1]}; }
+template <> KRL_INLINE f32x4 load_twice_backwards(const float* p) { return f32x4{p[1], p[1], p[0], p[0]}; }
 #if KRL_LANES == 8
 template <> KRL_INLINE f32x8 load_twice(const float* p) {
     const f32x4 v = load<f32x4>(p);
     return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
+}
+template <> KRL_INLINE f32x8 load_twice_backwards(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 3, 3, 2, 2, 1, 1, 0, 0);
 }
 KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
 // Wide shuffles go by way of the halves, in two steps that each are one instruction.
@@ -529,7 +537,7 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
     return {__builtin_shufflevector(re, im, 0, 8, 1, 9, 4, 12, 5, 13),
             __builtin_shufflevector(re, im, 2, 10, 3, 11, 6, 14, 7, 15)};
 }
-KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
+KRL_INLINE f32x8 to_split_order(f32x8 v) { return swap_middle_quarters(v); }
 #endif
 
 // Complex samples that stay interleaved, real part first.
@@ -596,7 +604,6 @@ template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const 
 // Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
 // the transpose of the left 4x4 block and the upper halves that of the right one.
 KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
-KRL_INLINE f32x4 quad(f32x4 v, int) { return v; }
 #if KRL_LANES == 8
 KRL_INLINE void transpose_quads(f32x8* r) {
     const f32x8 a = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
@@ -608,8 +615,22 @@ KRL_INLINE void transpose_quads(f32x8* r) {
     r[2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
     r[3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
 }
-// Lanes 4*i .. 4*i+3.
-KRL_INLINE f32x4 quad(f32x8 v, int i) { return i == 0 ? _mm256_castps256_ps128(v) : _mm256_extractf128_ps(v, 1); }
+#endif
+
+// Four lanes from 4*i on: of v[0], or, for W = f32x8, of v[0] and then of v[4].
+template <class W> KRL_INLINE W quads(const f32x4* v, int) {
+    if constexpr (lanes<W> == 8)
+        return __builtin_shufflevector(v[0], v[4], 0, 1, 2, 3, 4, 5, 6, 7);
+    else
+        return v[0];
+}
+#if KRL_LANES == 8
+template <class W> KRL_INLINE W quads(const f32x8* v, int i) {
+    if constexpr (lanes<W> == 8)
+        return i == 0 ? _mm256_permute2f128_ps(v[0], v[4], 0x20) : _mm256_permute2f128_ps(v[0], v[4], 0x31);
+    else
+        return i == 0 ? _mm256_castps256_ps128(v[0]) : _mm256_extractf128_ps(v[0], 1);
+}
 #endif
 
 // ---- two four-lane vectors side by side -------------------------------------------------------------------------------

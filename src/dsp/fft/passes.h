@@ -30,8 +30,7 @@ struct blocks {
     static constexpr bool split = true;
     static constexpr int imaginary = width;
     static constexpr int start(int i) { return 2 * i; } // i is a multiple of width
-    // The four lanes from `lane` on: lane, a multiple of 4, counts through consecutive blocks.
-    static constexpr int start_of_quad(int lane) { return 2 * (lane / width * width) + lane % width; }
+    // The sample in a lane, counted through consecutive blocks.
     static constexpr int sample_in(int lane) { return lane / width * width + split_order<f32v>(lane % width); }
 };
 
@@ -40,7 +39,6 @@ template <int N> struct planes {
     static constexpr bool split = false;
     static constexpr int imaginary = N;
     static constexpr int start(int i) { return i; }
-    static constexpr int start_of_quad(int lane) { return lane; }
     static constexpr int sample_in(int lane) { return lane; }
 };
 
@@ -85,44 +83,50 @@ template <class V, class layout> KRL_INLINE void store_parts(float* p, complex<V
 // Takes the results of butterflies 0, 1, ..., one butterfly a lane, and puts those of butterfly b to positions R*b + m: rows
 // become columns, four results of four butterflies at a time, as soon as the four are there. Only the first `count` lanes
 // hold butterflies.
+//
+// Blocks are stored a whole vector at a time, because the next pass will load whole vectors soon: a load that spans two
+// younger stores has to wait for both to reach the cache.
 template <class V, class layout, int R, int count> class transposed_results {
 public:
     explicit KRL_INLINE transposed_results(float* to) : dst(to) {}
 
     template <int m> KRL_INLINE void operator()(detail::index<m>, complex<V> v) {
         x[m] = v;
-        detail::unroll<quads>([&](auto i) __attribute__((always_inline)) {
-            constexpr int lane = i * 4 < R - 4 ? i * 4 : R - 4; // the last quad repeats some results
+        detail::unroll<stores>([&](auto i) __attribute__((always_inline)) {
+            constexpr int lane = i * wide < R - wide ? i * wide : R - wide; // the last store repeats some results
             if constexpr (last_of(lane) == m)
-                store_quad<lane>();
+                store_results<lane>();
         });
     }
 
 private:
-    static constexpr int quads = (R + 3) / 4;
-    static_assert(R >= 4);
+    using W = std::conditional_t<layout::split, f32v, f32x4>; // what one store takes
+    static constexpr int wide = lanes<W>, stores = (R + wide - 1) / wide;
+    static_assert(R >= wide && (R % wide == 0 || !layout::split));
 
     static constexpr int last_of(int lane) {
         int last = layout::sample_in(lane);
-        for (int i = 1; i < 4; i++)
+        for (int i = 1; i < wide; i++)
             if (result_rank<R>(layout::sample_in(lane + i)) > result_rank<R>(last))
                 last = layout::sample_in(lane + i);
         return last;
     }
-    template <int lane> KRL_INLINE void store_quad() {
-        V re[4], im[4];
-        for (int i = 0; i < 4; i++) {
+    template <int lane> KRL_INLINE void store_results() {
+        V re[wide], im[wide];
+        for (int i = 0; i < wide; i++) {
             re[i] = x[layout::sample_in(lane + i)].re;
             im[i] = x[layout::sample_in(lane + i)].im;
         }
-        transpose_quads(re);
-        transpose_quads(im);
+        for (int i = 0; i < wide; i += 4) {
+            transpose_quads(re + i);
+            transpose_quads(im + i);
+        }
         detail::unroll<lanes<V>>([&](auto i) __attribute__((always_inline)) {
             constexpr int butterfly = split_order<V>(i);
             if constexpr (butterfly < count) {
-                float* p = dst + layout::start(butterfly * R) + layout::start_of_quad(lane);
-                store(p, quad(re[i % 4], i / 4));
-                store(p + layout::imaginary, quad(im[i % 4], i / 4));
+                float* p = dst + layout::start(butterfly * R + lane);
+                store(p, quads<W>(re + i % 4, i / 4));
+                store(p + layout::imaginary, quads<W>(im + i % 4, i / 4));
             }
         });
     }
@@ -198,13 +202,16 @@ KRL_INLINE void twiddled_pass(const float* src, Store store_result) {
 // Lanes of the pass behind transforms of length L.
 template <int L> using lanes_behind = std::conditional_t<(L >= lanes<f32v>), f32v, f32x4>;
 
-template <int N, int R, int L, rounding precision, class layout> void middle_pass(float* dst, const float* src) {
+// Functions of their own, so that transforms that differ in scale, and middle passes that differ in direction, share them.
+template <int N, int R, int L, rounding precision, class layout>
+__attribute__((noinline)) void middle_pass(float* dst, const float* src) {
     using V = lanes_behind<L>;
     twiddled_pass<N, R, L, precision, layout, V>(src, [dst](int i, complex<V> x) __attribute__((always_inline)) {
         store_parts<V, layout>(dst + layout::start(i), x);
     });
 }
-template <int N, direction dir, int R, rounding precision, class layout> void last_pass(float* dst, const float* src) {
+template <int N, direction dir, int R, rounding precision, class layout>
+__attribute__((noinline)) void last_pass(float* dst, const float* src) {
     using V = lanes_behind<N / R>;
     twiddled_pass<N, R, N / R, precision, layout, V>(src, [dst](int i, complex<V> x) __attribute__((always_inline)) {
         store_samples<V, layout, dir>(dst + 2 * i, x);

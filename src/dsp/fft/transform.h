@@ -7,7 +7,7 @@
 
 namespace krl::fft {
 
-template <int... R> struct radices {};
+template <int R, int... rest> struct radices { static constexpr int first = R; };
 
 // The factorisations, first pass first. Lengths that are multiples of 8 start with radix 8, so that all their later passes work
 // on whole vectors; the others with four or more, to fill at least four lanes. Among the possible ones the fastest stand here;
@@ -20,47 +20,47 @@ template <> struct plan<20> { using type = radices<4, 5>; };
 template <> struct plan<24> { using type = radices<8, 3>; };
 template <> struct plan<30> { using type = radices<6, 5>; };
 template <> struct plan<32> { using type = radices<8, 4>; };
-template <> struct plan<36> { using type = radices<12, 3>; };
+template <> struct plan<36> { using type = radices<4, 9>; };
 template <> struct plan<40> { using type = radices<8, 5>; };
 template <> struct plan<45> { using type = radices<9, 5>; };
 template <> struct plan<48> { using type = radices<8, 6>; };
 template <> struct plan<60> { using type = radices<12, 5>; };
 template <> struct plan<64> { using type = radices<8, 8>; };
-template <> struct plan<72> { using type = radices<8, 9>; };
-template <> struct plan<80> { using type = radices<8, 2, 5>; };
+template <> struct plan<72> { using type = radices<12, 6>; };
+template <> struct plan<80> { using type = radices<8, 10>; };
 template <> struct plan<90> { using type = radices<15, 6>; };
-template <> struct plan<96> { using type = radices<8, 3, 4>; };
-template <> struct plan<120> { using type = radices<8, 3, 5>; };
-template <> struct plan<128> { using type = radices<8, 4, 4>; };
-template <> struct plan<144> { using type = radices<8, 3, 6>; };
-template <> struct plan<160> { using type = radices<8, 4, 5>; };
-template <> struct plan<180> { using type = radices<12, 3, 5>; };
+template <> struct plan<96> { using type = radices<8, 12>; };
+template <> struct plan<120> { using type = radices<8, 15>; };
+template <> struct plan<128> { using type = radices<8, 16>; };
+template <> struct plan<144> { using type = radices<24, 6>; };
+template <> struct plan<160> { using type = radices<8, 5, 4>; };
+template <> struct plan<180> { using type = radices<15, 12>; };
 template <> struct plan<192> { using type = radices<8, 4, 6>; };
-template <> struct plan<240> { using type = radices<8, 6, 5>; };
-template <> struct plan<256> { using type = radices<8, 8, 4>; };
-template <> struct plan<288> { using type = radices<8, 6, 6>; };
-template <> struct plan<320> { using type = radices<8, 8, 5>; };
-template <> struct plan<360> { using type = radices<8, 9, 5>; };
-template <> struct plan<384> { using type = radices<8, 3, 4, 4>; };
-template <> struct plan<480> { using type = radices<8, 3, 4, 5>; };
+template <> struct plan<240> { using type = radices<8, 5, 6>; };
+template <> struct plan<256> { using type = radices<8, 4, 8>; };
+template <> struct plan<288> { using type = radices<8, 3, 12>; };
+template <> struct plan<320> { using type = radices<8, 4, 10>; };
+template <> struct plan<360> { using type = radices<8, 3, 5, 3>; };
+template <> struct plan<384> { using type = radices<8, 4, 12>; };
+template <> struct plan<480> { using type = radices<8, 5, 12>; };
 template <> struct plan<512> { using type = radices<8, 4, 4, 4>; };
-template <> struct plan<576> { using type = radices<8, 3, 4, 6>; };
+template <> struct plan<576> { using type = radices<8, 12, 6>; };
 template <> struct plan<640> { using type = radices<8, 4, 4, 5>; };
-template <> struct plan<720> { using type = radices<8, 6, 3, 5>; };
+template <> struct plan<720> { using type = radices<8, 3, 5, 6>; };
 template <> struct plan<768> { using type = radices<8, 4, 4, 6>; };
-template <> struct plan<960> { using type = radices<8, 4, 6, 5>; };
+template <> struct plan<960> { using type = radices<8, 4, 5, 6>; };
 template <> struct plan<1024> { using type = radices<8, 8, 4, 4>; };
 template <> struct plan<2048> { using type = radices<8, 4, 4, 4, 4>; };
-template <> struct plan<4096> { using type = radices<8, 8, 4, 4, 4>; };
+template <> struct plan<4096> { using type = radices<8, 8, 8, 8>; };
 
 template <int N, direction dir, bool scaled, rounding precision, class Plan = typename plan<N>::type> class transform {
 public:
     // work may be in. Neither overlaps out, unless the transform has two passes and no blocks.
     static void run(float* out, const float* in, float* work) {
-        if constexpr (N % 8 != 0 || N == 16)
-            planar(Plan{}, out, in, work);
-        else
+        if constexpr (Plan::first % 8 == 0)
             blocked(Plan{}, out, in, work);
+        else
+            planar(Plan{}, out, in, work);
     }
 
 private:

@@ -49,9 +49,11 @@ struct Rotation { f32v re, im; };
 KRL_INLINE f32v turn(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * -conjugate(w.im)); }
 KRL_INLINE f32v turn_back(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * conjugate(w.im)); }
 
-// Part 0 (sines) or 1 (cosines) of the bands from m on, out of groups of four.
-KRL_INLINE f32v load_part(const float* table, uint32_t m, uint32_t part) {
-    return load_twice<f32v>(table + m / 4 * 8 + m % 4 + 4 * part);
+// Where the sine of band m stands in groups of four; its cosine follows four places on.
+KRL_INLINE const float* sine_of(const float* table, uint32_t m) { return table + m / 4 * 8 + m % 4; }
+
+KRL_INLINE Rotation load_rotation(const float* table, uint32_t m) {
+    return {load_twice<f32v>(sine_of(table, m) + 4), load_twice<f32v>(sine_of(table, m))};
 }
 
 struct NoTwiddle {
@@ -61,7 +63,7 @@ struct NoTwiddle {
 struct ShortTwiddle {
     const float* table;
 
-    KRL_INLINE Rotation at(uint32_t m) const { return {load_part(table, m, 1), load_part(table, m, 0)}; }
+    KRL_INLINE Rotation at(uint32_t m) const { return load_rotation(table, m); }
     KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
     KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
 };
@@ -72,9 +74,9 @@ struct FullTwiddle {
 
     KRL_INLINE Rotation at(uint32_t m) const {
         if (m < M / 2)
-            return {load_part(table, m, 1), load_part(table, m, 0)};
-        const uint32_t mirror = M - samples - m;
-        return {-reverse(load_part(table, mirror, 0)), -reverse(load_part(table, mirror, 1))};
+            return load_rotation(table, m);
+        const float* sine = sine_of(table, M - samples - m);
+        return {-load_twice_backwards<f32v>(sine), -load_twice_backwards<f32v>(sine + 4)};
     }
     KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
     KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }

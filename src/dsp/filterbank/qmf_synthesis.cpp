@@ -15,7 +15,7 @@ struct krl_qmf_synthesis : qmf::Bank {
 namespace {
 
 // Slots are modulated a few at a time, so that the delay line of a group of bands stays in registers over them.
-constexpr uint32_t slots_at_once = 4, most_bands = 64;
+constexpr uint32_t slots_at_once = 8, most_bands = 64;
 
 struct FilterInput { f32v even, odd; };
 
@@ -58,6 +58,7 @@ void filter(const krl_qmf_synthesis& synthesis, float* out, const float (*modula
     const uint32_t M = synthesis.bands;
     const float *prototype = synthesis.prototype, *rotations = synthesis.tables->rotations;
     float* states = synthesis.state;
+    const f32v gains = splat<f32v>(gain);
     using Line = DelayLine<2 * P, P == 4 ? 0x55 : 0>;
     for (uint32_t k = 0; k < M; k += lanes<f32v>) {
         const float* c = prototype + k;
@@ -66,7 +67,7 @@ void filter(const krl_qmf_synthesis& synthesis, float* out, const float (*modula
         for (uint32_t slot = 0; slot < slots; slot++) {
             const FilterInput x = Subbands::load_input(modulated[slot], k, M, rotations);
             const f32v y = line.step(x.even, x.odd, [=](uint32_t j) { return load<f32v>(c + j * M); });
-            store(out + slot * M + k, y * splat<f32v>(gain));
+            store(out + slot * M + k, y * gains);
         }
         line.store_to(state);
     }
