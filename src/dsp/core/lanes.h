@@ -444,22 +444,35 @@ KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [r2, r3] = interleave(ac_hi, bd_hi);
     a = r0, b = r1, c = r2, d = r3;
 }
-// Half as many floats as V has lanes, each in two neighbouring lanes.
+// Half as many floats as V has lanes, each in two neighbouring lanes; forwards, or the last one first.
 template <class V> V load_twice(const float* p);
+template <class V> V load_twice_backwards(const float* p);
 template <> KRL_INLINE f32x4 load_twice(const float* p) { return f32x4{p[0], p[0], p[1], p[1]}; }
+template <> KRL_INLINE f32x4 load_twice_backwards(const float* p) { return f32x4{p[1], p[1], p[0], p[0]}; }
 #if KRL_LANES == 8
 template <> KRL_INLINE f32x8 load_twice(const float* p) {
     const f32x4 v = load<f32x4>(p);
     return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
 }
+template <> KRL_INLINE f32x8 load_twice_backwards(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 3, 3, 2, 2, 1, 1, 0, 0);
+}
 KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
+// Wide shuffles go by way of the halves, in two steps that each are one instruction.
 KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
-    return {__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11),
-            __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15)};
+    const f32x8 even = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 odd = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+    return {__builtin_shufflevector(even, odd, 0, 1, 2, 3, 8, 9, 10, 11),
+            __builtin_shufflevector(even, odd, 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+KRL_INLINE f32x8 swap_middle_quarters(f32x8 v) {
+    const f64x4 pairs = bit_cast<f64x4>(v);
+    return bit_cast<f32x8>(__builtin_shufflevector(pairs, pairs, 0, 2, 1, 3));
 }
 KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
-    return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6, 8, 10, 12, 14),
-            __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
+    return {swap_middle_quarters(__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14)),
+            swap_middle_quarters(__builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15))};
 }
 KRL_INLINE f32x8 concat(f32x4 lo, f32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
 KRL_INLINE i32x8 concat(i32x4 lo, i32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
@@ -520,8 +533,69 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
     return {__builtin_shufflevector(re, im, 0, 8, 1, 9, 4, 12, 5, 13),
             __builtin_shufflevector(re, im, 2, 10, 3, 11, 6, 14, 7, 15)};
 }
-KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
+KRL_INLINE f32x8 to_split_order(f32x8 v) { return swap_middle_quarters(v); }
 #endif
+
+// Complex samples that stay interleaved, real part first.
+KRL_INLINE f32x4 conjugate(f32x4 v) { return bit_cast<f32x4>(bit_cast<i32x4>(v) ^ i32x4{0, INT32_MIN, 0, INT32_MIN}); }
+KRL_INLINE f32x4 reverse_complex(f32x4 v) { return __builtin_shufflevector(v, v, 2, 3, 0, 1); }
+KRL_INLINE lane_pair<f32x4> interleave_complex(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave_complex(f32x4 lo, f32x4 hi) { return interleave_complex(lo, hi); }
+#if KRL_LANES == 8
+KRL_INLINE f32x8 conjugate(f32x8 v) {
+    constexpr int32_t sign = INT32_MIN;
+    return bit_cast<f32x8>(bit_cast<i32x8>(v) ^ i32x8{0, sign, 0, sign, 0, sign, 0, sign});
+}
+KRL_INLINE f32x8 reverse_complex(f32x8 v) {
+    const f64x4 z = bit_cast<f64x4>(v);
+    return bit_cast<f32x8>(__builtin_shufflevector(z, z, 3, 2, 1, 0));
+}
+KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
+    const f64x4 x = bit_cast<f64x4>(a), y = bit_cast<f64x4>(b);
+    const f64x4 even = __builtin_shufflevector(x, y, 0, 4, 2, 6), odd = __builtin_shufflevector(x, y, 1, 5, 3, 7);
+    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 1, 4, 5)),
+            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 2, 3, 6, 7))};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
+    const f64x4 x = bit_cast<f64x4>(lo), y = bit_cast<f64x4>(hi);
+    const f64x4 even = __builtin_shufflevector(x, y, 0, 1, 4, 5), odd = __builtin_shufflevector(x, y, 2, 3, 6, 7);
+    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 4, 2, 6)),
+            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 1, 5, 3, 7))};
+}
+#endif
+
+// Complex samples of a in order and of b backwards in alternation, and back: two shuffles a vector also where the halves of
+// vectors lie apart.
+KRL_INLINE lane_pair<f32x4> interleave_backwards(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 6, 7), __builtin_shufflevector(a, b, 2, 3, 4, 5)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave_backwards(f32x4 lo, f32x4 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5), __builtin_shufflevector(lo, hi, 6, 7, 2, 3)};
+}
+#if KRL_LANES == 8
+KRL_INLINE lane_pair<f32x8> interleave_backwards(f32x8 a, f32x8 b) {
+    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7);
+    b = __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1);
+    return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 4, 5, 12, 13),
+            __builtin_shufflevector(a, b, 2, 3, 10, 11, 6, 7, 14, 15)};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_backwards(f32x8 lo, f32x8 hi) {
+    const f32x8 a = __builtin_shufflevector(lo, hi, 0, 1, 8, 9, 4, 5, 12, 13);
+    const f32x8 b = __builtin_shufflevector(lo, hi, 2, 3, 10, 11, 6, 7, 14, 15);
+    return {__builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7), __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1)};
+}
+#endif
+
+// Lanes from a table in groups of four: four values of a, four of b, and so on; groups start `stride` floats apart.
+template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const float* p) {
+    if constexpr (lanes<V> == 4)
+        return {load<V>(p), load<V>(p + 4)};
+    else
+        return {__builtin_shufflevector(load<V>(p), load<V>(p + stride), 0, 1, 2, 3, 8, 9, 10, 11),
+                __builtin_shufflevector(load<V>(p), load<V>(p + stride), 4, 5, 6, 7, 12, 13, 14, 15)};
+}
 
 // Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
 // the transpose of the left 4x4 block and the upper halves that of the right one.
@@ -553,6 +627,31 @@ template <class W> KRL_INLINE W quads(const f32x8* v, int i) {
     else
         return i == 0 ? _mm256_castps256_ps128(v[0]) : _mm256_extractf128_ps(v[0], 1);
 }
+#endif
+
+// ---- two four-lane vectors side by side -------------------------------------------------------------------------------
+//
+// For data that comes in groups of four lanes: two of them in one step, in one register where the target has eight lanes.
+
+#if KRL_LANES == 8
+using f32x4x2 = f32x8;
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
+#else
+struct f32x4x2 { f32x4 a, b; };
+template <> struct lane_traits<f32x4x2> { using element = float; static constexpr int count = 8; };
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return {a, b}; }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return v.a; }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return v.b; }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return {v.b, v.a}; }
+KRL_INLINE f32x4x2 operator*(f32x4x2 x, f32x4x2 y) { return {x.a * y.a, x.b * y.b}; }
+KRL_INLINE f32x4x2 mul_add(f32x4x2 x, f32x4x2 y, f32x4x2 z) { return {mul_add(x.a, y.a, z.a), mul_add(x.b, y.b, z.b)}; }
+KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
+    return {mul_sub_from(x.a, y.a, z.a), mul_sub_from(x.b, y.b, z.b)};
+}
+KRL_INLINE f32x4x2 reverse(f32x4x2 v) { return {reverse(v.b), reverse(v.a)}; }
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
