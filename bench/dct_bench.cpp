@@ -1,10 +1,10 @@
 // Cosine transforms beside FFTW: its own REDFT10 and REDFT01, and its real FFT with a plain reorder and rotation.
 //
-// One line a length and transform: ns per call, the rate by 2.5 N log2 N, and the ratio of the better peer to ours (above
-// 1: we are faster). Arguments are lengths to run; without any, all supported lengths run.
+// One line a length and transform: ns per call, the rate by 2.5 N log2 N, and the ratio of the better peer to ours
+// (above 1: we are faster). Arguments are lengths to run; without any, all supported lengths run.
 //
-// All contenders work on zeros: transforms that destroy their input can then repeat inside a timed batch without ever meeting
-// a subnormal number, and vector arithmetic takes the same time for any other value.
+// All contenders work on zeros: transforms that destroy their input can then repeat inside a timed batch without ever
+// meeting a subnormal number, and vector arithmetic takes the same time for any other value.
 #include <fftw3.h>
 #include <korla/dsp/dct.h>
 
@@ -18,7 +18,9 @@ using namespace korla_bench;
 
 namespace {
 
-struct alignas(64) Buffer { float data[8192 + 64]; };
+struct alignas(64) Buffer {
+    float data[8192 + 64];
+};
 Buffer in, out, work;
 
 using Plan = std::shared_ptr<fftwf_plan_s>;
@@ -92,7 +94,8 @@ private:
     Plan fft;
 };
 
-template <class Call> Contender contender(const char* name, Call call) {
+template <class Call>
+Contender contender(const char* name, Call call) {
     return {name, [call](int repeats) {
                 for (int i = 0; i < repeats; i++) {
                     call();

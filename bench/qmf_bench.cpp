@@ -1,8 +1,8 @@
 // The QMF banks: ns per sample, and each slot as a multiple of the FFT inside it.
 //
-// One line a bank: ns per time sample, ns per slot, the ratio of a slot to its FFT alone (length M for complex sub-bands, M/2
-// for real ones), and the bytes that a slot loads and stores beside its FFT, counted from the algorithm, with the rate
-// that results.
+// One line a bank: ns per time sample, ns per slot, the ratio of a slot to its FFT alone (length M for complex
+// sub-bands, M/2 for real ones), and the bytes that a slot loads and stores beside its FFT, counted from the algorithm,
+// with the rate that results.
 #include <korla/dsp/qmf.h>
 
 #include <cstdlib>
@@ -16,10 +16,12 @@ namespace {
 constexpr uint32_t slots = 16;
 
 struct Memory {
-    std::vector<char> state = std::vector<char>(4096), scratch = std::vector<char>(4096), instance = std::vector<char>(256);
+    std::vector<char> state = std::vector<char>(4096), scratch = std::vector<char>(4096),
+                      instance = std::vector<char>(256);
 };
 
-template <class Call> Contender contender(const char* name, Call call) {
+template <class Call>
+Contender contender(const char* name, Call call) {
     return {name, [call](int repeats) {
                 for (int i = 0; i < repeats; i++)
                     call();
@@ -29,11 +31,11 @@ template <class Call> Contender contender(const char* name, Call call) {
 // Bytes per slot, in floats per band: what the filter, the modulation and the copies around the FFT load and store.
 double bytes_per_slot(uint32_t M, uint32_t P, bool analysis, bool complex, bool twiddle) {
     const double taps = 2 * P, history = 2 * P - 1;
-    double floats = taps;                                       // prototype
-    floats += analysis ? history + 1 + 1                        // past blocks, new block, its place in the ring
-                       : 2 * history + 1;                       // delay line in and out, output
+    double floats = taps;                 // prototype
+    floats += analysis ? history + 1 + 1  // past blocks, new block, its place in the ring
+                       : 2 * history + 1; // delay line in and out, output
     if (complex)
-        floats += 2 + 2 + 2 + 2 + 2;                            // rotations, FFT in, FFT out, sub-bands, reordered
+        floats += 2 + 2 + 2 + 2 + 2; // rotations, FFT in, FFT out, sub-bands, reordered
     else
         floats += analysis ? 2 + 2 + 2 + 4 : 1 + 4 + 4 + 2 + 2; // fold or expand, DCT around its FFT
     if (twiddle)
@@ -69,15 +71,18 @@ void run(uint32_t M, uint32_t P, uint32_t mode, const float* ana, const float* s
         contender("KRL_CLqmf_analysisL", [&] { KRL_CLqmf_analysisL(analysis, rows.data(), x.data()); }),
         contender("KRL_Lqmf_synthesisCL", [&] { KRL_Lqmf_synthesisCL(synthesis, y.data(), in_rows); }),
         contender("KRL_Lqmf_analysisL", [&] { KRL_Lqmf_analysisL(analysis, X.data(), x.data()); }),
-        contender("KRL_Lqmf_synthesisL", [&] { KRL_Lqmf_synthesisL(synthesis, y.data(), X.data()); }), fft(M), fft(M / 2)};
+        contender("KRL_Lqmf_synthesisL", [&] { KRL_Lqmf_synthesisL(synthesis, y.data(), X.data()); }),
+        fft(M),
+        fft(M / 2)};
     contenders[0].run(1); // sub-bands of a signal, not zeros
     measure(contenders);
     for (int i = 0; i < (mode == 0 ? 4 : 2); i++) {
         const bool complex = i < 2;
         const double slot = contenders[i].ns / slots, ratio = contenders[i].ns / contenders[complex ? 4 : 5].ns;
         const double bytes = bytes_per_slot(M, P, i % 2 == 0, complex, complex && mode != 0 && !(mode == 8 && M == 64));
-        std::printf("%-22s M %2u P %u mode %u  ns/sample %6.2f  ns/slot %7.1f  slot/FFT %5.2f  bytes/slot %6.0f  GB/s %6.1f\n",
-                    contenders[i].name.c_str(), M, P, mode, slot / M, slot, ratio, bytes, bytes / slot);
+        std::printf(
+            "%-22s M %2u P %u mode %u  ns/sample %6.2f  ns/slot %7.1f  slot/FFT %5.2f  bytes/slot %6.0f  GB/s %6.1f\n",
+            contenders[i].name.c_str(), M, P, mode, slot / M, slot, ratio, bytes, bytes / slot);
         if (complex && M == 64)
             ratios.add(ratio);
     }
@@ -96,7 +101,9 @@ int main() {
         run(32, 5, mode, krl_qmf_filter_coeff_P5_32_vec_ana, krl_qmf_filter_coeff_P5_32_vec_syn, ratios);
         run(16, 5, mode, krl_qmf_filter_coeff_P5_p64kvx301_16_vec_ana, krl_qmf_filter_coeff_P5_p64kvx301_16_vec_syn,
             ratios);
-        run(8, 5, mode, krl_qmf_filter_coeff_P5_p64kvx301_8_vec_ana, krl_qmf_filter_coeff_P5_p64kvx301_8_vec_syn, ratios);
+        run(8, 5, mode, krl_qmf_filter_coeff_P5_p64kvx301_8_vec_ana, krl_qmf_filter_coeff_P5_p64kvx301_8_vec_syn,
+            ratios);
     }
-    std::printf("64-band complex slot over its FFT: geometric mean %.2f over %d banks\n", ratios.value(), ratios.count());
+    std::printf("64-band complex slot over its FFT: geometric mean %.2f over %d banks\n", ratios.value(),
+                ratios.count());
 }

@@ -15,7 +15,8 @@ namespace {
 
 constexpr double pi = std::numbers::pi;
 
-// ---- tables -----------------------------------------------------------------------------------------------------------
+// ---- tables
+// -----------------------------------------------------------------------------------------------------------
 
 struct TwiddleTable {
     std::string name;
@@ -58,7 +59,8 @@ TEST(DctTwiddles, All248TablesHoldTheirFormulaToTheBitOn16Bytes) {
     }
 }
 
-// ---- DCT-II and DCT-III -----------------------------------------------------------------------------------------------
+// ---- DCT-II and DCT-III
+// -----------------------------------------------------------------------------------------------
 
 struct Transform {
     const char* name;
@@ -120,7 +122,7 @@ TEST_P(Dct, EverySupportedLengthEqualsTheDefiningSum) {
             const double tolerance = norm * (full_precision || (N & (N - 1)) == 0 ? 6e-7 : 3e-6);
             GuardedBuffer<float> in(x, 1), out(N, 3), both(x, 2);
             transform.run(pair, table.data(), out.data(), in.data(), N);
-            for (size_t i = 0; i < N; i += N > 1000 ? 13 : 1)
+            for (size_t i = 0; i<N; i += N> 1000 ? 13 : 1)
                 ASSERT_NEAR(out[i], transform.expected(cosine, x, i), tolerance) << "N = " << N << ", output " << i;
             transform.in_place(pair, table.data(), both.data(), N);
             EXPECT_BITS_EQ(both.data(), N <= 2048 ? out.values() : x, N) << "in place, N = " << N;
@@ -158,7 +160,8 @@ TEST(DctPair, ScaledThirdOfUnscaledSecondGivesHalfTheInput) {
         EXPECT_NEAR(out[i], x[i] / 2, 3e-7);
 }
 
-// ---- DCT-IV steps -----------------------------------------------------------------------------------------------------
+// ---- DCT-IV steps
+// -----------------------------------------------------------------------------------------------------
 
 // Pre-twiddle, FFT and post-twiddle with one table of eighth-turn offsets make the DCT-IV of 2N samples.
 TEST(Dct4, StepsAroundAnFftMakeTheDctIv) {

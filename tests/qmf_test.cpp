@@ -18,7 +18,8 @@ namespace {
 using Rows = std::vector<std::vector<float>>;
 constexpr double pi = std::numbers::pi;
 
-// ---- both families through one interface, in memory of exactly the stated size -----------------------------------------
+// ---- both families through one interface, in memory of exactly the stated size
+// -----------------------------------------
 
 struct Family {
     const char* name;
@@ -45,24 +46,57 @@ struct Family {
     decltype(&KRL_Lqmf_synthesisCL) synthesise_complex;
     decltype(&KRL_qmf_synthesisL_close) close_synthesis;
 };
-const Family L{"L", KRL_qmf_analysisL_query_mem, krl_qmf_analysisL_open, krl_qmf_analysisL_reconfig,
-               KRL_qmf_analysisL_init, KRL_qmf_analysisL_set_slot_increment, KRL_qmf_analysisL_get_delay,
-               KRL_qmf_analysisL_get_filter_state_length, KRL_qmf_analysisL_get_max_filter_state_length,
-               KRL_load_CLqmf_analysisL_filter_stateL, KRL_Lunload_CLqmf_analysisL_filter_state, KRL_Lqmf_analysisL,
-               KRL_CLqmf_analysisL, KRL_qmf_analysisL_close, KRL_qmf_synthesisL_query_mem, krl_qmf_synthesisL_open,
-               KRL_qmf_synthesisL_init, KRL_qmf_synthesisL_set_slot_increment, KRL_qmf_synthesisL_get_delay,
-               KRL_qmf_synthesisL_copy_states, KRL_Lqmf_synthesisL, KRL_Lqmf_synthesisCL, KRL_qmf_synthesisL_close};
-const Family S{"S", KRL_qmf_analysisS_query_mem, krl_qmf_analysisS_open, krl_qmf_analysisS_reconfig,
-               KRL_qmf_analysisS_init, KRL_qmf_analysisS_set_slot_increment, KRL_qmf_analysisS_get_delay,
-               KRL_qmf_analysisS_get_filter_state_length, KRL_qmf_analysisS_get_max_filter_state_length,
-               KRL_load_CLqmf_analysisS_filter_stateL, KRL_Lunload_CLqmf_analysisS_filter_state, KRL_Lqmf_analysisS,
-               KRL_CLqmf_analysisS, KRL_qmf_analysisS_close, KRL_qmf_synthesisS_query_mem, krl_qmf_synthesisS_open,
-               KRL_qmf_synthesisS_init, KRL_qmf_synthesisS_set_slot_increment, KRL_qmf_synthesisS_get_delay,
-               KRL_qmf_synthesisS_copy_states, KRL_Sqmf_synthesisL, KRL_Sqmf_synthesisCL, KRL_qmf_synthesisS_close};
+const Family L{"L",
+               KRL_qmf_analysisL_query_mem,
+               krl_qmf_analysisL_open,
+               krl_qmf_analysisL_reconfig,
+               KRL_qmf_analysisL_init,
+               KRL_qmf_analysisL_set_slot_increment,
+               KRL_qmf_analysisL_get_delay,
+               KRL_qmf_analysisL_get_filter_state_length,
+               KRL_qmf_analysisL_get_max_filter_state_length,
+               KRL_load_CLqmf_analysisL_filter_stateL,
+               KRL_Lunload_CLqmf_analysisL_filter_state,
+               KRL_Lqmf_analysisL,
+               KRL_CLqmf_analysisL,
+               KRL_qmf_analysisL_close,
+               KRL_qmf_synthesisL_query_mem,
+               krl_qmf_synthesisL_open,
+               KRL_qmf_synthesisL_init,
+               KRL_qmf_synthesisL_set_slot_increment,
+               KRL_qmf_synthesisL_get_delay,
+               KRL_qmf_synthesisL_copy_states,
+               KRL_Lqmf_synthesisL,
+               KRL_Lqmf_synthesisCL,
+               KRL_qmf_synthesisL_close};
+const Family S{"S",
+               KRL_qmf_analysisS_query_mem,
+               krl_qmf_analysisS_open,
+               krl_qmf_analysisS_reconfig,
+               KRL_qmf_analysisS_init,
+               KRL_qmf_analysisS_set_slot_increment,
+               KRL_qmf_analysisS_get_delay,
+               KRL_qmf_analysisS_get_filter_state_length,
+               KRL_qmf_analysisS_get_max_filter_state_length,
+               KRL_load_CLqmf_analysisS_filter_stateL,
+               KRL_Lunload_CLqmf_analysisS_filter_state,
+               KRL_Lqmf_analysisS,
+               KRL_CLqmf_analysisS,
+               KRL_qmf_analysisS_close,
+               KRL_qmf_synthesisS_query_mem,
+               krl_qmf_synthesisS_open,
+               KRL_qmf_synthesisS_init,
+               KRL_qmf_synthesisS_set_slot_increment,
+               KRL_qmf_synthesisS_get_delay,
+               KRL_qmf_synthesisS_copy_states,
+               KRL_Sqmf_synthesisL,
+               KRL_Sqmf_synthesisCL,
+               KRL_qmf_synthesisS_close};
 
 // The three blocks, each guarded and at an odd address, filled with a pattern that open must not depend on.
 struct Blocks {
-    template <class Query> Blocks(Query query, uint32_t M, uint32_t P) {
+    template <class Query>
+    Blocks(Query query, uint32_t M, uint32_t P) {
         uint32_t bytes[3];
         query(M, P, &bytes[0], &bytes[1], &bytes[2]);
         for (int i = 0; i < 3; i++)
@@ -101,9 +135,10 @@ struct Analysis {
     }
     ~Analysis() { setup.family->close_analysis(handle); }
 
-    Rows real(const std::vector<float>& x) { return run(x, setup.M, setup.M, [&](float* out, const float* in) {
-        setup.family->analyse_real(handle, out, in);
-    }); }
+    Rows real(const std::vector<float>& x) {
+        return run(x, setup.M, setup.M,
+                   [&](float* out, const float* in) { setup.family->analyse_real(handle, out, in); });
+    }
     Rows complex(const std::vector<float>& x) {
         return run(x, 2 * setup.M, 2 * setup.M, [&](float* out, const float* in) {
             std::vector<float*> rows;
@@ -119,7 +154,8 @@ struct Analysis {
     krl_qmf_analysis* handle;
 
 private:
-    template <class Call> Rows run(const std::vector<float>& x, uint32_t width, uint32_t distance, Call call) {
+    template <class Call>
+    Rows run(const std::vector<float>& x, uint32_t width, uint32_t distance, Call call) {
         Rows rows;
         for (size_t at = 0; at < x.size(); at += setup.slots * setup.M) {
             GuardedBuffer<float> out(setup.slots * distance, 1);
@@ -169,7 +205,8 @@ struct Synthesis {
     krl_qmf_synthesis* handle;
 };
 
-// ---- signals and designs ----------------------------------------------------------------------------------------------
+// ---- signals and designs
+// ----------------------------------------------------------------------------------------------
 
 struct Design {
     std::string name;
@@ -183,7 +220,8 @@ const std::vector<Design>& designs() {
         const auto add = [&](const char* name, uint32_t M, uint32_t P, const float* analysis, const float* synthesis) {
             d.push_back({name, M, P, {analysis, analysis + 2 * P * M}, {synthesis, synthesis + 2 * P * M}});
         };
-#define DESIGN(name, M, P) add(#name, M, P, krl_qmf_filter_coeff_##name##_vec_ana, krl_qmf_filter_coeff_##name##_vec_syn);
+#define DESIGN(name, M, P)                                                                                             \
+    add(#name, M, P, krl_qmf_filter_coeff_##name##_vec_ana, krl_qmf_filter_coeff_##name##_vec_syn);
         DESIGN(P5, 64, 5)
         DESIGN(P4, 64, 4)
         DESIGN(P5_32, 32, 5)
@@ -203,7 +241,8 @@ const Design& design(uint32_t M, uint32_t P) {
 
 std::vector<float> noise(uint32_t M, size_t slots) { return Random(M + slots).vector(M * slots); }
 
-void expect_near(const std::vector<float>& actual, const std::vector<double>& expected, double tolerance, const char* what) {
+void expect_near(const std::vector<float>& actual, const std::vector<double>& expected, double tolerance,
+                 const char* what) {
     ASSERT_EQ(actual.size(), expected.size());
     for (size_t i = 0; i < actual.size(); i++)
         ASSERT_NEAR(actual[i], expected[i], tolerance) << what << " at " << i;
@@ -221,9 +260,12 @@ void expect_same_rows(const Rows& a, const Rows& b) {
         ASSERT_TRUE(bit_equal(a[s], b[s], b[s].size())) << "slot " << s;
 }
 
-// ---- every configuration ----------------------------------------------------------------------------------------------
+// ---- every configuration
+// ----------------------------------------------------------------------------------------------
 
-struct Configuration { uint32_t M, P, mode; };
+struct Configuration {
+    uint32_t M, P, mode;
+};
 std::vector<Configuration> configurations() {
     std::vector<Configuration> all;
     for (uint32_t M : {8u, 16u, 32u, 48u, 64u})
@@ -298,7 +340,8 @@ TEST_P(Qmf, HeadroomFormOfHalvedSubbandsGivesTheSameBits) {
     EXPECT_BITS_EQ(headroom, plain, plain.size());
 }
 
-// ---- reconstruction ---------------------------------------------------------------------------------------------------
+// ---- reconstruction
+// ---------------------------------------------------------------------------------------------------
 
 class QmfDesignTest : public testing::TestWithParam<Design> {};
 INSTANTIATE_TEST_SUITE_P(Designs, QmfDesignTest, testing::ValuesIn(designs()),
@@ -340,7 +383,8 @@ TEST_P(QmfDesignTest, SynthesisUndoesAnalysisWithUnitGainAtTheStatedDelay) {
     }
 }
 
-// ---- state ------------------------------------------------------------------------------------------------------------
+// ---- state
+// ------------------------------------------------------------------------------------------------------------
 
 TEST(QmfState, DelaysAreThoseOfTheFormulas) {
     const auto check = [](uint32_t M, uint32_t P, uint32_t analysis, uint32_t synthesis) {
@@ -483,12 +527,13 @@ TEST(QmfReconfig, GivesTheBitsOfAFreshBankInTheSameMemory) {
     }
 }
 
-// ---- refusals ---------------------------------------------------------------------------------------------------------
+// ---- refusals
+// ---------------------------------------------------------------------------------------------------------
 
 TEST(QmfRefusal, HostileParametersTouchNothing) {
     const auto table = noise(64, 10);
-    const auto refused = [&](const Family& family, uint32_t M, uint32_t mode, uint32_t P, const float* prototype = nullptr,
-                             int null_block = -1) {
+    const auto refused = [&](const Family& family, uint32_t M, uint32_t mode, uint32_t P,
+                             const float* prototype = nullptr, int null_block = -1) {
         Blocks a(family.query_analysis, 64, 5), s(family.query_synthesis, 64, 5);
         const auto before_a = a.contents(), before_s = s.contents();
         const auto block = [&](Blocks& b, int i) -> void* { return i == null_block ? nullptr : b.block[i]->data(); };
@@ -536,8 +581,8 @@ TEST(QmfRefusal, NullInstancesDoNothing) {
 }
 
 TEST(QmfMemory, QueriesAnswerTheStatedSizes) {
-    const auto expect = [](auto query, uint32_t M, uint32_t selector, uint32_t state, uint32_t scratch, uint32_t instance,
-                           uint32_t result) {
+    const auto expect = [](auto query, uint32_t M, uint32_t selector, uint32_t state, uint32_t scratch,
+                           uint32_t instance, uint32_t result) {
         uint32_t bytes[3] = {};
         EXPECT_EQ(query(M, selector, &bytes[0], &bytes[1], &bytes[2]), result);
         EXPECT_EQ(bytes[0], state) << "state, M = " << M << ", selector " << selector;
@@ -550,9 +595,15 @@ TEST(QmfMemory, QueriesAnswerTheStatedSizes) {
             const bool five = selector % 4 != 0;
             expect(L.query_analysis, M, selector, 23 + (five ? 80 + 36 * M : 64 + 28 * M), 31 + 16 * M, 127, 127);
             expect(L.query_synthesis, M, selector, 31 + (five ? 36 : 28) * M, 31 + 16 * M, 127, 127);
-            expect(S.query_analysis, M, selector, 23 + (M == 64 ? five ? 2384 : 1856 : five ? 1232 : 960),
+            expect(S.query_analysis, M, selector,
+                   23 + (M == 64 ? five ? 2384 : 1856
+                         : five  ? 1232
+                                 : 960),
                    31 + (M == 64 ? 1024 : 512), 119, 1024);
-            expect(S.query_synthesis, M, selector, 31 + (M == 64 ? five ? 2304 : 1792 : five ? 1152 : 896),
+            expect(S.query_synthesis, M, selector,
+                   31 + (M == 64 ? five ? 2304 : 1792
+                         : five  ? 1152
+                                 : 896),
                    31 + (M == 64 ? 1024 : 512), 119, 1024);
         }
     expect(L.query_analysis, 65, 5, 23 + 1232, 31 + 512, 127, 127);
@@ -567,7 +618,8 @@ TEST(QmfMemory, QueriesAnswerTheStatedSizes) {
     }
 }
 
-// ---- modulation steps and tables --------------------------------------------------------------------------------------
+// ---- modulation steps and tables
+// --------------------------------------------------------------------------------------
 
 TEST(QmfModulation, RealStepsEqualTheirSums) {
     for (uint32_t M : {8u, 16u, 24u, 32u, 48u, 64u, 96u, 120u}) {
@@ -608,11 +660,19 @@ TEST(QmfModulation, RealStepsEqualTheirSums) {
 }
 
 TEST(QmfModulation, ComplexStepsUndoEachOtherWithEveryTwiddle) {
-    struct Case { uint32_t M, mode; const float* twiddle; };
-    for (auto [M, mode, twiddle] : {Case{64, 0, nullptr}, {64, 8, nullptr}, {64, 3, krl_cos_64_full_twiddle},
-                                    {32, 3, krl_cos_32_full_twiddle}, {16, 3, krl_cos_32_full_twiddle},
-                                    {8, 3, krl_cos_32_full_twiddle}, {32, 8, krl_cos_32_ast_mini_twiddle},
-                                    {48, 8, krl_cos_48_ast_mini_twiddle}, {24, 0, nullptr}}) {
+    struct Case {
+        uint32_t M, mode;
+        const float* twiddle;
+    };
+    for (auto [M, mode, twiddle] : {Case{64, 0, nullptr},
+                                    {64, 8, nullptr},
+                                    {64, 3, krl_cos_64_full_twiddle},
+                                    {32, 3, krl_cos_32_full_twiddle},
+                                    {16, 3, krl_cos_32_full_twiddle},
+                                    {8, 3, krl_cos_32_full_twiddle},
+                                    {32, 8, krl_cos_32_ast_mini_twiddle},
+                                    {48, 8, krl_cos_48_ast_mini_twiddle},
+                                    {24, 0, nullptr}}) {
         const auto v = Random(M).vector(2 * M);
         GuardedBuffer<float> in(v, 1), scratch(2 * M, 2), X(2 * M, 3), Y(2 * M, 1);
         krl_forwardModulationComplex(in.data(), X.data(), scratch.data(), M, mode, twiddle, KRL_r4_cplx_fwd_pair(M));
@@ -652,8 +712,9 @@ TEST(QmfTables, HoldTheirFormulasToTheBit) {
 #define ROTATIONS(M)                                                                                                   \
     check("full", krl_cos_##M##_full, M, 0.5, 0.5, [](double m) { return pi * m / (2 * M); });                         \
     check("full_scl", krl_cos_##M##_full_scl, M, 0.5 / M, 0.5 / M, [](double m) { return pi * m / (2 * M); });
-    ROTATIONS(8) ROTATIONS(16) ROTATIONS(32) ROTATIONS(48) ROTATIONS(64)
-    const auto odd = [](double ratio) { return [=](double m) { return pi * (2 * m + 1) * ratio; }; };
+    ROTATIONS(8)
+    ROTATIONS(16) ROTATIONS(32) ROTATIONS(48) ROTATIONS(64)
+        const auto odd = [](double ratio) { return [=](double m) { return pi * (2 * m + 1) * ratio; }; };
     check("64 full twiddle", krl_cos_64_full_twiddle, 32, 1, -1, odd(1.0 / 256));
     check("32 full twiddle", krl_cos_32_full_twiddle, 16, 1, -1, odd(1.0 / 128));
     check("8 short twiddle", krl_cos_8_ast_mini_twiddle, 8, 1, 1, odd(7.0 / 256));

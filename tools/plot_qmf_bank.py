@@ -6,7 +6,7 @@ Usage: plot_qmf_bank.py [library]     (default: build/release/libkorladownmixer.
 Analysis and synthesis together are a system that changes with time, periodically with M samples. Its responses to an
 impulse at each of the M phases of a slot say everything: with H_f the spectrum of the response to an impulse at phase f,
 T_l = (1/M) sum over f of H_f exp(-2 pi j l f / M) is the distortion function for l = 0 and the gain of the l-th alias
-otherwise (P. P. Vaidyanathan, Multirate Systems and Filter Banks, 1993, chapter 5). Needs numpy, matplotlib and pillow.
+otherwise (P. P. Vaidyanathan, Multirate Systems and Filter Banks, 1993, chapter 5). Needs numpy, matplotlib, pillow.
 """
 import ctypes
 import io
@@ -79,7 +79,8 @@ class Design:
         self.name, self.slots = name, 4 * periods + 2
 
     def subbands(self, x, is_complex):
-        return Bank(self.library, "analysis", self.bands, self.periods, 0, self.slots, self.analysis).analyse(x, is_complex)
+        bank = Bank(self.library, "analysis", self.bands, self.periods, 0, self.slots, self.analysis)
+        return bank.analyse(x, is_complex)
 
     def chain(self, x, is_complex, gains=None):
         subbands = self.subbands(x, is_complex)
@@ -129,7 +130,8 @@ def save_small(figure, file):
 def draw_responses(design):
     figure, (bands_axes, distortion_axes, alias_axes) = plt.subplots(3, 1, figsize=(9, 10), layout="constrained")
     middle, frequency = 10, np.linspace(-1, 1, 8192, endpoint=False) * design.bands
-    for band, response in zip((middle - 1, middle, middle + 1), design.band_responses([middle - 1, middle, middle + 1])):
+    bands = [middle - 1, middle, middle + 1]
+    for band, response in zip(bands, design.band_responses(bands)):
         bands_axes.plot(frequency, decibels(response / np.sqrt(0.5)), linewidth=1.0, label=f"band {band}")
     bands_axes.set(title=f"{design.name}: three complex sub-bands, from their impulse responses", xlim=(-4, 24),
                    ylim=(-100, 5), xlabel="frequency in band widths (π/M)", ylabel="dB")
@@ -164,7 +166,8 @@ def draw_prototype(design):
     taps_axes.plot(np.arange(len(taps)) / design.bands, taps, linewidth=1.1)
     taps_axes.set(title=f"{design.name}: prototype p[n]", xlabel="n / M", ylabel="tap")
     response_axes.plot(np.linspace(0, design.bands, len(response)), response, linewidth=1.0)
-    response_axes.set(title="response", xlabel="frequency in band widths (π/M)", ylabel="dB", xlim=(0, 8), ylim=(-90, 3))
+    response_axes.set(title="response", xlabel="frequency in band widths (π/M)", ylabel="dB", xlim=(0, 8),
+                      ylim=(-90, 3))
     for axes in (taps_axes, response_axes):
         axes.grid(linewidth=0.4, alpha=0.6)
     save_small(figure, "qmf-bank-prototype.png")
@@ -191,14 +194,15 @@ def draw_flow():
             axes.text(column * 1.15, y, text, ha="center", va="center", fontsize=8,
                       bbox={"boxstyle": "round,pad=0.5", "facecolor": "#eef3fa", "edgecolor": "#40608a"})
             if column:
-                axes.annotate("", ((column - 0.42) * 1.15, y), ((column - 0.58) * 1.15, y), arrowprops={"arrowstyle": "->"})
+                axes.annotate("", ((column - 0.42) * 1.15, y), ((column - 0.58) * 1.15, y),
+                              arrowprops={"arrowstyle": "->"})
     axes.set(xlim=(-1.1, 4.1), ylim=(-0.5, 1.5))
     figure.savefig(IMAGES / "qmf-bank-flow.svg", bbox_inches="tight", metadata={"Date": None})
     plt.close(figure)
 
 
 def main():
-    matplotlib.rcParams["svg.hashsalt"] = "qmf-bank"
+    matplotlib.rcParams.update({"svg.hashsalt": "qmf-bank", "svg.fonttype": "none"})
     library = Library(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build" / "release" / "libkorladownmixer.so")
     design = Design(library, "P5_p64kvx301", 64, 5)
     draw_flow()

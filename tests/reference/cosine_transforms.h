@@ -23,7 +23,8 @@ private:
 };
 
 // sum over m of x[m] cos(pi (2m + 1) k / (2N))
-template <class Vector> double dct2_at(const CosineOfLength& cosine, const Vector& x, size_t k) {
+template <class Vector>
+double dct2_at(const CosineOfLength& cosine, const Vector& x, size_t k) {
     double sum = 0.0;
     for (size_t m = 0; m < x.size(); m++)
         sum += static_cast<double>(x[m]) * cosine((2 * m + 1) * k);
@@ -31,7 +32,8 @@ template <class Vector> double dct2_at(const CosineOfLength& cosine, const Vecto
 }
 
 // sum over k of x[k] cos(pi (2m + 1) k / (2N))
-template <class Vector> double dct3_at(const CosineOfLength& cosine, const Vector& x, size_t m) {
+template <class Vector>
+double dct3_at(const CosineOfLength& cosine, const Vector& x, size_t m) {
     double sum = 0.0;
     for (size_t k = 0; k < x.size(); k++)
         sum += static_cast<double>(x[k]) * cosine((2 * m + 1) * k);

@@ -1,4 +1,5 @@
-// QMF banks by the definition of a modulated bank: every sub-band sample is one sum over the whole prototype, in double.
+// QMF banks by the definition of a modulated bank: every sub-band sample is one sum over the whole prototype, in
+// double.
 #pragma once
 
 #include <cmath>
@@ -64,9 +65,14 @@ private:
         if (mode == 0 || (mode == 8 && M == 64))
             return 1.0;
         if (mode == 8)
-            return std::polar(1.0, pi * odd * (M == 8 ? 7.0 / 256 : M == 16 ? 3.0 / 256 : M == 32 ? 1.0 / 256 : 1.0 / 768));
+            return std::polar(1.0, pi * odd *
+                                       (M == 8    ? 7.0 / 256
+                                        : M == 16 ? 3.0 / 256
+                                        : M == 32 ? 1.0 / 256
+                                                  : 1.0 / 768));
         const double T = M == 64 ? 64 : 32;
-        const double theta = m < M / 2 ? pi * odd / (4 * T) : pi / 2 - pi * (2.0 * static_cast<double>(M - m) - 1) / (4 * T);
+        const double theta =
+            m < M / 2 ? pi * odd / (4 * T) : pi / 2 - pi * (2.0 * static_cast<double>(M - m) - 1) / (4 * T);
         return {-std::cos(theta), std::sin(theta)};
     }
     // exp(j pi (2q + 1) n / (2M))
@@ -74,9 +80,11 @@ private:
 
     double tap_times_sample(const std::vector<float>& x, size_t slot, size_t n) const {
         const size_t ahead = (slot + 1) * M + n, behind = 2 * P * M + 1; // sample (slot + 1) M - 1 - 2PM + n
-        return ahead < behind ? 0.0 : taps_[n - 1] * static_cast<double>(x[ahead - behind]) / static_cast<double>(2 * M);
+        return ahead < behind ? 0.0
+                              : taps_[n - 1] * static_cast<double>(x[ahead - behind]) / static_cast<double>(2 * M);
     }
-    template <class Term> std::vector<double> overlap_add(size_t slots, Term term) const {
+    template <class Term>
+    std::vector<double> overlap_add(size_t slots, Term term) const {
         std::vector<double> y(slots * M);
         for (size_t s = 0; s < slots; s++)
             for (size_t n = 0; n < 2 * P * M && s * M + n < y.size(); n++)

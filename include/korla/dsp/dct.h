@@ -1,14 +1,14 @@
 /* Cosine transforms: DCT-II, DCT-III, and the two steps that turn a complex FFT into a DCT-IV.
  *
- * Method. A DCT of N real samples is a real-input FFT of the samples in the order 0, 2, 4, .. 5, 3, 1 followed by a rotation
- * of each bin by a quarter of its angle (J. Makhoul, "A fast cosine transform in one and two dimensions", IEEE Trans. ASSP
- * 28(1), 1980). The real-input FFT is a complex FFT of length N/2 and a split of bin pairs.
+ * Method. A DCT of N real samples is a real-input FFT of the samples in the order 0, 2, 4, .. 5, 3, 1 followed by a
+ * rotation of each bin by a quarter of its angle (J. Makhoul, "A fast cosine transform in one and two dimensions", IEEE
+ * Trans. ASSP 28(1), 1980). The real-input FFT is a complex FFT of length N/2 and a split of bin pairs.
  *
  * Lengths. N is a multiple of 4 for which a forward FFT of length N/2 exists (korla/dsp/fft.h): 4 to 8192 for powers of
  * two, 12 to 1920 for mixed lengths. Another N is refused: nothing is written.
  *
- * Nothing is allocated and there is no state; calls that run at the same time need buffers of their own. Data buffers need
- * the alignment of a float. NaN and infinity spread over the whole result, as in any transform.
+ * Nothing is allocated and there is no state; calls that run at the same time need buffers of their own. Data buffers
+ * need the alignment of a float. NaN and infinity spread over the whole result, as in any transform.
  */
 #ifndef KORLA_DSP_DCT_H
 #define KORLA_DSP_DCT_H
@@ -17,7 +17,7 @@
 
 KRL_BEGIN_DECLS
 
-/* ---- twiddle tables --------------------------------------------------------------------------------------------------
+/* ---- twiddle tables -----------------------------------------------------------------------------------------------
  *
  * Seven forms per length L; each holds L floats, for m = 0..L-1, and starts on a multiple of 16 bytes:
  *
@@ -57,10 +57,10 @@ KRL_DCT_TWIDDLE_LENGTHS_ALL(KRL_DCT_DECLARE_TWIDDLES_ALL)
 KRL_DCT_TWIDDLE_LENGTHS_SINE(KRL_DCT_DECLARE_TWIDDLES_SINE)
 KRL_DCT_TWIDDLE_LENGTHS_COSINE(KRL_DCT_DECLARE_TWIDDLES_COSINE)
 
-/* ---- DCT-II and DCT-III ----------------------------------------------------------------------------------------------
+/* ---- DCT-II and DCT-III -------------------------------------------------------------------------------------------
  *
- *   pair   the FFT kernels of length N/2: what KRL_r8_cplx_fwd_pair(N/2) or KRL_r4_cplx_fwd_pair(N/2) returns. Null: the
- *          radix-4 kernel is looked up.
+ *   pair   the FFT kernels of length N/2: what KRL_r8_cplx_fwd_pair(N/2) or KRL_r4_cplx_fwd_pair(N/2) returns. Null:
+ *          the radix-4 kernel is looked up.
  *   table  krl_dct_twiddle_table16_L<N>, or any table[m] = sin(pi m / (2N)), m = 0..N-1.
  *   out    N floats. Apart from in.
  *   in     N floats: the input, and the work area: its contents are unspecified after the call.
@@ -74,8 +74,8 @@ KRL_API void krl_dctII_unscaled(const krl_fft_pair *pair, const float *table, fl
 
 /** out[m] = (1/N) * sum over k = 0..N-1 of in[k] * cos(pi (2m + 1) k / (2N)), m = 0..N-1.
  *
- * in[0] has the same weight as the other coefficients: this is the transpose of the scaled DCT-II. To invert the unscaled
- * DCT-II, halve in[0] and double the result.
+ * in[0] has the same weight as the other coefficients: this is the transpose of the scaled DCT-II. To invert the
+ * unscaled DCT-II, halve in[0] and double the result.
  */
 KRL_API void krl_dctIII_scaled(const krl_fft_pair *pair, const float *table, float *out, float *in, uint32_t N);
 
@@ -87,10 +87,10 @@ KRL_API void _krl_ldct2_scaled_iplu(const krl_fft_pair *pair, const float *table
 KRL_API void _krl_ldct2_unscaled_iplu(const krl_fft_pair *pair, const float *table, float *data, uint32_t N);
 KRL_API void _krl_ldct3_scaled_iplu(const krl_fft_pair *pair, const float *table, float *data, uint32_t N);
 
-/* ---- DCT-IV steps ----------------------------------------------------------------------------------------------------
+/* ---- DCT-IV steps -------------------------------------------------------------------------------------------------
  *
- * A DCT-IV of 2N real samples is a pre-twiddle, a complex FFT of length N and a post-twiddle. Any N; the buffers of a call
- * do not overlap.
+ * A DCT-IV of 2N real samples is a pre-twiddle, a complex FFT of length N and a post-twiddle. Any N; the buffers of a
+ * call do not overlap.
  */
 
 /** out[k] = (a[k] + j b[k]) * (c - j s), with s = w[2k] and c = w[2N-1-2k], k = 0..N-1.
@@ -101,8 +101,8 @@ KRL_API void krl_dct4_premodulation(float *out, const float *w, const float *a, 
 
 /** out[2k] = G (Re z[k] c[k] + Im z[k] s[k]), out[2N-1-2k] = G (Re z[k] s[k] - Im z[k] c[k]), k = 0..N-1, with G = 1.
  *
- * out: 2N floats. z: N complex samples. s, c: N floats with s[0] = 0 and c[0] = 1; when N is not a multiple of 4 these two
- * entries are not read as given but taken for 0 and 1.
+ * out: 2N floats. z: N complex samples. s, c: N floats with s[0] = 0 and c[0] = 1; when N is not a multiple of 4 these
+ * two entries are not read as given but taken for 0 and 1.
  */
 KRL_API void krl_dct4_postmodulation_shl0(float *out, const float *z, const float *s, const float *c, uint32_t N);
 

@@ -7,11 +7,16 @@ using namespace krl;
 
 namespace {
 
-// ---- complex vectors in interleaved memory ----------------------------------------------------------------------------
+// ---- complex vectors in interleaved memory
+// ----------------------------------------------------------------------------
 
-template <class V> struct complex_lanes { V re, im; };
+template <class V>
+struct complex_lanes {
+    V re, im;
+};
 
-template <class V> KRL_INLINE complex_lanes<V> load_complex(const float* p) {
+template <class V>
+KRL_INLINE complex_lanes<V> load_complex(const float* p) {
     if constexpr (lanes<V> == 1) {
         return {p[0], p[1]};
     } else {
@@ -19,7 +24,8 @@ template <class V> KRL_INLINE complex_lanes<V> load_complex(const float* p) {
         return {re, im};
     }
 }
-template <class V> KRL_INLINE void store_complex(float* p, complex_lanes<V> z) {
+template <class V>
+KRL_INLINE void store_complex(float* p, complex_lanes<V> z) {
     if constexpr (lanes<V> == 1) {
         p[0] = z.re;
         p[1] = z.im;
@@ -29,15 +35,23 @@ template <class V> KRL_INLINE void store_complex(float* p, complex_lanes<V> z) {
         store(p + lanes<V>, hi);
     }
 }
-template <class V> KRL_INLINE complex_lanes<V> reverse(complex_lanes<V> z) {
+template <class V>
+KRL_INLINE complex_lanes<V> reverse(complex_lanes<V> z) {
     return {krl::reverse(z.re), krl::reverse(z.im)};
 }
 
 // The lanes p[0], p[-1], p[-2] ..
-template <class V> KRL_INLINE V load_backwards(const float* p) { return krl::reverse(load<V>(p - (lanes<V> - 1))); }
-template <class V> KRL_INLINE void store_backwards(float* p, V v) { store(p - (lanes<V> - 1), krl::reverse(v)); }
+template <class V>
+KRL_INLINE V load_backwards(const float* p) {
+    return krl::reverse(load<V>(p - (lanes<V> - 1)));
+}
+template <class V>
+KRL_INLINE void store_backwards(float* p, V v) {
+    store(p - (lanes<V> - 1), krl::reverse(v));
+}
 
-// ---- the steps of the transforms --------------------------------------------------------------------------------------
+// ---- the steps of the transforms
+// --------------------------------------------------------------------------------------
 
 constexpr uint32_t in_place_limit = 2048;
 
@@ -64,7 +78,8 @@ void undo_even_then_reversed_odd(float* out, const float* in, uint32_t N) {
 
 // What the pair of bins k and m = H - k needs from the table, angle = pi k / (2N): the rotation of either bin, and the
 // rotation by four times the angle for the split, formed by doubling twice because the table holds it four apart.
-template <class V> struct PairRotations {
+template <class V>
+struct PairRotations {
     V sin_k, cos_k, sin_m, cos_m, sin_4k, cos_4k;
 
     KRL_INLINE PairRotations(const float* table, uint32_t N, uint32_t k) {
@@ -82,9 +97,10 @@ template <class V> struct PairRotations {
     }
 };
 
-// From the transform A, B of bins k and H - k of the packed signal, four times the spectrum of the real signal there and
-// back: the halves that the split averages with are left to the caller. sum = (e, d), turned = (w, u).
-template <class V> struct Split {
+// From the transform A, B of bins k and H - k of the packed signal, four times the spectrum of the real signal there
+// and back: the halves that the split averages with are left to the caller. sum = (e, d), turned = (w, u).
+template <class V>
+struct Split {
     complex_lanes<V> sum, turned;
 
     KRL_INLINE Split(complex_lanes<V> A, complex_lanes<V> B, const PairRotations<V>& r) {
@@ -143,7 +159,8 @@ void transform_3(krl_fft_kernel* fft, const float* table, float* out, float* in,
 }
 
 // transform(out, in) of a copy of data into data.
-template <class Transform> void in_place(float* data, uint32_t N, Transform transform) {
+template <class Transform>
+void in_place(float* data, uint32_t N, Transform transform) {
     if (N > in_place_limit)
         return;
     alignas(32) float copy[in_place_limit];
@@ -155,7 +172,9 @@ template <class Transform> void in_place(float* data, uint32_t N, Transform tran
 // of the samples from the back in memory, so both are formed together.
 void postmodulate(float* out, const float* z, const float* s, const float* c, float gain, uint32_t N) {
     const auto both_ends = [=]<class V>(lane_tag<V>, uint32_t k) {
-        struct Outputs { V even, odd; };
+        struct Outputs {
+            V even, odd;
+        };
         const auto rotate = [=](uint32_t at) -> Outputs {
             const complex_lanes<V> x = load_complex<V>(z + 2 * at);
             const V sine = load<V>(s + at), cosine = load<V>(c + at), g = splat<V>(gain);
@@ -218,6 +237,7 @@ void krl_dct4_postmodulation_shl1(float* out, const float* z, const float* s, co
 void krl_dct4_postmodulation_shl2(float* out, const float* z, const float* s, const float* c, uint32_t N) {
     postmodulate(out, z, s, c, 4.0f, N);
 }
-void krl_dct4_postmodulation_shl(float* out, const float* z, const float* s, const float* c, int32_t shift, uint32_t N) {
+void krl_dct4_postmodulation_shl(float* out, const float* z, const float* s, const float* c, int32_t shift,
+                                 uint32_t N) {
     postmodulate(out, z, s, c, exp2_int(shift), N);
 }

@@ -5,15 +5,17 @@
 
 namespace krl {
 
-// A polyphase FIR filter with `taps` taps per band, for lanes<f32v> bands. Even taps filter one input, odd taps the other:
+// A polyphase FIR filter with `taps` taps per band, for lanes<f32v> bands. Even taps filter one input, odd taps the
+// other:
 //
 //     result = S_0 + c_0 even,   S_j = S_(j+1) + c_(j+1) (odd, even, odd ..),   S_(taps-2) = c_(taps-1) odd
 //
-// as fused steps. The sums S are read from memory once, then any number of slots run in registers, then they go back. Bit j of
-// `negated` lets tap j enter with the opposite sign.
+// as fused steps. The sums S are read from memory once, then any number of slots run in registers, then they go back.
+// Bit j of `negated` lets tap j enter with the opposite sign.
 //
 // Memory holds the sums group by group: for each group of four bands S_0 .. S_(taps-2), four bands each.
-template <int taps, uint32_t negated> class DelayLine {
+template <int taps, uint32_t negated>
+class DelayLine {
 public:
     static constexpr int sums = taps - 1;
 
@@ -30,7 +32,8 @@ public:
     }
 
     // One slot; tap(j) gives c_j of the bands.
-    template <class Tap> KRL_INLINE f32v step(f32v even, f32v odd, Tap tap) {
+    template <class Tap>
+    KRL_INLINE f32v step(f32v even, f32v odd, Tap tap) {
         const auto input = [&](int j) {
             const f32v x = j % 2 == 0 ? even : odd;
             return (negated >> j & 1) != 0 ? -x : x;

@@ -30,18 +30,29 @@ const krl_fft_pair* fastest_forward_fft(uint32_t n) {
 
 } // namespace
 
-Bank configure(Family family, uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype, void* state,
-               void* scratch) {
+Bank configure(Family family, uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype,
+               void* state, void* scratch) {
     const BandTables* tables = nullptr;
     for (const BandTables& candidate : all_tables)
         if (candidate.bands == M)
             tables = &candidate;
     const bool full = mode != no_twiddle && mode != short_twiddle;
-    if (!tables || (P != 4 && P != 5) || !prototype || bands_of_memory(family, M) < M || (full && !tables->full_twiddle))
+    if (!tables || (P != 4 && P != 5) || !prototype || bands_of_memory(family, M) < M ||
+        (full && !tables->full_twiddle))
         return {};
     const float* twiddle = full ? tables->full_twiddle : mode == short_twiddle ? tables->short_twiddle : nullptr;
-    return {M, P, slots, M, mode, prototype, tables, twiddle, fastest_forward_fft(M), fastest_forward_fft(M / 2),
-            static_cast<float*>(state), static_cast<float*>(scratch)};
+    return {M,
+            P,
+            slots,
+            M,
+            mode,
+            prototype,
+            tables,
+            twiddle,
+            fastest_forward_fft(M),
+            fastest_forward_fft(M / 2),
+            static_cast<float*>(state),
+            static_cast<float*>(scratch)};
 }
 
 MemorySizes memory_sizes(Family family, uint32_t M, uint32_t selector, uint32_t bytes_per_block) {

@@ -1,4 +1,5 @@
-// What analysis and synthesis of the QMF banks share: parameters, their tables, and the memory rules of the two families.
+// What analysis and synthesis of the QMF banks share: parameters, their tables, and the memory rules of the two
+// families.
 #pragma once
 
 #include <new>
@@ -22,7 +23,7 @@ struct Bank {
     uint32_t bands, periods, slots, slot_increment, mode;
     const float* prototype;
     const BandTables* tables;
-    const float* twiddle;       // null: none
+    const float* twiddle;         // null: none
     const krl_fft_pair* fft;      // of length M
     const krl_fft_pair* half_fft; // of length M/2
     float *state, *scratch;
@@ -31,10 +32,12 @@ struct Bank {
 };
 
 // A Bank with these parameters and the given memory, or bands = 0 when they are refused.
-Bank configure(Family family, uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype, void* state,
-               void* scratch);
+Bank configure(Family family, uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype,
+               void* state, void* scratch);
 
-struct MemorySizes { uint32_t state, scratch, instance, result; };
+struct MemorySizes {
+    uint32_t state, scratch, instance, result;
+};
 
 // bytes_per_block: what the state memory holds beside the samples, for each of its 2P-1 blocks.
 MemorySizes memory_sizes(Family family, uint32_t M, uint32_t selector, uint32_t bytes_per_block);
@@ -42,8 +45,8 @@ uint32_t store_sizes(const MemorySizes& sizes, uint32_t* state, uint32_t* scratc
 
 // Places an Instance, a struct derived from Bank, in caller memory; null when the parameters are refused.
 template <class Instance>
-Instance* open(Family family, uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype, void* state,
-               void* scratch, void* instance) {
+Instance* open(Family family, uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype,
+               void* state, void* scratch, void* instance) {
     static_assert(sizeof(Instance) + alignof(Instance) - 1 <= 119, "fits the instance memory of either family");
     if (!state || !scratch || !instance)
         return nullptr;

@@ -1,5 +1,5 @@
-#include "dsp/filterbank/qmf.h"
 #include "dsp/core/lanes.h"
+#include "dsp/filterbank/qmf.h"
 
 #include <string.h>
 
@@ -24,13 +24,15 @@ namespace {
 // Slots are filtered a few at a time, so that every block of samples is loaded once for all of them.
 constexpr uint32_t slots_at_once = 4, most_bands = 64;
 
-// `slots` slots through the polyphase filter with its 2P taps per phase k = 0..M-1. With x_j the block of j slots before one:
+// `slots` slots through the polyphase filter with its 2P taps per phase k = 0..M-1. With x_j the block of j slots
+// before one:
 //
 //     even[k] = sum over i = 0..P-1 of c[2i M + k] x_(2P-1-2i)[k]          negated for P = 4, whose tables expect it
 //     odd[k] = sum over i = 0..P-1 of c[(2i+1) M + k] x_(2P-2-2i)[k]
 //
 // each as a chain of fused steps in the order of i. Calls sink(slot, k, even, odd) for runs of lanes<f32v> phases.
-template <int P, int slots, class Sink> KRL_INLINE void polyphase(krl_qmf_analysis& analysis, const float* in, Sink sink) {
+template <int P, int slots, class Sink>
+KRL_INLINE void polyphase(krl_qmf_analysis& analysis, const float* in, Sink sink) {
     constexpr int past = 2 * P - 1;
     static_assert(slots <= past);
     const uint32_t M = analysis.bands;
@@ -65,7 +67,8 @@ template <int P, int slots, class Sink> KRL_INLINE void polyphase(krl_qmf_analys
     }
 }
 
-// The two kinds of sub-bands: what becomes of the filter's outputs, 2M floats a slot, and how they make a slot's sub-bands.
+// The two kinds of sub-bands: what becomes of the filter's outputs, 2M floats a slot, and how they make a slot's
+// sub-bands.
 struct RealSubbands {
     float* out;
 
@@ -75,7 +78,7 @@ struct RealSubbands {
         store(f + 2 * M - k - lanes<f32v>, reverse(even));
     }
     void modulate(const krl_qmf_analysis& analysis, uint32_t slot, float* f) const {
-        krl_forwardModulationReal(f, out + slot * analysis.slot_increment, analysis.bands, analysis.half_fft,
+        krl_forwardModulationReal(f, out + size_t{slot} * analysis.slot_increment, analysis.bands, analysis.half_fft,
                                   analysis.tables->dct, analysis.scratch);
     }
 };
@@ -100,16 +103,17 @@ struct ComplexSubbands {
 template <int P, int slots, class Subbands>
 void analyse_slots(krl_qmf_analysis& analysis, Subbands subbands, uint32_t first, const float* in) {
     alignas(32) float filtered[slots][2 * most_bands];
-    polyphase<P, slots>(analysis, in + first * analysis.bands,
-                        [&filtered, M = analysis.bands, rotations = analysis.tables->scaled_rotations](
-                            int slot, uint32_t k, f32v even, f32v odd) {
+    polyphase<P, slots>(analysis, in + size_t{first} * analysis.bands,
+                        [&filtered, M = analysis.bands,
+                         rotations = analysis.tables->scaled_rotations](int slot, uint32_t k, f32v even, f32v odd) {
                             Subbands::store_output(filtered[slot], k, M, rotations, even, odd);
                         });
     for (int slot = 0; slot < slots; slot++)
         subbands.modulate(analysis, first + slot, filtered[slot]);
 }
 
-template <int P, class Subbands> void analyse(krl_qmf_analysis& analysis, Subbands subbands, const float* in) {
+template <int P, class Subbands>
+void analyse(krl_qmf_analysis& analysis, Subbands subbands, const float* in) {
     uint32_t slot = 0;
     for (; slot + slots_at_once <= analysis.slots; slot += slots_at_once)
         analyse_slots<P, slots_at_once>(analysis, subbands, slot, in);
@@ -117,7 +121,8 @@ template <int P, class Subbands> void analyse(krl_qmf_analysis& analysis, Subban
         analyse_slots<P, 1>(analysis, subbands, slot, in);
 }
 
-template <class Subbands> void analyse(krl_qmf_analysis* analysis, Subbands subbands, const float* in) {
+template <class Subbands>
+void analyse(krl_qmf_analysis* analysis, Subbands subbands, const float* in) {
     if (analysis)
         (analysis->periods == 5 ? analyse<5, Subbands> : analyse<4, Subbands>)(*analysis, subbands, in);
 }
@@ -126,8 +131,7 @@ int32_t reconfigure(Family family, krl_qmf_analysis* analysis, uint32_t M, uint3
                     const float* prototype) {
     if (!analysis)
         return -1;
-    const qmf::Bank bank =
-        qmf::configure(family, M, slots, mode, P, prototype, analysis->state, analysis->scratch);
+    const qmf::Bank bank = qmf::configure(family, M, slots, mode, P, prototype, analysis->state, analysis->scratch);
     if (!bank.bands)
         return -1;
     new (analysis) krl_qmf_analysis(bank);
@@ -151,7 +155,8 @@ uint32_t delay(const krl_qmf_analysis* analysis) {
 uint32_t filter_state_length(uint32_t selector, uint32_t M) { return (selector ? 9 : 7) * M; }
 
 // f(flat block, ring block) for every block, oldest first. Only states of five periods travel.
-template <class F> void for_each_state_block(const krl_qmf_analysis* analysis, F f) {
+template <class F>
+void for_each_state_block(const krl_qmf_analysis* analysis, F f) {
     if (!analysis || analysis->periods != 5)
         return;
     for (uint32_t i = 0; i < 9; i++)
@@ -166,7 +171,8 @@ void unload_state(const krl_qmf_analysis* analysis, float* dst) {
 
 } // namespace
 
-// ---- L family ---------------------------------------------------------------------------------------------------------
+// ---- L family
+// ---------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_analysisL_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                      uint32_t* instance_bytes) {
@@ -203,7 +209,8 @@ void KRL_CLqmf_analysisL(krl_qmf_analysis* analysis, float* const* out, const fl
 }
 void KRL_qmf_analysisL_close(krl_qmf_analysis*) {}
 
-// ---- S family ---------------------------------------------------------------------------------------------------------
+// ---- S family
+// ---------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_analysisS_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                      uint32_t* instance_bytes) {

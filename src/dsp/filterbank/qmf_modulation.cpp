@@ -6,9 +6,13 @@ using namespace krl;
 
 namespace {
 
-template <class V> KRL_INLINE V load_backwards(const float* p) { return reverse(load<V>(p - (lanes<V> - 1))); }
+template <class V>
+KRL_INLINE V load_backwards(const float* p) {
+    return reverse(load<V>(p - (lanes<V> - 1)));
+}
 
-// ---- real sub-bands ---------------------------------------------------------------------------------------------------
+// ---- real sub-bands
+// ---------------------------------------------------------------------------------------------------
 
 // 2M filter outputs to the M inputs of a DCT-III.
 void fold(float* t, const float* f, uint32_t M) {
@@ -39,12 +43,15 @@ bool is_supported(uint32_t M, const krl_fft_pair* pair, uint32_t fft_length) {
     return M != 0 && M % 8 == 0 && (pair || KRL_r4_cplx_fwd_unscaled(fft_length));
 }
 
-// ---- complex sub-bands ------------------------------------------------------------------------------------------------
+// ---- complex sub-bands
+// ------------------------------------------------------------------------------------------------
 
 constexpr uint32_t samples = lanes<f32v> / 2; // complex samples of a vector
 
 // The rotation w of complex samples of neighbouring bands, each part in both lanes of its sample.
-struct Rotation { f32v re, im; };
+struct Rotation {
+    f32v re, im;
+};
 
 KRL_INLINE f32v turn(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * -conjugate(w.im)); }
 KRL_INLINE f32v turn_back(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * conjugate(w.im)); }
@@ -82,7 +89,8 @@ struct FullTwiddle {
     KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
 };
 
-template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
+template <class F>
+void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
     if (mode == qmf::no_twiddle || !table)
         f(NoTwiddle{});
     else if (mode == qmf::short_twiddle)
@@ -92,7 +100,8 @@ template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* tab
 }
 
 // Sub-bands from a spectrum: its first half conjugated and its second half reversed, in alternation, then rotated.
-template <class Twiddle> void subbands_of_spectrum(float* X, const float* V, uint32_t M, Twiddle w) {
+template <class Twiddle>
+void subbands_of_spectrum(float* X, const float* V, uint32_t M, Twiddle w) {
     for (uint32_t k = 0; k < M / 2; k += samples) {
         const f32v even = conjugate(load<f32v>(V + 2 * k));
         const f32v odd = reverse_complex(load<f32v>(V + 2 * (M - k - samples)));
@@ -101,7 +110,8 @@ template <class Twiddle> void subbands_of_spectrum(float* X, const float* V, uin
         store(X + 4 * k + lanes<f32v>, w.turn(hi, 2 * k + samples));
     }
 }
-template <class Twiddle> void spectrum_of_subbands(float* V, const float* X, uint32_t M, Twiddle w) {
+template <class Twiddle>
+void spectrum_of_subbands(float* V, const float* X, uint32_t M, Twiddle w) {
     for (uint32_t k = 0; k < M / 2; k += samples) {
         const f32v lo = w.turn_back(load<f32v>(X + 4 * k), 2 * k);
         const f32v hi = w.turn_back(load<f32v>(X + 4 * k + lanes<f32v>), 2 * k + samples);

@@ -17,17 +17,19 @@ namespace {
 // Slots are modulated a few at a time, so that the delay line of a group of bands stays in registers over them.
 constexpr uint32_t slots_at_once = 8, most_bands = 64;
 
-struct FilterInput { f32v even, odd; };
+struct FilterInput {
+    f32v even, odd;
+};
 
-// The two kinds of sub-bands: how a slot becomes the 2M floats that the filter starts from, and what then enters the even
-// and odd taps of the bands from k on.
+// The two kinds of sub-bands: how a slot becomes the 2M floats that the filter starts from, and what then enters the
+// even and odd taps of the bands from k on.
 struct RealSubbands {
     const float* in;
     float gain = 2.0f;
 
     void modulate(const krl_qmf_synthesis& synthesis, uint32_t slot, float* g) const {
         const uint32_t M = synthesis.bands;
-        memcpy(g, in + slot * synthesis.slot_increment, M * sizeof(float));
+        memcpy(g, in + size_t{slot} * synthesis.slot_increment, M * sizeof(float));
         krl_inverseModulationReal(g, g + M, M, synthesis.half_fft, synthesis.tables->dct);
     }
     static KRL_INLINE FilterInput load_input(const float* g, uint32_t k, uint32_t M, const float*) {
@@ -73,7 +75,8 @@ void filter(const krl_qmf_synthesis& synthesis, float* out, const float (*modula
     }
 }
 
-template <class Subbands> void synthesise(krl_qmf_synthesis* synthesis, float* out, Subbands subbands) {
+template <class Subbands>
+void synthesise(krl_qmf_synthesis* synthesis, float* out, Subbands subbands) {
     if (!synthesis)
         return;
     alignas(32) float modulated[slots_at_once][2 * most_bands];
@@ -82,7 +85,7 @@ template <class Subbands> void synthesise(krl_qmf_synthesis* synthesis, float* o
         const uint32_t rest = synthesis->slots - slot, slots = rest < slots_at_once ? rest : slots_at_once;
         for (uint32_t i = 0; i < slots; i++)
             subbands.modulate(*synthesis, slot + i, modulated[i]);
-        filter_of_periods(*synthesis, out + slot * synthesis->bands, modulated, slots, subbands.gain);
+        filter_of_periods(*synthesis, out + size_t{slot} * synthesis->bands, modulated, slots, subbands.gain);
     }
 }
 
@@ -107,14 +110,16 @@ void copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other) {
 
 } // namespace
 
-// ---- L family ---------------------------------------------------------------------------------------------------------
+// ---- L family
+// ---------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_synthesisL_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                       uint32_t* instance_bytes) {
     return qmf::store_sizes(qmf::memory_sizes(Family::L, M, selector, 0), state_bytes, scratch_bytes, instance_bytes);
 }
-krl_qmf_synthesis* krl_qmf_synthesisL_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype,
-                                           void* state_memory, void* scratch_memory, void* instance_memory) {
+krl_qmf_synthesis* krl_qmf_synthesisL_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
+                                           const float* prototype, void* state_memory, void* scratch_memory,
+                                           void* instance_memory) {
     return qmf::open<krl_qmf_synthesis>(Family::L, M, slots, mode, P, prototype, state_memory, scratch_memory,
                                         instance_memory);
 }
@@ -137,14 +142,16 @@ void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* synthesis, float* out, con
 }
 void KRL_qmf_synthesisL_close(krl_qmf_synthesis*) {}
 
-// ---- S family ---------------------------------------------------------------------------------------------------------
+// ---- S family
+// ---------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_synthesisS_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                       uint32_t* instance_bytes) {
     return qmf::store_sizes(qmf::memory_sizes(Family::S, M, selector, 0), state_bytes, scratch_bytes, instance_bytes);
 }
-krl_qmf_synthesis* krl_qmf_synthesisS_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P, const float* prototype,
-                                           void* state_memory, void* scratch_memory, void* instance_memory) {
+krl_qmf_synthesis* krl_qmf_synthesisS_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
+                                           const float* prototype, void* state_memory, void* scratch_memory,
+                                           void* instance_memory) {
     return qmf::open<krl_qmf_synthesis>(Family::S, M, slots, mode, P, prototype, state_memory, scratch_memory,
                                         instance_memory);
 }
