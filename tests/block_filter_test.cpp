@@ -45,10 +45,11 @@ struct Shape {
     bool in_place = false;
 };
 
-// call(f, dst, x, other, coef, state); model(state, coef, x, other) gives the outputs of as many inputs as one step takes.
+// call(f, dst, x, other, coef, state); model(state, coef, x, other) gives the outputs of as many inputs as one step
+// takes.
 template <class F, class S, class Make, class Model>
-Filter row(const char* flex_name, const char* strict_name, F* flex, F* strict, const char* setup_name, void (*setup)(S*),
-           Coefficients coef, Make call, Model model, Shape shape = {}) {
+Filter row(const char* flex_name, const char* strict_name, F* flex, F* strict, const char* setup_name,
+           void (*setup)(S*), Coefficients coef, Make call, Model model, Shape shape = {}) {
     auto bind = [call](F* f) {
         return [=](float* dst, const float* x, const float* other, const float* c, State& s) {
             call(f, dst, x, other, c, &as<S>(s));
@@ -81,8 +82,12 @@ void ssv3(krl_iir2ss_state& s, const float* c, const float* x, const float*, flo
 }
 
 auto plain = [](auto f, float* dst, const float* x, const float*, const float* c, auto* s) { f(dst, x, c, s); };
-auto shifted = [](auto f, float* dst, const float* x, const float*, const float* c, auto* s) { f(dst, x, c, s, shift); };
-auto two_sources = [](auto f, float* dst, const float* x, const float* o, const float* c, auto* s) { f(dst, x, o, c, s); };
+auto shifted = [](auto f, float* dst, const float* x, const float*, const float* c, auto* s) {
+    f(dst, x, c, s, shift);
+};
+auto two_sources = [](auto f, float* dst, const float* x, const float* o, const float* c, auto* s) {
+    f(dst, x, o, c, s);
+};
 auto inplace = [](auto f, float* dst, const float*, const float*, const float* c, auto* s) { f(dst, c, s); };
 auto array_of_one = [](auto f, float* dst, const float*, const float*, const float* c, auto* s) { f(&dst, c, &s, 1u); };
 template <uint32_t u>
@@ -108,8 +113,8 @@ std::vector<Filter> make_filters() {
             [](krl_iir1_state& s, const float* c, const float* x, const float*, float* y) {
                 *y = power_of_two(shift) * model::iir1(s, c, *x);
             }),
-        row(ENTRIES(krl_blk_Liir1_shl_addLL_flex, KRL_blk_Liir1_shl_addLL_strict, KRL_blk_Liir1_shl_addLL_setup), one_pole,
-            two_sources,
+        row(ENTRIES(krl_blk_Liir1_shl_addLL_flex, KRL_blk_Liir1_shl_addLL_strict, KRL_blk_Liir1_shl_addLL_setup),
+            one_pole, two_sources,
             [](krl_iir1_state& s, const float* c, const float* x, const float* other, float* y) {
                 *y = std::fma(model::iir1(s, c, *x), 2.0f, *other);
             }),
@@ -119,17 +124,19 @@ std::vector<Filter> make_filters() {
             sample(model::iir2df1)),
         row(ENTRIES(krl_blk_Liir2ssv1L_flex, KRL_blk_Liir2ssv1L_strict, KRL_blk_Liir2ssv1L_setup), rotation, plain,
             sample(model::iir2ssv1)),
-        row(ENTRIES(krl_blk_Liir2ssv1efL_flex, KRL_blk_Liir2ssv1efL_strict, KRL_blk_Liir2ssv1efL_setup), rotation, plain,
-            sample(model::iir2ssv1)),
-        row(ENTRIES(krl_blk_Liir2ssv1_dsmpL_flex, KRL_blk_Liir2ssv1_dsmpL_strict, KRL_blk_Liir2ssv1_dsmpL_setup), rotation,
-            plain,
+        row(ENTRIES(krl_blk_Liir2ssv1efL_flex, KRL_blk_Liir2ssv1efL_strict, KRL_blk_Liir2ssv1efL_setup), rotation,
+            plain, sample(model::iir2ssv1)),
+        row(
+            ENTRIES(krl_blk_Liir2ssv1_dsmpL_flex, KRL_blk_Liir2ssv1_dsmpL_strict, KRL_blk_Liir2ssv1_dsmpL_setup),
+            rotation, plain,
             [](krl_iir2ss_state& s, const float* c, const float* x, const float*, float* y) {
                 *y = model::iir2ssv1(s, c, x[0]);
                 model::advance_ssv1(s, c, x[1]);
             },
             Shape{2 * block, block}),
-        row(ENTRIES(krl_blk_Liir2ssv1_usmpL_flex, KRL_blk_Liir2ssv1_usmpL_strict, KRL_blk_Liir2ssv1_usmpL_setup), rotation,
-            plain,
+        row(
+            ENTRIES(krl_blk_Liir2ssv1_usmpL_flex, KRL_blk_Liir2ssv1_usmpL_strict, KRL_blk_Liir2ssv1_usmpL_setup),
+            rotation, plain,
             [](krl_iir2ss_state& s, const float* c, const float* x, const float*, float* y) {
                 y[0] = model::iir2ssv1(s, c, *x);
                 y[1] = 2.0f * (s.s0 + s.s1);
@@ -137,16 +144,19 @@ std::vector<Filter> make_filters() {
             },
             Shape{block, 2 * block}),
         row(ENTRIES(krl_blk_Liir2ssv2L_flex, KRL_blk_Liir2ssv2L_strict, KRL_blk_Liir2ssv2L_setup), spiral, plain, ssv2),
-        row(ENTRIES(krl_blk_Liir2ssv2L_inplace_flex, KRL_blk_Liir2ssv2L_inplace_strict, KRL_blk_Liir2ssv2L_inplace_setup),
+        row(ENTRIES(krl_blk_Liir2ssv2L_inplace_flex, KRL_blk_Liir2ssv2L_inplace_strict,
+                    KRL_blk_Liir2ssv2L_inplace_setup),
             spiral, inplace, ssv2, in_place),
-        row(ENTRIES(krl_blk_Liir2ssv2_shlLU_flex, KRL_blk_Liir2ssv2_shlLU_strict, KRL_blk_Liir2ssv2_shlLU_setup), spiral,
-            shifted,
+        row(ENTRIES(krl_blk_Liir2ssv2_shlLU_flex, KRL_blk_Liir2ssv2_shlLU_strict, KRL_blk_Liir2ssv2_shlLU_setup),
+            spiral, shifted,
             [](krl_iir2ss_state& s, const float* c, const float* x, const float*, float* y) {
                 *y = model::iir2ssv23(s, c, *x, power_of_two(shift + 1), 1.0f);
             }),
-        row(ENTRIES(krl_blk_Liir2ssv3L_inplace_flex, KRL_blk_Liir2ssv3L_inplace_strict, KRL_blk_Liir2ssv3L_inplace_setup),
+        row(ENTRIES(krl_blk_Liir2ssv3L_inplace_flex, KRL_blk_Liir2ssv3L_inplace_strict,
+                    KRL_blk_Liir2ssv3L_inplace_setup),
             spiral, inplace, ssv3, in_place),
-        row(ENTRIES(KRL_blk_Liir2ssv3aLU_inplace, KRL_blk_Liir2ssv3aLU_inplace_strict, KRL_blk_Liir2ssv3aLU_inplace_setup),
+        row(ENTRIES(KRL_blk_Liir2ssv3aLU_inplace, KRL_blk_Liir2ssv3aLU_inplace_strict,
+                    KRL_blk_Liir2ssv3aLU_inplace_setup),
             spiral, array_of_one, ssv3, in_place),
         row(ENTRIES(krl_blk_Lfir2L_flex, KRL_blk_Lfir2L_strict, KRL_blk_Lfir2L_setup), {0.7f, -0.4f}, plain,
             sample(model::fir2)),
@@ -164,8 +174,8 @@ std::vector<Filter> make_filters() {
     // Limits {high, low}: plain ones, and every kind that sets maxNum apart from a comparison.
     for (const Coefficients& c : {Coefficients{1.0f, -1.0f}, {0.0f, -1.0f}, {1.0f, -0.0f}, {-0.0f, -1.0f}, {1.0f, 0.0f},
                                   {nan_value, -1.0f}, {1.0f, nan_value}, {nan_value, nan_value}}) {
-        all.push_back(row(ENTRIES(krl_blk_LintegrateL_flex, KRL_blk_LintegrateL_strict, KRL_blk_LintegrateL_setup), c, plain,
-                          sample(model::integrate)));
+        all.push_back(row(ENTRIES(krl_blk_LintegrateL_flex, KRL_blk_LintegrateL_strict, KRL_blk_LintegrateL_setup), c,
+                          plain, sample(model::integrate)));
         all.back().decays = false;
     }
     auto reciprocals = [&]<uint32_t u>(std::integral_constant<uint32_t, u>) {
@@ -299,7 +309,7 @@ INSTANTIATE_TEST_SUITE_P(Family, BlockFilter, ::testing::ValuesIn(filters()), []
     return std::string(info.param.strict_name) + "_" + std::to_string(info.index);
 });
 
-// ---- what a reader of the header expects of single members ------------------------------------------------------------
+// ---- what a reader of the header expects of single members ----------------------------------------------------------
 
 TEST(BlockFilterCases, FirstOrderFilterPassesOrDelays) {
     const auto x = Random(1).vector(2 * block);
@@ -392,7 +402,7 @@ TEST(BlockFilterArray, EverySignalIsFilteredAsOnItsOwn) {
         }
 }
 
-// ---- transversal filter of any length -----------------------------------------------------------------------------------
+// ---- transversal filter of any length -------------------------------------------------------------------------------
 
 TEST(BlockFir, EveryLengthIsExactOnIntegersAndKeepsItsHistory) {
     std::vector<uint32_t> lengths = {127, 128, 129, 500, 1024};
@@ -416,7 +426,8 @@ TEST(BlockFir, EveryLengthIsExactOnIntegersAndKeepsItsHistory) {
             const bool strict = b % 3 == 0;
             const std::vector<float> in(x.begin() + b * block, x.begin() + (b + 1) * block);
             GuardedBuffer<float> src(in, strict ? 0 : b % 8), dst(block, strict ? 0 : 7 - b % 8);
-            (strict ? KRL_blk_LfirUL_strict : krl_blk_LfirUL_flex)(dst.data(), src.data(), u, taps.data(), state.data());
+            (strict ? KRL_blk_LfirUL_strict : krl_blk_LfirUL_flex)(dst.data(), src.data(), u, taps.data(),
+                                                                   state.data());
             for (size_t i = 0; i < block; i++) {
                 double sum = 0.0;
                 for (size_t k = 0; k < u && k <= b * block + i; k++)
@@ -453,7 +464,7 @@ TEST(BlockFir, ErrorStaysWithinItsBoundAndOverlapChangesNothing) {
     }
 }
 
-// ---- crossfade gain ---------------------------------------------------------------------------------------------------
+// ---- crossfade gain -------------------------------------------------------------------------------------------------
 
 TEST(BlockCrossfade, GainMovesThroughTheWindowAndStartsAgain) {
     for (uint32_t len : {32u, 64u, 160u})
@@ -501,7 +512,7 @@ TEST(BlockCrossfade, WindowOfAnotherLengthIsNotLeft) {
     }
 }
 
-// ---- delay line ---------------------------------------------------------------------------------------------------------
+// ---- delay line -----------------------------------------------------------------------------------------------------
 
 class DelayLine : public ::testing::TestWithParam<uint32_t> {};
 
@@ -588,7 +599,7 @@ TEST(DelayLineCases, TheLongestLineKeepsItsLengthInRange) {
     }
 }
 
-// ---- the whole family -----------------------------------------------------------------------------------------------------
+// ---- the whole family -----------------------------------------------------------------------------------------------
 
 #define NAMED(function) {#function, function}
 const std::vector<std::pair<const char*, void (*)(const float*)>> coefficient_hooks = {

@@ -20,8 +20,8 @@ constexpr float gains[9] = {0.7f, -1.3f, 0.11f, 2.9f, -0.4f, 0.6f, 1.0f, -0.05f,
 constexpr float limits[2] = {-0.5f, 0.25f};
 constexpr float zero_limits[2] = {-0.0f, 0.0f};
 
-// One row per pair and argument set: both entries as f(destinations, sources), and the model of one sample. Members that
-// work in place find their sources in the destinations.
+// One row per pair and argument set: both entries as f(destinations, sources), and the model of one sample. Members
+// that work in place find their sources in the destinations.
 struct Operation {
     const char *flex_name, *strict_name;
     int sources;

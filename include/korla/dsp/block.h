@@ -1,7 +1,7 @@
 /* Element-wise operations on blocks and weighted sums of blocks.
  *
- * Every operand is one block of KRL_BLK_LEN = 32 samples unless a line says otherwise; i = 0..31 throughout. Conventions,
- * the pair rule and alignment: korla/dsp/types.h.
+ * Every operand is one block of KRL_BLK_LEN = 32 samples unless a line says otherwise; i = 0..31 throughout.
+ * Conventions, the pair rule and alignment: korla/dsp/types.h.
  *
  * Both entries of every member compute the same bits. Each reads all of its operands, limits and gains included, before
  * its first store, so a _flex destination may overlap any of them at any offset.

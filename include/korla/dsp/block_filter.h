@@ -1,19 +1,21 @@
 /* Block filters: recursive and transversal filters, envelope followers, integrator, running reciprocal, crossfade gain
  * and a delay line.
  *
- * One call consumes one block of KRL_BLK_LEN = 32 samples; what has to be remembered lies in a state record that the caller
- * owns and carries from block to block, one record per signal. Conventions, the pair rule and alignment: korla/dsp/types.h.
+ * One call consumes one block of KRL_BLK_LEN = 32 samples; what has to be remembered lies in a state record that the
+ * caller owns and carries from block to block, one record per signal. Conventions, the pair rule and alignment:
+ * korla/dsp/types.h.
  *
- * x is the input, y the output, n the sample index, 0..31; x[n-1], x[n-2], y[n-1], y[n-2] reach back into the state. Feedback
- * terms are added: a coefficient set carries the negated denominator of the textbook transfer function. Coefficients are
- * read on every call, in the order given, and need float alignment only; so do state records, to their own alignment.
+ * x is the input, y the output, n the sample index, 0..31; x[n-1], x[n-2], y[n-1], y[n-2] reach back into the state.
+ * Feedback terms are added: a coefficient set carries the negated denominator of the textbook transfer function.
+ * Coefficients are read on every call, in the order given, and need float alignment only; so do state records, to their
+ * own alignment.
  *
  * Both entries of every member compute the same bits, on every processor: the order of evaluation is part of the
  * description. fma(a, b, c) is a * b + c rounded once. Each entry reads all operands before its first store, so a _flex
  * destination may overlap its sources and the coefficients at any offset; it stays apart from the state record.
  *
- * NaN and infinity propagate through the recursions and stay in their state until the caller sets it up again. maxNum and
- * minNum are those of IEEE 754-2008: a quiet NaN operand is ignored, -0 is below +0.
+ * NaN and infinity propagate through the recursions and stay in their state until the caller sets it up again. maxNum
+ * and minNum are those of IEEE 754-2008: a quiet NaN operand is ignored, -0 is below +0.
  *
  * Every _setup initialises a state record as its comment says; every _set_coef takes the coefficients and does nothing.
  *
@@ -48,7 +50,8 @@ KRL_API void KRL_blk_Liir1L_set_coef(const float *coef);
  * u is 0..127; for other u nothing outside the buffers is touched, but the factor is unspecified.
  */
 KRL_API void krl_blk_Liir1_shlLU_flex(float *dst, const float *x, const float *coef, krl_iir1_state *state, uint32_t u);
-KRL_API void KRL_blk_Liir1_shlLU_strict(float *dst, const float *x, const float *coef, krl_iir1_state *state, uint32_t u);
+KRL_API void KRL_blk_Liir1_shlLU_strict(float *dst, const float *x, const float *coef, krl_iir1_state *state,
+                                        uint32_t u);
 KRL_API void KRL_blk_Liir1_shlLU_setup(krl_iir1_state *state);
 KRL_API void KRL_blk_Liir1_shlLU_set_coef(const float *coef);
 
@@ -96,12 +99,13 @@ KRL_API void KRL_blk_Liir2df1L_set_coef(const float *coef);
  *
  * Coefficients c0..c4; s0, s1 is the state before the sample, s0', s1' after it. _setup zeroes the state.
  *
- *   ssv1:  y = 2 * fma(-c0, x, s0 + s1)   s0' = fma(c3, s0, fma(c1, x, -(c4 * s1)))   s1' = fma(c2, x, fma(c3, s1, c4 * s0))
- *   ssv2:  y = 2 * fma(-c0, x, s0)        s0' = fma(c1, x, fma(c3, s0, s1))           s1' as ssv1
- *   ssv3:  y = 2 * fma(-c0, x, s0)        s0' = fma(c1, x, fma(c3, s0, s1 / 16))      s1' as ssv1
+ *   ssv1:  y = 2 * fma(-c0, x, s0 + s1)   s0' = fma(c3, s0, fma(c1, x, -(c4 * s1)))
+ *   ssv2:  y = 2 * fma(-c0, x, s0)        s0' = fma(c1, x, fma(c3, s0, s1))
+ *   ssv3:  y = 2 * fma(-c0, x, s0)        s0' = fma(c1, x, fma(c3, s0, s1 / 16))
+ *   all:   s1' = fma(c2, x, fma(c3, s1, c4 * s0))
  *
- * ssv1 is the coupled (rotation) form: its poles are c3 +- j c4, evenly fine everywhere in the unit circle. The poles of
- * ssv2 are c3 +- sqrt(c4), those of ssv3 c3 +- sqrt(c4) / 4, with c4 < 0 for a complex pair; stable inside the unit circle.
+ * ssv1 is the coupled (rotation) form: its poles are c3 +- j c4, evenly fine everywhere in the unit circle. The poles
+ * of ssv2 are c3 +- sqrt(c4), those of ssv3 c3 +- sqrt(c4) / 4, with c4 < 0 for a complex pair.
  */
 
 typedef struct krl_iir2ss_state {
@@ -172,8 +176,8 @@ KRL_API void KRL_blk_Liir2ssv3L_inplace_set_coef(const float *coef);
  */
 KRL_API void KRL_blk_Liir2ssv3aLU_inplace(float *const *blocks, const float *coef, krl_iir2ss_state *const *states,
                                           uint32_t u);
-KRL_API void KRL_blk_Liir2ssv3aLU_inplace_strict(float *const *blocks, const float *coef, krl_iir2ss_state *const *states,
-                                                 uint32_t u);
+KRL_API void KRL_blk_Liir2ssv3aLU_inplace_strict(float *const *blocks, const float *coef,
+                                                 krl_iir2ss_state *const *states, uint32_t u);
 KRL_API void KRL_blk_Liir2ssv3aLU_inplace_setup(krl_iir2ss_state *state);
 KRL_API void KRL_blk_Liir2ssv3aLU_inplace_set_coef(const float *coef);
 
@@ -202,9 +206,10 @@ KRL_API void KRL_blk_Lfir3L_set_coef(const float *coef);
 
 /** Coefficients h[0..u-1]: y[n] = sum over k < u of h[k] * x[n-k].
  *
- * state holds the u - 1 previous inputs, oldest first; _setup zeroes them (and touches nothing for u <= 1). u = 0 writes
- * zeros. Each product is accumulated with an fma: tap k goes to one of two sums by (k mod 8 + k / 8) mod 2, taps in the
- * order of k mod 8, then k; the two sums are added last. The error is below (u / 2 + 2) * 2^-24 * sum of |h[k] * x[n-k]|.
+ * state holds the u - 1 previous inputs, oldest first; _setup zeroes them (and touches nothing for u <= 1). u = 0
+ * writes zeros. Each product is accumulated with an fma: tap k goes to one of two sums by (k mod 8 + k / 8) mod 2, taps
+ * in the order of k mod 8, then k; the two sums are added last. The error is below (u / 2 + 2) * 2^-24 times
+ * the sum of |h[k] * x[n-k]|.
  */
 KRL_API void krl_blk_LfirUL_flex(float *dst, const float *x, uint32_t u, const float *coef, float *state);
 KRL_API void KRL_blk_LfirUL_strict(float *dst, const float *x, uint32_t u, const float *coef, float *state);
@@ -225,12 +230,13 @@ typedef struct krl_envelope_state {
  * falling one the smaller: attack and decay without a branch. Feed it magnitudes. _setup sets e to 0.
  */
 KRL_API void krl_blk_Lattack_decay_iir1L_flex(float *dst, const float *x, const float *coef, krl_envelope_state *state);
-KRL_API void KRL_blk_Lattack_decay_iir1L_strict(float *dst, const float *x, const float *coef, krl_envelope_state *state);
+KRL_API void KRL_blk_Lattack_decay_iir1L_strict(float *dst, const float *x, const float *coef,
+                                                krl_envelope_state *state);
 KRL_API void KRL_blk_Lattack_decay_iir1L_setup(krl_envelope_state *state);
 KRL_API void KRL_blk_Lattack_decay_iir1L_set_coef(const float *coef);
 
-/** blk_Lattack_decay_iir1L with a floor: coefficients k0, k1, kp; after the two updates e = maxNum(e, x * kp), in double, so
- * that the envelope never lies below kp times the input.
+/** blk_Lattack_decay_iir1L with a floor: coefficients k0, k1, kp; after the two updates e = maxNum(e, x * kp), in
+ * double, so that the envelope never lies below kp times the input.
  */
 KRL_API void krl_blk_Lattack_decay_peak_iir1L_flex(float *dst, const float *x, const float *coef,
                                                    krl_envelope_state *state);
@@ -273,23 +279,23 @@ typedef struct krl_crossfade_state {
     uint32_t len; /* entries in the window */
 } krl_crossfade_state;
 
-/** dst[i] = g * x[i] with g = fma(window[len-1 - (pos+i)], a, b * window[pos+i]); with a rising window the gain moves from a
- * to b in len samples. Then pos advances by 32 and starts again at 0 when it reaches len.
+/** dst[i] = g * x[i] with g = fma(window[len-1 - (pos+i)], a, b * window[pos+i]): with a rising window the gain moves
+ * from a to b in len samples. Then pos advances by 32 and starts again at 0 when it reaches len.
  *
- * len is a multiple of 32, at least 32. With another len the position is held at the last entry of the window instead of
- * running past it (a window of no entries counts as zeros), so nothing outside the window is read.
- * _setup sets pos to 0 and keeps len; the window is not kept, it comes with each call.
+ * len is a multiple of 32, at least 32. With another len the position is held at the last entry of the window instead
+ * of running past it (a window of no entries counts as zeros), so nothing outside the window is read. _setup sets pos
+ * to 0 and keeps len; the window is not kept, it comes with each call.
  */
 KRL_API void krl_blk_Lcrossfade_gainLS_flex(float *dst, krl_crossfade_state *state, const float *x, const float *window,
                                             float a, float b);
-KRL_API void KRL_blk_Lcrossfade_gainLS_strict(float *dst, krl_crossfade_state *state, const float *x, const float *window,
-                                              float a, float b);
+KRL_API void KRL_blk_Lcrossfade_gainLS_strict(float *dst, krl_crossfade_state *state, const float *x,
+                                              const float *window, float a, float b);
 KRL_API void KRL_blk_Lcrossfade_gainLS_setup(krl_crossfade_state *state, const float *window, uint32_t len);
 
 /* ---- delay line ------------------------------------------------------------------------------------------------- *
  *
- * A ring of len samples, a multiple of 32, followed by a guard of 32 samples that mirrors the first block of the ring: a
- * read that starts near the end of the ring goes on in the guard, so no read wraps.
+ * A ring of len samples, a multiple of 32, followed by a guard of 32 samples that mirrors the first block of the ring:
+ * a read that starts near the end of the ring goes on in the guard, so no read wraps.
  */
 
 typedef struct krl_delay_state {
@@ -298,8 +304,8 @@ typedef struct krl_delay_state {
     float *buf;   /* len + 32 samples, owned by the caller */
 } krl_delay_state;
 
-/** len = max_delay rounded up to a multiple of 32, plus 32; pos = 0. buf holds len + 32 floats and is not touched: clear
- * it with blk_delay_clear where silence has to precede the first block. max_delay above 2^32 - 64 counts as 2^32 - 64.
+/** len = max_delay rounded up to a multiple of 32, plus 32; pos = 0. buf holds len + 32 floats and is not touched:
+ * clear it with blk_delay_clear where silence has to precede the first block. max_delay above 2^32 - 64 counts as 2^32 - 64.
  */
 KRL_API void krl_blk_delay_setup_flex(krl_delay_state *state, float *buf, uint32_t max_delay);
 KRL_API void KRL_blk_delay_setup_strict(krl_delay_state *state, float *buf, uint32_t max_delay);
@@ -320,8 +326,8 @@ KRL_API const float *KRL_blk_refLdelayU(const krl_delay_state *state, uint32_t d
 /** Zeroes backwards: the n samples before end, or those from buf to end when there are fewer.
  *
  * A null end means the end of the guard, buf + len + 32; an end behind that counts as the same, one in front of buf as
- * buf. Returns end - n, the end for the next call, or null when n reached in front of buf: a long line can be cleared in
- * pieces. n = len + 32 from a null end clears the whole line and returns buf.
+ * buf. Returns end - n, the end for the next call, or null when n reached in front of buf: a long line can be cleared
+ * in pieces. n = len + 32 from a null end clears the whole line and returns buf.
  */
 KRL_API float *krl_blk_delay_clear_flex(krl_delay_state *state, float *end, uint32_t n);
 KRL_API float *KRL_blk_delay_clear_strict(krl_delay_state *state, float *end, uint32_t n);

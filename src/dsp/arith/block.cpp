@@ -2,6 +2,7 @@
 
 #include "dsp/core/block_map.h"
 #include "dsp/core/exp2.h"
+#include "dsp/core/order.h"
 
 using namespace krl;
 
@@ -12,11 +13,12 @@ auto minimum = [](auto a, auto b) { return min_num(a, b); };
 auto maximum_of_three = [](auto a, auto b, auto c) { return max_num(max_num(a, b), c); };
 auto minimum_of_three = [](auto a, auto b, auto c) { return min_num(min_num(a, b), c); };
 
-auto clip_to = [](const float* limits) {
-    return [low = limits[0], high = limits[1]]<class V>(V x) {
-        return min_num(max_num(x, splat<V>(low)), splat<V>(high));
-    };
-};
+template <class access> KRL_INLINE void clip(float* dst, float low, float high, const float* x) {
+    if (quick_is_exact_within(low, high))
+        map_block<access>(dst, [=]<class V>(V v) { return min_quick(max_quick(v, splat<V>(low)), splat<V>(high)); }, x);
+    else
+        map_block<access>(dst, [=]<class V>(V v) { return min_num(max_num(v, splat<V>(low)), splat<V>(high)); }, x);
+}
 auto pick_greater = [](const float* values) {
     return [yes = values[0], no = values[1]]<class V>(V a, V b) { return select(a > b, splat<V>(yes), splat<V>(no)); };
 };
@@ -43,10 +45,11 @@ KRL_PAIR(void, krl_blk_LabsL_flex, KRL_blk_LabsL_strict, (float* dst, const floa
          map_block<access>(dst, [](auto v) { return abs(v); }, x);)
 
 KRL_PAIR(void, krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (float* dst, const float* lim, const float* x),
-         map_block<access>(dst, clip_to(lim), x);)
+         clip<access>(dst, lim[0], lim[1], x);)
 
 KRL_PAIR(void, krl_blk_LcmpLL_flex, KRL_blk_LcmpLL_strict,
-         (float* dst, const float* val, const float* a, const float* b), map_block<access>(dst, pick_greater(val), a, b);)
+         (float* dst, const float* val, const float* a, const float* b),
+         map_block<access>(dst, pick_greater(val), a, b);)
 
 KRL_PAIR(void, krl_blk_Lconst_flex, KRL_blk_Lconst_strict, (float* dst, float c),
          map_block<access>(dst, [c] { return splat<f32v>(c); });)

@@ -9,7 +9,8 @@ using namespace krl;
 namespace {
 
 template <class access>
-KRL_INLINE void crossfade(float* dst, krl_crossfade_state* state, const float* x, const float* window, float a, float b) {
+KRL_INLINE void crossfade(float* dst, krl_crossfade_state* state, const float* x, const float* window, float a,
+                          float b) {
     const uint32_t pos = state->pos, len = state->len;
     block y;
     auto fade = [&](auto rising, auto falling, const float* at) {

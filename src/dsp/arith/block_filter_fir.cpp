@@ -8,7 +8,8 @@ using namespace krl;
 namespace {
 
 // The block a few samples late: what is missing in front of it comes from the state.
-template <class access> KRL_INLINE void run_two_taps(float* dst, const float* x, const float* h, krl_fir2_state* state) {
+template <class access>
+KRL_INLINE void run_two_taps(float* dst, const float* x, const float* h, krl_fir2_state* state) {
     const float h0 = h[0], h1 = h[1];
     const krl_fir2_state next = {x[block_length - 1]};
     block y;
@@ -43,27 +44,53 @@ KRL_INLINE void run_three_taps(float* dst, const float* x, const float* h, krl_f
 // A filter of any number of taps, in lanes of consecutive outputs.
 //
 // Tap k needs the 32 inputs that start k samples in front of the block. Taps that are 8 apart need the same lanes, one
-// place on: so the taps are taken by their residue modulo 8, and within a residue each further tap loads eight inputs and
-// reuses the other 24 from registers. Lanes never mix inputs from the state and from the block except the first eight of
-// each residue, which are read from a seam of the last eight old inputs and the first eight new ones.
+// place on: so the taps are taken by their residue modulo 8, and within a residue each further tap loads eight inputs
+// from the state and reuses the other 24 from registers. Only the first eight inputs of a residue lie partly in the
+// state and partly in the block: they are those of the residue before with one more old input shifted in.
 //
-// Successive taps alternate between two sums, which keeps enough independent chains in flight to hide the latency of fma.
+// Successive taps alternate between two sums, which keeps enough independent chains in flight to hide the latency of
+// fma.
 constexpr int stride = 8;
 constexpr int step = stride / lanes<f32v>; // groups that a further tap moves on by
 
-template <class access> KRL_INLINE void run_taps(float* dst, const float* x, uint32_t taps, const float* h, float* state) {
+// to[0..n-1] = from[0..n-1]; from is apart from to or at least a lane vector ahead of it. Most filters are too short
+// for a call of memmove to pay.
+KRL_INLINE void copy_down(float* to, const float* from, size_t n) {
+    if (n >= lanes<f32v>) {
+        for (size_t i = 0; i + lanes<f32v> < n; i += lanes<f32v>)
+            store(to + i, load<f32v>(from + i));
+        store(to + n - lanes<f32v>, load<f32v>(from + n - lanes<f32v>));
+    } else if (n >= 4) {
+        const f32x4 first = load<f32x4>(from), last = load<f32x4>(from + n - 4);
+        store(to, first);
+        store(to + n - 4, last);
+    } else if (n > 0) {
+        const float first = from[0], middle = from[n / 2], last = from[n - 1];
+        to[0] = first, to[n / 2] = middle, to[n - 1] = last;
+    }
+}
+
+// The state keeps the last `count` of its inputs and those of the block, oldest first.
+KRL_INLINE void keep_inputs(float* state, size_t count, const float* x) {
+    const size_t kept = count > block_length ? count - block_length : 0;
+    copy_down(state, state + block_length, kept);
+    copy_down(state + kept, x + block_length - (count - kept), count - kept);
+}
+
+template <class access>
+KRL_INLINE void run_taps(float* dst, const float* x, uint32_t taps, const float* h, float* state) {
     const size_t old = taps - 1; // inputs in the state
-    alignas(32) float seam[2 * stride] = {};
-    const size_t in_seam = old < stride ? old : stride;
-    std::memcpy(seam + stride - in_seam, state + old - in_seam, in_seam * sizeof(float));
-    std::memcpy(seam + stride, x, stride * sizeof(float));
+    f32v front[step];
+#pragma GCC unroll 8
+    for (int g = 0; g < step; g++)
+        front[g] = access::template load<f32v>(x + g * lanes<f32v>);
 
     block even = {}, odd = {};
-    auto add_residue = [&](size_t residue, block& first, block& second) {
+    auto add_residue = [&](size_t residue, block& first, block& second) __attribute__((always_inline)) {
         f32v window[block::groups];
 #pragma GCC unroll 8
         for (int g = 0; g < block::groups; g++)
-            window[g] = load<f32v>((g < step ? seam + stride : x) + g * lanes<f32v> - residue);
+            window[g] = g < step ? front[g] : load<f32v>(x + g * lanes<f32v> - residue);
         auto add_tap = [&](size_t k, block& sum) {
             const f32v gain = splat<f32v>(h[k]);
 #pragma GCC unroll 8
@@ -91,21 +118,23 @@ template <class access> KRL_INLINE void run_taps(float* dst, const float* x, uin
             add_tap(k, second);
         }
     };
-    for (size_t residue = 0; residue < stride && residue < taps; residue += 2) {
-        add_residue(residue, even, odd);
-        if (residue + 1 < taps)
-            add_residue(residue + 1, odd, even);
-    }
-
-    // The state keeps the last inputs, oldest first.
-    const size_t kept = old > block_length ? old - block_length : 0;
-    std::memmove(state, state + old - kept, kept * sizeof(float));
-    std::memcpy(state + kept, x + block_length - (old - kept), (old - kept) * sizeof(float));
-
+    auto shift_front = [&](size_t residue) __attribute__((always_inline)) {
 #pragma GCC unroll 8
-    for (int g = 0; g < block::groups; g++)
-        even.group[g] = even.group[g] + odd.group[g];
-    store_block<access>(dst, even);
+        for (int g = step - 1; g > 0; g--)
+            front[g] = shift_in(front[g], front[g - 1][lanes<f32v> - 1]);
+        front[0] = shift_in(front[0], state[old - residue]);
+    };
+    for (size_t residue = 0; residue < stride && residue < taps; residue += 2) {
+        if (residue > 0)
+            shift_front(residue);
+        add_residue(residue, even, odd);
+        if (residue + 1 < taps) {
+            shift_front(residue + 1);
+            add_residue(residue + 1, odd, even);
+        }
+    }
+    keep_inputs(state, old, x);
+    store_block<access>(dst, combined([](f32v a, f32v b) { return a + b; }, even, odd));
 }
 
 } // namespace

@@ -21,51 +21,72 @@ auto mix_scaled = [](const float* g, uint32_t u) {
 auto multiply_by = [](float gain) { return [gain](auto x) { return x * gain; }; };
 
 // acc + gain * x
-KRL_INLINE block accumulated(block acc, float gain, const float* x) {
+KRL_INLINE block accumulated(const block& acc, float gain, const float* x) {
+    block r;
 #pragma GCC unroll 8
     for (int g = 0; g < block::groups; g++)
-        acc.group[g] = fma(flex::load<f32v>(x + g * lanes<f32v>), splat<f32v>(gain), acc.group[g]);
-    return acc;
+        r.group[g] = fma(flex::load<f32v>(x + g * lanes<f32v>), splat<f32v>(gain), acc.group[g]);
+    return r;
 }
 
-void mix_listed(float* dst, const float* g, uint32_t n, va_list inputs) {
-    block sum = {};
-    if (n > 0) {
-        const uint32_t first = (n - 1) % 4 + 1;
-        const float* x[4];
-        for (uint32_t j = 0; j < first; j++)
-            x[j] = va_arg(inputs, const float*);
-        sum = mapped<flex>(multiply_by(g[first - 1]), x[first - 1]);
-        for (uint32_t j = first - 1; j-- > 0;)
-            sum = accumulated(sum, g[j], x[j]);
-        for (uint32_t j = first; j < n; j++)
-            sum = accumulated(sum, g[j], va_arg(inputs, const float*));
+// The block pointers of a variable argument list.
+class listed_inputs {
+public:
+    explicit listed_inputs(va_list& list) : list_(list) {}
+    KRL_INLINE const float* next() { return va_arg(list_, const float*); }
+
+private:
+    va_list& list_;
+};
+
+// The first one to four inputs, from the last of them to the first; `count` comes back as how many there were.
+KRL_INLINE block first_group(const float* g, uint32_t n, uint32_t& count, listed_inputs& inputs) {
+    count = (n - 1) % 4 + 1;
+    const float* const x0 = inputs.next();
+    if (count == 1)
+        return mapped<flex>(mix(g), x0);
+    const float* const x1 = inputs.next();
+    if (count == 2)
+        return mapped<flex>(mix(g), x0, x1);
+    const float* const x2 = inputs.next();
+    if (count == 3)
+        return mapped<flex>(mix(g), x0, x1, x2);
+    return mapped<flex>(mix(g), x0, x1, x2, inputs.next());
+}
+
+KRL_INLINE void mix_listed(float* dst, const float* g, uint32_t n, va_list& list) {
+    if (n == 0)
+        return store_block<flex>(dst, block{});
+    listed_inputs inputs(list);
+    uint32_t j;
+    block sum = first_group(g, n, j, inputs);
+    for (; j < n; j += 4) {
+        sum = accumulated(sum, g[j], inputs.next());
+        sum = accumulated(sum, g[j + 1], inputs.next());
+        sum = accumulated(sum, g[j + 2], inputs.next());
+        sum = accumulated(sum, g[j + 3], inputs.next());
     }
     store_block<flex>(dst, sum);
 }
 
-void mix_listed_scaled(float* dst, const float* g, uint32_t u, uint32_t n, const float* x0, va_list inputs) {
-    block sum = {};
-    if (n > 0) {
-        const float scale = exp2_int(static_cast<int32_t>(u));
-        sum = mapped<flex>(multiply_by(g[0] * scale), x0);
-        for (uint32_t j = 1; j < n; j++)
-            sum = accumulated(sum, g[j] * scale, va_arg(inputs, const float*));
-    }
-    store_block<flex>(dst, sum);
-}
-
-void mix_array_scaled(float* dst, const float* g, uint32_t n, const float* x, uint32_t u) {
-    block sum = {};
-    if (n > 0) {
-        sum = mapped<flex>(multiply_by(g[0]), x);
-        for (uint32_t j = 1; j < n; j++)
-            sum = accumulated(sum, g[j], x + size_t{block_length} * j);
-    }
+KRL_INLINE void mix_listed_scaled(float* dst, const float* g, uint32_t u, uint32_t n, const float* x0, va_list& list) {
+    if (n == 0)
+        return store_block<flex>(dst, block{});
+    listed_inputs inputs(list);
     const float scale = exp2_int(static_cast<int32_t>(u));
-    for (f32v& group : sum.group)
-        group = group * scale;
+    block sum = mapped<flex>(multiply_by(g[0] * scale), x0);
+    for (uint32_t j = 1; j < n; j++)
+        sum = accumulated(sum, g[j] * scale, inputs.next());
     store_block<flex>(dst, sum);
+}
+
+KRL_INLINE void mix_array_scaled(float* dst, const float* g, uint32_t n, const float* x, uint32_t u) {
+    if (n == 0)
+        return store_block<flex>(dst, block{});
+    block sum = mapped<flex>(multiply_by(g[0]), x);
+    for (uint32_t j = 1; j < n; j++)
+        sum = accumulated(sum, g[j], x + size_t{block_length} * j);
+    store_block<flex>(dst, combined(multiply_by(exp2_int(static_cast<int32_t>(u))), sum));
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 // Recursions over a block: the one loop over samples that depend on each other.
 //
-// A recursion is a step, called as step(state, x...) for one sample of each source; it moves the state on and returns the
-// output. The driver works on a copy of the state, so that it lives in registers, and on copies of the sources, so that a
-// destination may overlap them. What a step computes without the state stays off the critical path by itself: the
-// processor runs ahead to it while the recursion waits for its own last result.
+// A recursion is a step, called as step(state, x...) for one sample of each source; it moves the state on and returns
+// the output. The driver works on a copy of the state, so that it lives in registers, and on copies of the sources, so
+// that a destination may overlap them. What a step computes without the state stays off the critical path by itself:
+// the processor runs ahead to it while the recursion waits for its own last result.
 #pragma once
 
 #include "dsp/core/block_map.h"

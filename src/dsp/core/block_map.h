@@ -30,6 +30,15 @@ template <class access, class F, class... P> KRL_INLINE block mapped(F f, const 
     return result;
 }
 
+// f(b[i]...) for blocks in registers.
+template <class F, class... B> KRL_INLINE block combined(F f, const B&... b) {
+    block result;
+#pragma GCC unroll 8
+    for (int g = 0; g < block::groups; g++)
+        result.group[g] = f(b.group[g]...);
+    return result;
+}
+
 // dst[i] = f(src[i]...)
 template <class access, class F, class... P> KRL_INLINE void map_block(float* dst, F f, const P*... src) {
     store_block<access>(dst, mapped<access>(f, src...));
@@ -40,7 +49,8 @@ template <class access, class F> KRL_INLINE void map_block_pair(float* a, float*
     block first, second;
 #pragma GCC unroll 8
     for (int g = 0; g < block::groups; g++) {
-        const auto r = f(access::template load<f32v>(a + g * lanes<f32v>), access::template load<f32v>(b + g * lanes<f32v>));
+        const auto r =
+            f(access::template load<f32v>(a + g * lanes<f32v>), access::template load<f32v>(b + g * lanes<f32v>));
         first.group[g] = r.a, second.group[g] = r.b;
     }
     store_block<access>(a, first);

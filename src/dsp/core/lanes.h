@@ -90,18 +90,16 @@ template <class V> KRL_INLINE V in_register(V v) {
     return v;
 }
 
-// A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
+// Spelled out, because loops over lanes reach the vectorizer, which may build the vector through memory.
 template <class V> KRL_INLINE V splat(element_of<V> x) {
-    if constexpr (lanes<V> == 1) {
+    if constexpr (lanes<V> == 1)
         return x;
-    } else {
-        if constexpr (lanes<V> == 2)
-            return V{x, x};
-        else if constexpr (lanes<V> == 4)
-            return V{x, x, x, x};
-        else
-            return V{x, x, x, x, x, x, x, x};
-    }
+    else if constexpr (lanes<V> == 2)
+        return V{x, x};
+    else if constexpr (lanes<V> == 4)
+        return V{x, x, x, x};
+    else
+        return V{x, x, x, x, x, x, x, x};
 }
 
 // ---- bits -----------------------------------------------------------------------------------------------------------
@@ -301,9 +299,9 @@ template <class V> KRL_INLINE V max_num(V a, V b) {
     else if constexpr (lanes<V> == 1)
         return max_num(f64x2{a}, f64x2{b})[0];
     else {
-        V p = detail::pick_max(a, b), q = detail::pick_max(b, a);
-        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_and(p, q));
-        return detail::pick(bit_cast<V>(a != a), b, r);
+        using M = typename lane_traits<V>::mask;
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::pick_max(a, b));
+        return bit_cast<V>(bit_cast<M>(r) & ~((a == b) & ~bit_cast<M>(a))); // equal: a and b
     }
 }
 template <class V> KRL_INLINE V min_num(V a, V b) {
@@ -312,9 +310,9 @@ template <class V> KRL_INLINE V min_num(V a, V b) {
     else if constexpr (lanes<V> == 1)
         return min_num(f64x2{a}, f64x2{b})[0];
     else {
-        V p = detail::pick_min(a, b), q = detail::pick_min(b, a);
-        V r = detail::pick(bit_cast<V>(b != b), a, detail::bit_or(p, q));
-        return detail::pick(bit_cast<V>(a != a), b, r);
+        using M = typename lane_traits<V>::mask;
+        V r = detail::pick(bit_cast<V>(b != b), a, detail::pick_min(a, b));
+        return bit_cast<V>(bit_cast<M>(r) | ((a == b) & bit_cast<M>(a))); // equal: a or b
     }
 }
 #endif
@@ -436,8 +434,7 @@ KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, 
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
-    v[0] = first;
-    return v;
+    return __builtin_shufflevector(v, splat<f32x4>(first), 4, 1, 2, 3);
 }
 // Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
@@ -499,8 +496,7 @@ KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
-    v[0] = first;
-    return v;
+    return _mm256_blend_ps(v, splat<f32x8>(first), 1);
 }
 #endif
 
@@ -570,13 +566,35 @@ KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
 }
 #endif
 
-// Lanes from a table in groups of four: four values of a, four of b, and so on.
-template <class V> KRL_INLINE lane_pair<V> load_groups(const float* p) {
+// Complex samples of a in order and of b backwards in alternation, and back: two shuffles a vector also where the halves of
+// vectors lie apart.
+KRL_INLINE lane_pair<f32x4> interleave_backwards(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 6, 7), __builtin_shufflevector(a, b, 2, 3, 4, 5)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave_backwards(f32x4 lo, f32x4 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5), __builtin_shufflevector(lo, hi, 6, 7, 2, 3)};
+}
+#if KRL_LANES == 8
+KRL_INLINE lane_pair<f32x8> interleave_backwards(f32x8 a, f32x8 b) {
+    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7);
+    b = __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1);
+    return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 4, 5, 12, 13),
+            __builtin_shufflevector(a, b, 2, 3, 10, 11, 6, 7, 14, 15)};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_backwards(f32x8 lo, f32x8 hi) {
+    const f32x8 a = __builtin_shufflevector(lo, hi, 0, 1, 8, 9, 4, 5, 12, 13);
+    const f32x8 b = __builtin_shufflevector(lo, hi, 2, 3, 10, 11, 6, 7, 14, 15);
+    return {__builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7), __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1)};
+}
+#endif
+
+// Lanes from a table in groups of four: four values of a, four of b, and so on; groups start `stride` floats apart.
+template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const float* p) {
     if constexpr (lanes<V> == 4)
         return {load<V>(p), load<V>(p + 4)};
     else
-        return {__builtin_shufflevector(load<V>(p), load<V>(p + 8), 0, 1, 2, 3, 8, 9, 10, 11),
-                __builtin_shufflevector(load<V>(p), load<V>(p + 8), 4, 5, 6, 7, 12, 13, 14, 15)};
+        return {__builtin_shufflevector(load<V>(p), load<V>(p + stride), 0, 1, 2, 3, 8, 9, 10, 11),
+                __builtin_shufflevector(load<V>(p), load<V>(p + stride), 4, 5, 6, 7, 12, 13, 14, 15)};
 }
 
 // Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
@@ -609,6 +627,31 @@ template <class W> KRL_INLINE W quads(const f32x8* v, int i) {
     else
         return i == 0 ? _mm256_castps256_ps128(v[0]) : _mm256_extractf128_ps(v[0], 1);
 }
+#endif
+
+// ---- two four-lane vectors side by side -------------------------------------------------------------------------------
+//
+// For data that comes in groups of four lanes: two of them in one step, in one register where the target has eight lanes.
+
+#if KRL_LANES == 8
+using f32x4x2 = f32x8;
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
+#else
+struct f32x4x2 { f32x4 a, b; };
+template <> struct lane_traits<f32x4x2> { using element = float; static constexpr int count = 8; };
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return {a, b}; }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return v.a; }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return v.b; }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return {v.b, v.a}; }
+KRL_INLINE f32x4x2 operator*(f32x4x2 x, f32x4x2 y) { return {x.a * y.a, x.b * y.b}; }
+KRL_INLINE f32x4x2 mul_add(f32x4x2 x, f32x4x2 y, f32x4x2 z) { return {mul_add(x.a, y.a, z.a), mul_add(x.b, y.b, z.b)}; }
+KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
+    return {mul_sub_from(x.a, y.a, z.a), mul_sub_from(x.b, y.b, z.b)};
+}
+KRL_INLINE f32x4x2 reverse(f32x4x2 v) { return {reverse(v.b), reverse(v.a)}; }
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
