@@ -15,8 +15,7 @@ namespace {
 
 constexpr double pi = std::numbers::pi;
 
-// ---- tables
-// -----------------------------------------------------------------------------------------------------------
+// ---- tables --------------------------------------------------------------------------------------------------------
 
 struct TwiddleTable {
     std::string name;
@@ -59,8 +58,7 @@ TEST(DctTwiddles, All248TablesHoldTheirFormulaToTheBitOn16Bytes) {
     }
 }
 
-// ---- DCT-II and DCT-III
-// -----------------------------------------------------------------------------------------------
+// ---- DCT-II and DCT-III --------------------------------------------------------------------------------------------
 
 struct Transform {
     const char* name;
@@ -160,8 +158,7 @@ TEST(DctPair, ScaledThirdOfUnscaledSecondGivesHalfTheInput) {
         EXPECT_NEAR(out[i], x[i] / 2, 3e-7);
 }
 
-// ---- DCT-IV steps
-// -----------------------------------------------------------------------------------------------------
+// ---- DCT-IV steps --------------------------------------------------------------------------------------------------
 
 // Pre-twiddle, FFT and post-twiddle with one table of eighth-turn offsets make the DCT-IV of 2N samples.
 TEST(Dct4, StepsAroundAnFftMakeTheDctIv) {

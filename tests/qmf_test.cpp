@@ -18,8 +18,7 @@ namespace {
 using Rows = std::vector<std::vector<float>>;
 constexpr double pi = std::numbers::pi;
 
-// ---- both families through one interface, in memory of exactly the stated size
-// -----------------------------------------
+// ---- both families through one interface, in memory of exactly the stated size -------------------------------------
 
 struct Family {
     const char* name;
@@ -205,8 +204,7 @@ struct Synthesis {
     krl_qmf_synthesis* handle;
 };
 
-// ---- signals and designs
-// ----------------------------------------------------------------------------------------------
+// ---- signals and designs -------------------------------------------------------------------------------------------
 
 struct Design {
     std::string name;
@@ -260,8 +258,7 @@ void expect_same_rows(const Rows& a, const Rows& b) {
         ASSERT_TRUE(bit_equal(a[s], b[s], b[s].size())) << "slot " << s;
 }
 
-// ---- every configuration
-// ----------------------------------------------------------------------------------------------
+// ---- every configuration -------------------------------------------------------------------------------------------
 
 struct Configuration {
     uint32_t M, P, mode;
@@ -340,8 +337,7 @@ TEST_P(Qmf, HeadroomFormOfHalvedSubbandsGivesTheSameBits) {
     EXPECT_BITS_EQ(headroom, plain, plain.size());
 }
 
-// ---- reconstruction
-// ---------------------------------------------------------------------------------------------------
+// ---- reconstruction ------------------------------------------------------------------------------------------------
 
 class QmfDesignTest : public testing::TestWithParam<Design> {};
 INSTANTIATE_TEST_SUITE_P(Designs, QmfDesignTest, testing::ValuesIn(designs()),
@@ -383,8 +379,7 @@ TEST_P(QmfDesignTest, SynthesisUndoesAnalysisWithUnitGainAtTheStatedDelay) {
     }
 }
 
-// ---- state
-// ------------------------------------------------------------------------------------------------------------
+// ---- state ---------------------------------------------------------------------------------------------------------
 
 TEST(QmfState, DelaysAreThoseOfTheFormulas) {
     const auto check = [](uint32_t M, uint32_t P, uint32_t analysis, uint32_t synthesis) {
@@ -510,12 +505,14 @@ TEST(QmfState, NanLeavesAfterThePrototypesLength) {
 
 TEST(QmfReconfig, GivesTheBitsOfAFreshBankInTheSameMemory) {
     for (const Family* family : {&L, &S}) {
+        std::vector<std::unique_ptr<std::vector<float>>> tables; // the bank does not copy its prototype
         Analysis bank({64, 5, 0, &design(64, 5).analysis, family}, 64);
         for (const auto& [M, P, mode] : configurations()) {
             if (family == &S && M == 48)
                 continue;
-            const auto table = Random(M).vector(2 * P * M);
-            bank.real(noise(bank.setup.M, 5)); // history that must not shine through
+            tables.push_back(std::make_unique<std::vector<float>>(Random(M).vector(2 * P * M)));
+            const auto& table = *tables.back();
+            bank.real(noise(bank.setup.M, 6)); // history that must not shine through
             family->set_analysis_increment(bank.handle, 7);
             ASSERT_EQ(family->reconfig(bank.handle, M, 3, mode, P, table.data()), 0);
             bank.setup = {M, P, mode, &table, family, 3};
@@ -527,8 +524,7 @@ TEST(QmfReconfig, GivesTheBitsOfAFreshBankInTheSameMemory) {
     }
 }
 
-// ---- refusals
-// ---------------------------------------------------------------------------------------------------------
+// ---- refusals ------------------------------------------------------------------------------------------------------
 
 TEST(QmfRefusal, HostileParametersTouchNothing) {
     const auto table = noise(64, 10);
@@ -618,8 +614,7 @@ TEST(QmfMemory, QueriesAnswerTheStatedSizes) {
     }
 }
 
-// ---- modulation steps and tables
-// --------------------------------------------------------------------------------------
+// ---- modulation steps and tables -----------------------------------------------------------------------------------
 
 TEST(QmfModulation, RealStepsEqualTheirSums) {
     for (uint32_t M : {8u, 16u, 24u, 32u, 48u, 64u, 96u, 120u}) {

@@ -7,8 +7,7 @@ using namespace krl;
 
 namespace {
 
-// ---- complex vectors in interleaved memory
-// ----------------------------------------------------------------------------
+// ---- complex vectors in interleaved memory -------------------------------------------------------------------------
 
 template <class V>
 struct complex_lanes {
@@ -50,8 +49,7 @@ KRL_INLINE void store_backwards(float* p, V v) {
     store(p - (lanes<V> - 1), krl::reverse(v));
 }
 
-// ---- the steps of the transforms
-// --------------------------------------------------------------------------------------
+// ---- the steps of the transforms -----------------------------------------------------------------------------------
 
 constexpr uint32_t in_place_limit = 2048;
 

@@ -171,8 +171,7 @@ void unload_state(const krl_qmf_analysis* analysis, float* dst) {
 
 } // namespace
 
-// ---- L family
-// ---------------------------------------------------------------------------------------------------------
+// ---- L family ------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_analysisL_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                      uint32_t* instance_bytes) {
@@ -209,8 +208,7 @@ void KRL_CLqmf_analysisL(krl_qmf_analysis* analysis, float* const* out, const fl
 }
 void KRL_qmf_analysisL_close(krl_qmf_analysis*) {}
 
-// ---- S family
-// ---------------------------------------------------------------------------------------------------------
+// ---- S family ------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_analysisS_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                      uint32_t* instance_bytes) {

@@ -11,8 +11,7 @@ KRL_INLINE V load_backwards(const float* p) {
     return reverse(load<V>(p - (lanes<V> - 1)));
 }
 
-// ---- real sub-bands
-// ---------------------------------------------------------------------------------------------------
+// ---- real sub-bands ------------------------------------------------------------------------------------------------
 
 // 2M filter outputs to the M inputs of a DCT-III.
 void fold(float* t, const float* f, uint32_t M) {
@@ -43,8 +42,7 @@ bool is_supported(uint32_t M, const krl_fft_pair* pair, uint32_t fft_length) {
     return M != 0 && M % 8 == 0 && (pair || KRL_r4_cplx_fwd_unscaled(fft_length));
 }
 
-// ---- complex sub-bands
-// ------------------------------------------------------------------------------------------------
+// ---- complex sub-bands ---------------------------------------------------------------------------------------------
 
 constexpr uint32_t samples = lanes<f32v> / 2; // complex samples of a vector
 

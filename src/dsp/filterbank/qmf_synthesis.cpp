@@ -110,8 +110,7 @@ void copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other) {
 
 } // namespace
 
-// ---- L family
-// ---------------------------------------------------------------------------------------------------------
+// ---- L family ------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_synthesisL_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                       uint32_t* instance_bytes) {
@@ -142,8 +141,7 @@ void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* synthesis, float* out, con
 }
 void KRL_qmf_synthesisL_close(krl_qmf_synthesis*) {}
 
-// ---- S family
-// ---------------------------------------------------------------------------------------------------------
+// ---- S family ------------------------------------------------------------------------------------------------------
 
 uint32_t KRL_qmf_synthesisS_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes, uint32_t* scratch_bytes,
                                       uint32_t* instance_bytes) {
