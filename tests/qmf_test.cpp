@@ -708,7 +708,8 @@ TEST(QmfTables, HoldTheirFormulasToTheBit) {
     check("full", krl_cos_##M##_full, M, 0.5, 0.5, [](double m) { return pi * m / (2 * M); });                         \
     check("full_scl", krl_cos_##M##_full_scl, M, 0.5 / M, 0.5 / M, [](double m) { return pi * m / (2 * M); });
     ROTATIONS(8)
-    ROTATIONS(16) ROTATIONS(32) ROTATIONS(48) ROTATIONS(64)
+    ROTATIONS(16)
+    ROTATIONS(32) ROTATIONS(48) ROTATIONS(64)
         const auto odd = [](double ratio) { return [=](double m) { return pi * (2 * m + 1) * ratio; }; };
     check("64 full twiddle", krl_cos_64_full_twiddle, 32, 1, -1, odd(1.0 / 256));
     check("32 full twiddle", krl_cos_32_full_twiddle, 16, 1, -1, odd(1.0 / 128));
