@@ -75,8 +75,8 @@ template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
     store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
 }
 
-// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are the
-// bottleneck, this keeps it to one load.
+// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are
+// the bottleneck, this keeps it to one load.
 template <class V> KRL_INLINE V in_register(V v) {
 #if defined(KRL_X86_FMA)
     asm("" : "+x"(v));
@@ -84,6 +84,14 @@ template <class V> KRL_INLINE V in_register(V v) {
     asm("" : "+w"(v));
 #endif
     return v;
+}
+
+// A line that instructions are not scheduled across, for long straight-line code on targets where the compiler
+// schedules before it allocates registers: it would draw all loads to the front and spill them.
+KRL_INLINE void scheduling_barrier() {
+#if defined(KRL_NEON)
+    asm volatile("");
+#endif
 }
 
 // A subtraction from zero would lose the sign of zero, hence the explicit broadcast.
@@ -144,8 +152,8 @@ template <class V> KRL_INLINE V fma(V a, V b, V c) {
 }
 #endif
 
-// a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for algorithms
-// that leave the rounding open.
+// a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for
+// algorithms that leave the rounding open.
 #if defined(KRL_NEON)
 KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
 KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
@@ -312,9 +320,9 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
 #endif
 
-// Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the order
-// that costs least: lane i belongs to sample split_order<V>(i). The order is its own inverse, and it commutes with
-// reverse(): lanes - 1 - split_order(i) = split_order(lanes - 1 - i).
+// Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the
+// order that costs least: lane i belongs to sample split_order<V>(i). The order is its own inverse, and it commutes
+// with reverse(): lanes - 1 - split_order(i) = split_order(lanes - 1 - i).
 template <class V> constexpr int split_order(int lane) {
     if (lanes<V> == 8 && lane >= 2 && lane < 6) // 0 1 4 5 2 3 6 7: the halves of 256-bit vectors stay apart
         return lane ^ 6;
@@ -338,8 +346,8 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
 KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
 #endif
 
-// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
-// the transpose of the left 4x4 block and the upper halves that of the right one.
+// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves
+// hold the transpose of the left 4x4 block and the upper halves that of the right one.
 KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
 #if KRL_LANES == 8
 KRL_INLINE void transpose_quads(f32x8* r) {

@@ -47,8 +47,8 @@ template <class V, class F> KRL_INLINE void split_bins(float* z, uint32_t n, uin
     store(high + lanes<V>, y_hi);
 }
 
-// All bin pairs, from the outside in. The last vector reaches bin n/2, which is its own partner and comes out alike from
-// both sides; short transforms turn it on its own, by `middle` and a conjugation.
+// All bin pairs, from the outside in. The last vector reaches bin n/2, which is its own partner and comes out alike
+// from both sides; short transforms turn it on its own, by `middle` and a conjugation.
 template <class F> KRL_INLINE void split_all_bins(float* z, uint32_t n, float middle, F f) {
     if (n / 2 >= lanes<f32v>) {
         for (uint32_t k = 1; k < n / 2; k += lanes<f32v>)

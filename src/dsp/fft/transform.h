@@ -9,9 +9,9 @@ namespace krl::fft {
 
 template <int R, int... rest> struct radices { static constexpr int first = R; };
 
-// The factorisations, first pass first. Lengths that are multiples of 8 start with radix 8, so that all their later passes work
-// on whole vectors; the others with four or more, to fill at least four lanes. Among the possible ones the fastest stand here;
-// none has passes whose groups overlap (L no multiple of the lanes) and that run in place.
+// The factorisations, first pass first; among the possible ones the fastest on x86-64 with eight lanes. After a first
+// radix that is a multiple of 8 all later passes work on whole vectors. Other first radices, four at least, leave
+// groups that overlap, which must not run in place: these transforms have two passes or three.
 template <int N> struct plan;
 template <> struct plan<12> { using type = radices<4, 3>; };
 template <> struct plan<15> { using type = radices<5, 3>; };
@@ -55,7 +55,7 @@ template <> struct plan<4096> { using type = radices<8, 8, 8, 8>; };
 
 template <int N, direction dir, bool scaled, rounding precision, class Plan = typename plan<N>::type> class transform {
 public:
-    // work may be in. Neither overlaps out, unless the transform has two passes and no blocks.
+    // work may be in. Neither overlaps out, except that in may be out for two passes without blocks.
     static void run(float* out, const float* in, float* work) {
         if constexpr (Plan::first % 8 == 0)
             blocked(Plan{}, out, in, work);
