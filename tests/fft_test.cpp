@@ -191,6 +191,23 @@ TEST(FftErrors, Table) {
     }
 }
 
+TEST(FftFamilies, Radix4AndRadix8Agree) {
+    for (const Family& f : families()) {
+        if (std::string(f.name) != "r8")
+            continue;
+        const auto size = 2 * static_cast<size_t>(f.n);
+        const krl_fft_pair* other[] = {KRL_r4_cplx_fwd_pair(static_cast<uint32_t>(f.n)),
+                                       KRL_r4_cplx_inv_pair(static_cast<uint32_t>(f.n))};
+        for (const Variant& v : variants(f)) {
+            GuardedBuffer<float> in8(random_signal(f.n)), in4(random_signal(f.n)), out8(size), out4(size);
+            v.kernel(out8.data(), in8.data(), 0);
+            const krl_fft_pair* pair = other[v.sign > 0];
+            (v.scaled ? pair->scaled : pair->unscaled)(out4.data(), in4.data(), 0);
+            EXPECT_LT(error_of(out8.data(), complex_of(out4.data(), static_cast<size_t>(f.n))).rms, 2e-6) << f.n;
+        }
+    }
+}
+
 TEST(FftKernel, FourPointsByHand) {
     GuardedBuffer<float> in({1, 10, 2, 20, 3, 30, 4, 50}), out(8);
     KRL_r4_fft_4(out.data(), in.data(), 4);
