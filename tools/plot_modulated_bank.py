@@ -149,7 +149,9 @@ def draw_responses(dll):
                    xlabel="frequency in band widths (π/M)", ylabel="dB")
     for axes in (bands_axes, distortion_axes, alias_axes):
         axes.grid(linewidth=0.4, alpha=0.6)
-        axes.legend(fontsize="small")
+    bands_axes.legend(fontsize="small")
+    distortion_axes.legend(fontsize="small")
+    alias_axes.legend(fontsize="small", ncols=3, loc="lower center", bbox_to_anchor=(0.5, 0.2))
     save_small(figure, "modulated-bank-responses.png")
 
 
