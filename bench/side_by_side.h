@@ -55,8 +55,8 @@ inline int print_side_by_side(const std::vector<Row>& rows) {
                              }
                          }};
     };
-    std::printf("%-28s %5s | %9s %9s | %9s %9s %9s | %6s %6s  %s\n", "operation", "n", "flex ns", "strict ns", "plain ns",
-                "VOLK ns", "floor ns", "flex x", "strict", "VOLK kernel");
+    std::printf("%-28s %5s | %9s %9s | %9s %9s %9s | %6s %6s  %s\n", "operation", "n", "flex ns", "strict ns",
+                "plain ns", "VOLK ns", "floor ns", "flex x", "strict", "VOLK kernel");
     for (const auto& row : rows)
         for (uint32_t n = 64; n <= 4096; n *= 2) {
             std::vector<Contender> all = {contender(row.flex, n), contender(row.strict, n), contender(row.plain, n),
@@ -66,8 +66,8 @@ inline int print_side_by_side(const std::vector<Row>& rows) {
             measure(all, 31, 20.0);
             const double volk = row.volk ? all[4].ns : INFINITY, best = std::min(all[2].ns, volk);
             const double flex = best / all[0].ns, strict = best / all[1].ns;
-            std::printf("%-28s %5u | %9.1f %9.1f | %9.1f %9.1f %9.1f | %6.2f %6.2f  %s\n", row.name.c_str(), n, all[0].ns,
-                        all[1].ns, all[2].ns, volk, all[3].ns, flex, strict, row.volk_kernel.c_str());
+            std::printf("%-28s %5u | %9.1f %9.1f | %9.1f %9.1f %9.1f | %6.2f %6.2f  %s\n", row.name.c_str(), n,
+                        all[0].ns, all[1].ns, all[2].ns, volk, all[3].ns, flex, strict, row.volk_kernel.c_str());
             flex_means[row.family].add(flex);
             strict_means[row.family].add(strict);
             auto [low, first] = lowest.try_emplace(row.family, flex);

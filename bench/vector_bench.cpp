@@ -16,14 +16,19 @@ constexpr float gain = -1.0f; // keeps the magnitude of what is scaled in place
 constexpr float tolerance = 2.0f;
 
 #define CALL(...) [](Buffers& x, uint32_t n) { __VA_ARGS__; }
-#define VALUE(...) [](Buffers& x, uint32_t n) { result = static_cast<float>(__VA_ARGS__); (void)x; }
+#define VALUE(...)                                                                                                     \
+    [](Buffers& x, uint32_t n) {                                                                                       \
+        result = static_cast<float>(__VA_ARGS__);                                                                      \
+        (void)x;                                                                                                       \
+    }
 
 const std::vector<Row> rows = {
     {"vector element-wise", "vec_LmaskLSU", CALL(krl_vec_LmaskLSU_flex(x.d, x.a, x.b, n)),
      CALL(KRL_vec_LmaskLSU_strict(x.d, x.a, x.b, n)), CALL(plain::multiply(x.d, x.a, x.b, n)),
      KORLA_VOLK(volk_32f_x2_multiply_32f, x.d, x.a, x.b, n)},
     {"vector element-wise", "vec_Lmask_rev_coefLSU", CALL(krl_vec_Lmask_rev_coefLSU_flex(x.d, x.a, x.b, int32_t(n))),
-     CALL(KRL_vec_Lmask_rev_coefLSU_strict(x.d, x.a, x.b, int32_t(n))), CALL(plain::multiply_reversed(x.d, x.a, x.b, int32_t(n)))},
+     CALL(KRL_vec_Lmask_rev_coefLSU_strict(x.d, x.a, x.b, int32_t(n))),
+     CALL(plain::multiply_reversed(x.d, x.a, x.b, int32_t(n)))},
     {"vector element-wise", "vec_LmpyLSU", CALL(krl_vec_LmpyLSU_flex(x.d, x.a, gain, n)),
      CALL(KRL_vec_LmpyLSU_strict(x.d, x.a, gain, n)), CALL(plain::scale(x.d, x.a, gain, n)),
      KORLA_VOLK(volk_32f_s32f_multiply_32f, x.d, x.a, gain, n)},
@@ -44,19 +49,21 @@ const std::vector<Row> rows = {
 
     {"vector reductions", "vec_IeqLLU", VALUE(krl_vec_IeqLLU_flex(x.a, x.b, n, tolerance)),
      VALUE(KRL_vec_IeqLLU_strict(x.a, x.b, n, tolerance)), VALUE(plain::equal(x.a, x.b, n, tolerance))},
-    {"vector reductions", "vec_Labs_maxLU", VALUE(krl_vec_Labs_maxLU_flex(x.a, n)), VALUE(KRL_vec_Labs_maxLU_strict(x.a, n)),
-     VALUE(plain::abs_max(x.a, n))},
-    {"vector reductions", "vec_Sabs_maxSU", VALUE(krl_vec_Sabs_maxSU_flex(x.a, n)), VALUE(KRL_vec_Sabs_maxSU_strict(x.a, n)),
-     VALUE(plain::abs_max(x.a, n))},
-    {"vector reductions", "vec_LdotLLU", VALUE(krl_vec_LdotLLU_flex(x.a, x.b, n)), VALUE(KRL_vec_LdotLLU_strict(x.a, x.b, n)),
-     VALUE(plain::dot(x.a, x.b, n)), KORLA_VOLK(volk_32f_x2_dot_prod_32f, &result, x.a, x.b, n)},
-    {"vector reductions", "vec_NdotLLU", VALUE(krl_vec_NdotLLU_flex(x.a, x.b, n)), VALUE(KRL_vec_NdotLLU_strict(x.a, x.b, n)),
-     VALUE(plain::dot_double(x.a, x.b, n))},
+    {"vector reductions", "vec_Labs_maxLU", VALUE(krl_vec_Labs_maxLU_flex(x.a, n)),
+     VALUE(KRL_vec_Labs_maxLU_strict(x.a, n)), VALUE(plain::abs_max(x.a, n))},
+    {"vector reductions", "vec_Sabs_maxSU", VALUE(krl_vec_Sabs_maxSU_flex(x.a, n)),
+     VALUE(KRL_vec_Sabs_maxSU_strict(x.a, n)), VALUE(plain::abs_max(x.a, n))},
+    {"vector reductions", "vec_LdotLLU", VALUE(krl_vec_LdotLLU_flex(x.a, x.b, n)),
+     VALUE(KRL_vec_LdotLLU_strict(x.a, x.b, n)), VALUE(plain::dot(x.a, x.b, n)),
+     KORLA_VOLK(volk_32f_x2_dot_prod_32f, &result, x.a, x.b, n)},
+    {"vector reductions", "vec_NdotLLU", VALUE(krl_vec_NdotLLU_flex(x.a, x.b, n)),
+     VALUE(KRL_vec_NdotLLU_strict(x.a, x.b, n)), VALUE(plain::dot_double(x.a, x.b, n))},
     {"vector reductions", "vec_Lsum_sqrLUU", VALUE(krl_vec_Lsum_sqrLUU_flex(x.a, 1, n)),
      VALUE(KRL_vec_Lsum_sqrLUU_strict(x.a, 1, n)), VALUE(plain::sum_of_squares(x.a, n) * 0.5f),
      KORLA_VOLK(volk_32f_x2_dot_prod_32f, &result, x.a, x.a, n)},
-    {"vector reductions", "vec_Lmean_sqrLU", VALUE(krl_vec_Lmean_sqrLU_flex(x.a, n)), VALUE(KRL_vec_Lmean_sqrLU_strict(x.a, n)),
-     VALUE(plain::sum_of_squares(x.a, n) / static_cast<float>(n)), KORLA_VOLK(volk_32f_x2_dot_prod_32f, &result, x.a, x.a, n)},
+    {"vector reductions", "vec_Lmean_sqrLU", VALUE(krl_vec_Lmean_sqrLU_flex(x.a, n)),
+     VALUE(KRL_vec_Lmean_sqrLU_strict(x.a, n)), VALUE(plain::sum_of_squares(x.a, n) / static_cast<float>(n)),
+     KORLA_VOLK(volk_32f_x2_dot_prod_32f, &result, x.a, x.a, n)},
     {"vector reductions", "vec_UnormLU", VALUE(krl_vec_UnormLU_flex(x.a, n)), VALUE(KRL_vec_UnormLU_strict(x.a, n)),
      VALUE(plain::abs_max(x.a, n))},
     {"vector reductions", "vec_UnormSU", VALUE(krl_vec_UnormSU_flex(x.a, n)), VALUE(KRL_vec_UnormSU_strict(x.a, n)),

@@ -364,6 +364,8 @@ TEST(PassThrough, NeverReadsOrWritesPastTheBuffers) {
         target.bytes = static_cast<uint32_t>(out.size() * 2), target.data = out.data();
         ASSERT_EQ(stream.process(source, target), 0);
         EXPECT_EQ(target.bytes, out.size() * 2);
+        for (size_t i = 0; i < out.size(); i++) // sample i % 2 of frame i / 2, as far as there is input
+            ASSERT_EQ(out[i], i / 2 * 12 + i % 2 < 601 ? 7 : 0) << i;
         source.data = nullptr;
         EXPECT_EQ(stream.process(source, target), -1);
         source.data = in.data(), target.data = nullptr;
@@ -504,11 +506,11 @@ TEST_F(ProcessRules, HostileSizesDoNotWrapPastTheChecks) {
             EXPECT_EQ(target.bytes, 0u) << s.bytes << ' ' << s.channels << ' ' << s.bits;
         }
     }
-    // A product of 2^32 bytes: 2^28 frames of two channels and eight bytes.
-    source.bytes = 0x10000000, source.channels = 1, source.bits_per_sample = 8;
-    Stream wide(media_format(host_codes("L R C"), 30));
+    // 2^28 frames of eight 16-bit channels are 2^32 bytes, which must not count as none; here with frames copied.
+    source.bytes = 0x20000000, source.channels = 1, source.bits_per_sample = 16;
+    Stream copying(media_format(host_codes("L R C"), 16, ACLI_SAMPLE_INT16));
     target.bytes = 400;
-    EXPECT_EQ(wide.process(source, target), -1);
+    EXPECT_EQ(copying.process(source, target), -1);
 }
 
 TEST(Process, FollowsEveryReconfiguration) {

@@ -5,17 +5,18 @@
 namespace korla_test {
 
 constexpr float gain = -0.7f, other_gain = 1.3f;
-constexpr float coefficients[14] = {0.3f, -0.7f, 1.1f, 0.9f, -0.2f, 0.6f, 0.05f, -1.4f, 0.8f, 0.33f, -0.61f, 0.12f, 0.77f, 2.1f};
+constexpr float coefficients[14] = {0.3f,  -0.7f, 1.1f,  0.9f,   -0.2f, 0.6f,  0.05f,
+                                    -1.4f, 0.8f,  0.33f, -0.61f, 0.12f, 0.77f, 2.1f};
 
 namespace {
 
 // One complex sample as (real, imaginary); a product outside fma is rounded.
-struct Sample { float re, im; };
+struct Sample {
+    float re, im;
+};
 Sample at(const float* p, size_t k) { return {p[2 * k], p[2 * k + 1]}; }
 
-Sample product(Sample a, Sample b) {
-    return {std::fma(a.re, b.re, -(a.im * b.im)), std::fma(a.re, b.im, a.im * b.re)};
-}
+Sample product(Sample a, Sample b) { return {std::fma(a.re, b.re, -(a.im * b.im)), std::fma(a.re, b.im, a.im * b.re)}; }
 Sample product_of_strict_entry(Sample a, Sample b) {
     return {std::fma(-a.im, b.im, a.re * b.re), std::fma(a.re, b.im, a.im * b.re)};
 }
@@ -29,7 +30,8 @@ Sample over_squared_magnitude(Sample numerator, Sample x) {
 Sample scaled(float f, Sample a) { return {f * a.re, f * a.im}; }
 
 // A model over whole samples: f(former destination, first source, second source).
-template <class F> ElementWise::Model sample_model(F f) {
+template <class F>
+ElementWise::Model sample_model(F f) {
     return [f](float* d, const float* const* s, size_t k, size_t) {
         const Sample r = f(at(d, k), at(s[0], k), [&] { return at(s[1], k); });
         d[2 * k] = r.re, d[2 * k + 1] = r.im;
@@ -68,14 +70,22 @@ const std::vector<ElementWise>& element_wise_operations() {
     const std::vector<Operand> one = {complex_operand}, two = {complex_operand, complex_operand};
     static const std::vector<ElementWise> all = {
         {KORLA_ENTRIES(krl_CLaddCLCLU_flex, KRL_CLaddCLCLU_strict, (d, s[0], s[1], n)), 2, two,
-         sample_model([](Sample, Sample a, auto b) { return Sample{a.re + b().re, a.im + b().im}; })},
+         sample_model([](Sample, Sample a, auto b) {
+             return Sample{a.re + b().re, a.im + b().im};
+         })},
         {KORLA_ENTRIES(krl_CLsubCLCLU_flex, KRL_CLsubCLCLU_strict, (d, s[0], s[1], n)), 2, two,
-         sample_model([](Sample, Sample a, auto b) { return Sample{a.re - b().re, a.im - b().im}; })},
+         sample_model([](Sample, Sample a, auto b) {
+             return Sample{a.re - b().re, a.im - b().im};
+         })},
         {KORLA_ENTRIES(krl_CLcopyCLU_flex, KRL_CLcopyCLU_strict, (d, s[0], n)), 2, one, scaling(1.0f)},
-        {KORLA_ENTRIES(krl_CLzeroCLU_flex, KRL_CLzeroCLU_strict, (d, n)), 2, {},
+        {KORLA_ENTRIES(krl_CLzeroCLU_flex, KRL_CLzeroCLU_strict, (d, n)),
+         2,
+         {},
          [](float* d, const float* const*, size_t k, size_t) { d[2 * k] = d[2 * k + 1] = 0.0f; }},
         {KORLA_ENTRIES(krl_CLmpyCLSU_flex, KRL_CLmpyCLSU_strict, (d, s[0], gain, n)), 2, one, scaling(gain)},
-        {KORLA_ENTRIES(krl_CLmpyCLVSU_flex, KRL_CLmpyCLVSU_strict, (d, s[0], s[1], n)), 2, {complex_operand, real_operand},
+        {KORLA_ENTRIES(krl_CLmpyCLVSU_flex, KRL_CLmpyCLVSU_strict, (d, s[0], s[1], n)),
+         2,
+         {complex_operand, real_operand},
          [](float* d, const float* const* s, size_t k, size_t) {
              const Sample r = scaled(s[1][k], at(s[0], k));
              d[2 * k] = r.re, d[2 * k + 1] = r.im;
@@ -83,34 +93,53 @@ const std::vector<ElementWise>& element_wise_operations() {
         {KORLA_ENTRIES(krl_CLmpyCLCSU_flex, KRL_CLmpyCLCSU_strict, (d, s[0], s[1], n)), 2, two,
          sample_model([](Sample, Sample a, auto b) { return product(a, b()); }),
          sample_model([](Sample, Sample a, auto b) { return product_of_strict_entry(a, b()); })},
-        {KORLA_ENTRIES(krl_CLmacCLCLU_flex, KRL_CLmacCLCLU_strict, (d, s[0], s[1], n)), 2, two,
+        {KORLA_ENTRIES(krl_CLmacCLCLU_flex, KRL_CLmacCLCLU_strict, (d, s[0], s[1], n)),
+         2,
+         two,
          sample_model([](Sample acc, Sample a, auto other) {
              const Sample b = other();
              return Sample{std::fma(-a.im, b.im, std::fma(a.re, b.re, acc.re)),
                            std::fma(a.re, b.im, a.im * b.re) + acc.im};
-         }), {}, true},
-        {KORLA_ENTRIES(krl_CLmacCLLU_flex, KRL_CLmacCLLU_strict, (d, s[0], gain, n)), 2, one,
+         }),
+         {},
+         true},
+        {KORLA_ENTRIES(krl_CLmacCLLU_flex, KRL_CLmacCLLU_strict, (d, s[0], gain, n)),
+         2,
+         one,
          sample_model([](Sample acc, Sample a, auto) {
              return Sample{std::fma(a.re, gain, acc.re), std::fma(a.im, gain, acc.im)};
-         }), {}, true},
+         }),
+         {},
+         true},
         {KORLA_ENTRIES(krl_CLmixCLCLSSU_flex, KRL_CLmixCLCLSSU_strict, (d, s[0], s[1], gain, other_gain, n)), 2, two,
          sample_model([](Sample, Sample a, auto b) {
              return Sample{std::fma(b().re, other_gain, a.re * gain), std::fma(b().im, other_gain, a.im * gain)};
          })},
-        {KORLA_ENTRIES(krl_CLmix4CL4SU_flex, KRL_CLmix4CL4SU_strict, (d, s[0], coefficients, n)), 2, {stack_of(4)},
+        {KORLA_ENTRIES(krl_CLmix4CL4SU_flex, KRL_CLmix4CL4SU_strict, (d, s[0], coefficients, n)),
+         2,
+         {stack_of(4)},
          mix(4, 1)},
-        {KORLA_ENTRIES(krl_CLCLmix4CL8SU_flex, KRL_CLCLmix4CL8SU_strict, (d, d + 2 * n, s[0], coefficients, n)), 4,
-         {stack_of(4)}, mix(4, 2)},
-        {KORLA_ENTRIES(krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict, (d, d + 2 * n, s[0], coefficients, n)), 4,
-         {stack_of(6)}, mix(6, 2)},
-        {KORLA_ENTRIES(krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict, (d, d + 2 * n, s[0], coefficients, n)), 4,
-         {stack_of(7)}, mix(7, 2)},
+        {KORLA_ENTRIES(krl_CLCLmix4CL8SU_flex, KRL_CLCLmix4CL8SU_strict, (d, d + 2 * n, s[0], coefficients, n)),
+         4,
+         {stack_of(4)},
+         mix(4, 2)},
+        {KORLA_ENTRIES(krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict, (d, d + 2 * n, s[0], coefficients, n)),
+         4,
+         {stack_of(6)},
+         mix(6, 2)},
+        {KORLA_ENTRIES(krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict, (d, d + 2 * n, s[0], coefficients, n)),
+         4,
+         {stack_of(7)},
+         mix(7, 2)},
         {KORLA_ENTRIES(krl_CLshlCLUU_flex, KRL_CLshlCLUU_strict, (d, s[0], 5, n)), 2, one, scaling(32.0f)},
         {KORLA_ENTRIES(krl_CLshrCLUU_flex, KRL_CLshrCLUU_strict, (d, s[0], 4, n)), 2, one, scaling(0.0625f)},
         {KORLA_ENTRIES(krl_CLmpy_shlCLSIU_flex, KRL_CLmpy_shlCLSIU_strict, (d, s[0], gain, -2, n)), 2, one,
          scaling(gain * 0.25f)},
-        {KORLA_ENTRIES(krl_CLmpy_shlCLSIU_inplace_flex, KRL_CLmpy_shlCLSIU_inplace_strict, (d, gain, 3, n)), 2, {},
-         [](float* d, const float* const*, size_t k, size_t) { d[2 * k] *= gain * 8.0f, d[2 * k + 1] *= gain * 8.0f; }, {},
+        {KORLA_ENTRIES(krl_CLmpy_shlCLSIU_inplace_flex, KRL_CLmpy_shlCLSIU_inplace_strict, (d, gain, 3, n)),
+         2,
+         {},
+         [](float* d, const float* const*, size_t k, size_t) { d[2 * k] *= gain * 8.0f, d[2 * k + 1] *= gain * 8.0f; },
+         {},
          true},
         {KORLA_ENTRIES(krl_CLrecipCLUU_flex, KRL_CLrecipCLUU_strict, (d, s[0], 2, n)), 2, one, reciprocal_times(0.25f)},
         {KORLA_ENTRIES(krl_CLmpy_recipCLLIU_flex, KRL_CLmpy_recipCLLIU_strict, (d, s[0], gain, 1, n)), 2, one,

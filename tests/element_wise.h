@@ -44,8 +44,10 @@ struct ElementWise {
 };
 inline std::ostream& operator<<(std::ostream& out, const ElementWise& op) { return out << op.flex_name; }
 #define KORLA_ENTRIES(flex, strict, arguments)                                                                         \
-    #flex, #strict, []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s, uint32_t n) { flex arguments; }, \
-        []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s, uint32_t n) { strict arguments; }
+#    flex, #    strict,                                                                                                \
+        []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s,                                          \
+           uint32_t n) { flex arguments; }, []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s,      \
+                                               uint32_t n) { strict arguments; }
 
 const std::vector<ElementWise>& element_wise_operations();
 
@@ -133,8 +135,10 @@ TEST_P(VectorOperation, FlexDestinationMayOverlapASource) {
             continue;
         for (size_t n : {1, 2, 3, 4, 5, 7, 8, 9, 12, 16, 19, 23, 31, 40, 65, 150}) {
             const Case c(op, n);
-            for (long offset : {-67, -40, -33, -16, -9, -8, -7, -5, -4, -3, -2, -1, 0, 1, 2, 3, 4, 5, 6, 8, 9, 11, 17, 33, 64}) {
-                if (!an_order_exists(n, static_cast<long>(op.destination), static_cast<long>(op.sources[j].floats), offset))
+            for (long offset :
+                 {-67, -40, -33, -16, -9, -8, -7, -5, -4, -3, -2, -1, 0, 1, 2, 3, 4, 5, 6, 8, 9, 11, 17, 33, 64}) {
+                if (!an_order_exists(n, static_cast<long>(op.destination), static_cast<long>(op.sources[j].floats),
+                                     offset))
                     continue;
                 GuardedBuffer<float> both(c.sources[j].size() + c.destination.size() + 2 * 80);
                 float* source = both.data() + 80;
@@ -182,7 +186,8 @@ inline std::set<std::string> exported_functions(const std::string& list) {
     return names;
 }
 
-template <class... Tables> std::set<std::string> names_of(const Tables&... tables) {
+template <class... Tables>
+std::set<std::string> names_of(const Tables&... tables) {
     std::set<std::string> names;
     auto add = [&](const auto& table) {
         for (const auto& row : table) {

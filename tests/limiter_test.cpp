@@ -70,8 +70,10 @@ std::vector<float> programme(size_t n, uint64_t seed) {
     std::vector<float> x(n);
     float level = 0.0f;
     for (size_t i = 0; i < n; i++) {
-        if (i % 97 == 0)
-            level = std::ldexp(random.uniform(0.0f, 1.0f), static_cast<int>(random.bits() % 6) - 3);
+        if (i % 97 == 0) {
+            const float mantissa = random.uniform(0.0f, 1.0f);
+            level = std::ldexp(mantissa, static_cast<int>(random.bits() % 6) - 3);
+        }
         x[i] = level * random.uniform();
     }
     return x;

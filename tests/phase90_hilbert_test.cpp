@@ -56,14 +56,17 @@ TEST_P(Phase90, EveryBlockBeginsWithTheBoundaryValueOfTheOneBefore) {
 
 // Gain and phase of a steady sine against its copy of 1280 samples earlier; 48 kHz.
 TEST_P(Phase90, TurnsThePhaseByNinetyDegrees) {
-    struct { double frequency, gain_db; } points[] = {{20.0, -3.03}, {50.0, -0.65},   {100.0, -0.17},  {441.0, -0.01},
-                                                      {1000.0, 0.0}, {9000.0, 0.0}, {16000.0, 0.0}, {23900.0, -0.17}};
+    struct {
+        double frequency, gain_db;
+    } points[] = {{20.0, -3.03}, {50.0, -0.65}, {100.0, -0.17}, {441.0, -0.01},
+                  {1000.0, 0.0}, {9000.0, 0.0}, {16000.0, 0.0}, {23900.0, -0.17}};
     for (auto [frequency, gain_db] : points) {
         reset_Phase90Hilbert(filter);
         const double turn = 2.0 * std::numbers::pi * frequency / 48000.0;
         std::complex<double> out = 0.0, reference = 0.0;
         size_t t = 0;
-        for (size_t block = 0; block < (16384 + 98304) / n; block++) { // settle for a third of a second, measure for two
+        for (size_t block = 0; block < (16384 + 98304) / n;
+             block++) { // settle for a third of a second, measure for two
             std::vector<float> x(n);
             for (size_t i = 0; i < n; i++)
                 x[i] = static_cast<float>(0.5 * std::cos(turn * static_cast<double>(t + i)));
@@ -111,7 +114,7 @@ TEST_P(Phase90, AnImpulseComesOutAround1280SamplesLater) {
     }
     EXPECT_NEAR(energy, 1.0, 0.02); // all-pass but for the high-pass
     EXPECT_GT(near, 0.95);
-    EXPECT_GT(before, 0.2);         // it rings before the main lobe
+    EXPECT_GT(before, 0.2); // it rings before the main lobe
 }
 
 INSTANTIATE_TEST_SUITE_P(BlockLengths, Phase90, ::testing::Values(512, 1024, 2048));

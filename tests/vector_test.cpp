@@ -15,22 +15,45 @@ const std::vector<ElementWise>& element_wise_operations() {
         return [factor](float* d, const float* const*, size_t k, size_t) { d[k] *= factor; };
     };
     static const std::vector<ElementWise> all = {
-        {KORLA_ENTRIES(krl_vec_LmaskLSU_flex, KRL_vec_LmaskLSU_strict, (d, s[0], s[1], n)), 1,
+        {KORLA_ENTRIES(krl_vec_LmaskLSU_flex, KRL_vec_LmaskLSU_strict, (d, s[0], s[1], n)),
+         1,
          {real_operand, real_operand},
          [](float* d, const float* const* s, size_t k, size_t) { d[k] = s[0][k] * s[1][k]; }},
         {KORLA_ENTRIES(krl_vec_Lmask_rev_coefLSU_flex, KRL_vec_Lmask_rev_coefLSU_strict,
-                       (d, s[0], s[1], static_cast<int32_t>(n))), 1, {real_operand, apart(1)},
+                       (d, s[0], s[1], static_cast<int32_t>(n))),
+         1,
+         {real_operand, apart(1)},
          [](float* d, const float* const* s, size_t k, size_t n) { d[k] = s[0][k] * s[1][n - 1 - k]; }},
-        {KORLA_ENTRIES(krl_vec_LmpyLSU_flex, KRL_vec_LmpyLSU_strict, (d, s[0], gain, n)), 1, {real_operand}, scaled(gain)},
-        {KORLA_ENTRIES(krl_vec_LmpyLSU_inplace_flex, KRL_vec_LmpyLSU_inplace_strict, (d, gain, n)), 1, {},
-         scaled_in_place(gain), {}, true},
-        {KORLA_ENTRIES(krl_vec_LsetLU_flex, KRL_vec_LsetLU_strict, (d, gain, n)), 1, {},
+        {KORLA_ENTRIES(krl_vec_LmpyLSU_flex, KRL_vec_LmpyLSU_strict, (d, s[0], gain, n)),
+         1,
+         {real_operand},
+         scaled(gain)},
+        {KORLA_ENTRIES(krl_vec_LmpyLSU_inplace_flex, KRL_vec_LmpyLSU_inplace_strict, (d, gain, n)),
+         1,
+         {},
+         scaled_in_place(gain),
+         {},
+         true},
+        {KORLA_ENTRIES(krl_vec_LsetLU_flex, KRL_vec_LsetLU_strict, (d, gain, n)),
+         1,
+         {},
          [](float* d, const float* const*, size_t k, size_t) { d[k] = gain; }},
-        {KORLA_ENTRIES(krl_vec_LshlLIU_flex, KRL_vec_LshlLIU_strict, (d, s[0], -3, n)), 1, {real_operand}, scaled(0.125f)},
-        {KORLA_ENTRIES(krl_vec_LshlLIU_inplace_flex, KRL_vec_LshlLIU_inplace_strict, (d, 5, n)), 1, {},
-         scaled_in_place(32.0f), {}, true},
-        {KORLA_ENTRIES(krl_vec_SshlSIU_inplace_flex, KRL_vec_SshlSIU_inplace_strict, (d, -1, n)), 1, {},
-         scaled_in_place(0.5f), {}, true},
+        {KORLA_ENTRIES(krl_vec_LshlLIU_flex, KRL_vec_LshlLIU_strict, (d, s[0], -3, n)),
+         1,
+         {real_operand},
+         scaled(0.125f)},
+        {KORLA_ENTRIES(krl_vec_LshlLIU_inplace_flex, KRL_vec_LshlLIU_inplace_strict, (d, 5, n)),
+         1,
+         {},
+         scaled_in_place(32.0f),
+         {},
+         true},
+        {KORLA_ENTRIES(krl_vec_SshlSIU_inplace_flex, KRL_vec_SshlSIU_inplace_strict, (d, -1, n)),
+         1,
+         {},
+         scaled_in_place(0.5f),
+         {},
+         true},
     };
     return all;
 }
@@ -41,13 +64,15 @@ namespace {
 
 struct Reduction {
     std::string flex_name, strict_name;
-    std::function<double(const float* a, const float* b, uint32_t n)> flex, strict;
-    std::function<double(const float* a, const float* b, size_t n)> model, strict_model; // to the bit
+    std::function<double(const float*a, const float*b, uint32_t n)> flex, strict;
+    std::function<double(const float*a, const float*b, size_t n)> model, strict_model; // to the bit
 };
 std::ostream& operator<<(std::ostream& out, const Reduction& op) { return out << op.flex_name; }
 #define KORLA_REDUCTION(flex, strict, arguments)                                                                       \
-    #flex, #strict, [](const float* a, [[maybe_unused]] const float* b, uint32_t n) -> double { return flex arguments; }, \
-        [](const float* a, [[maybe_unused]] const float* b, uint32_t n) -> double { return strict arguments; }
+#    flex, #    strict,                                                                                                \
+        [](const float* a, [[maybe_unused]] const float* b,                                                            \
+           uint32_t n) -> double { return flex arguments; }, [](const float* a, [[maybe_unused]] const float* b,       \
+                                                                uint32_t n) -> double { return strict arguments; }
 
 constexpr float tolerance = 0.75f;
 
@@ -87,7 +112,9 @@ float sum_of_squares(const float* a, size_t n) {
 }
 
 const std::vector<Reduction>& reductions() {
-    auto scaled_squares = [](const float* a, const float*, size_t n) -> double { return sum_of_squares(a, n) * 0.125f; };
+    auto scaled_squares = [](const float* a, const float*, size_t n) -> double {
+        return sum_of_squares(a, n) * 0.125f;
+    };
     auto mean_square = [](const float* a, const float*, size_t n) -> double {
         return n ? sum_of_squares(a, n) * static_cast<float>(1.0 / static_cast<double>(n)) : 0.0f;
     };
@@ -98,7 +125,8 @@ const std::vector<Reduction>& reductions() {
         {KORLA_REDUCTION(krl_vec_LdotLLU_flex, KRL_vec_LdotLLU_strict, (a, b, n)), sum_of_products, sum_of_products},
         {KORLA_REDUCTION(krl_vec_NdotLLU_flex, KRL_vec_NdotLLU_strict, (a, b, n)), double_sum_of_products,
          double_sum_of_products},
-        {KORLA_REDUCTION(krl_vec_Lsum_sqrLUU_flex, KRL_vec_Lsum_sqrLUU_strict, (a, 3, n)), scaled_squares, scaled_squares},
+        {KORLA_REDUCTION(krl_vec_Lsum_sqrLUU_flex, KRL_vec_Lsum_sqrLUU_strict, (a, 3, n)), scaled_squares,
+         scaled_squares},
         {KORLA_REDUCTION(krl_vec_Lmean_sqrLU_flex, KRL_vec_Lmean_sqrLU_strict, (a, n)), mean_square, mean_square},
         {KORLA_REDUCTION(krl_vec_UnormLU_flex, KRL_vec_UnormLU_strict, (a, n)), headroom, headroom},
         {KORLA_REDUCTION(krl_vec_UnormSU_flex, KRL_vec_UnormSU_strict, (a, n)), headroom, headroom},
@@ -125,7 +153,8 @@ protected:
 TEST_P(VectorReduction, GivesTheStatedBitsAtEveryLengthAndAlignment) {
     for (size_t n = 0; n <= 140; n++)
         for (size_t misalignment = 0; misalignment < 8; misalignment++)
-            ASSERT_NO_FATAL_FAILURE(check(Random(n).vector(n, -0.3f, 0.3f), Random(n + 7).vector(n, -0.3f, 0.3f), misalignment));
+            ASSERT_NO_FATAL_FAILURE(
+                check(Random(n).vector(n, -0.3f, 0.3f), Random(n + 7).vector(n, -0.3f, 0.3f), misalignment));
     ASSERT_NO_FATAL_FAILURE(check(Random(5).vector(5003), Random(6).vector(5003), 3));
     ASSERT_NO_FATAL_FAILURE(check(Random(5).vector(5000), Random(6).vector(5000), 0));
 }
@@ -163,8 +192,15 @@ TEST(VectorSums, StayWithinTheErrorOfTheirFewSteps) {
 }
 
 TEST(VectorShift, IsLimitedToSixtyBitsAndHarmlessBeyond) {
-    for (auto [shift, factor] : {std::pair{100, 0x1p60f}, {61, 0x1p60f}, {60, 0x1p60f}, {-59, 0x1p-59f}, {-60, 0x1p-60f},
-                                 {-61, 0x1p-60f}, {-100, 0x1p-60f}, {INT32_MAX, 0x1p60f}, {INT32_MIN, 0x1p-60f}}) {
+    for (auto [shift, factor] : {std::pair{100, 0x1p60f},
+                                 {61, 0x1p60f},
+                                 {60, 0x1p60f},
+                                 {-59, 0x1p-59f},
+                                 {-60, 0x1p-60f},
+                                 {-61, 0x1p-60f},
+                                 {-100, 0x1p-60f},
+                                 {INT32_MAX, 0x1p60f},
+                                 {INT32_MIN, 0x1p-60f}}) {
         GuardedBuffer<float> x(std::vector<float>{1.0f, -3.0f, 0.5f}), y(3);
         krl_vec_LshlLIU_flex(y.data(), x.data(), shift, 3);
         krl_vec_LshlLIU_inplace_flex(x.data(), shift, 3);
@@ -203,8 +239,16 @@ TEST(VectorEqual, NanDifferenceAndTolerance) {
 }
 
 TEST(VectorHeadroom, FollowsTheExponent) {
-    for (auto [x, bits] : {std::pair{0.3f, 1u}, {0.5f, 0u}, {1.0f, 0u}, {4.0f, 0u}, {0x1p-60f, 59u}, {0x1p-61f, 60u},
-                           {0x1p-70f, 60u}, {1e-45f, 60u}, {0.0f, 60u}, {-0.0f, 60u}}) {
+    for (auto [x, bits] : {std::pair{0.3f, 1u},
+                           {0.5f, 0u},
+                           {1.0f, 0u},
+                           {4.0f, 0u},
+                           {0x1p-60f, 59u},
+                           {0x1p-61f, 60u},
+                           {0x1p-70f, 60u},
+                           {1e-45f, 60u},
+                           {0.0f, 60u},
+                           {-0.0f, 60u}}) {
         EXPECT_EQ(krl_vec_UnormLU_flex(&x, 1), bits) << x;
         EXPECT_EQ(KRL_vec_UnormSU_strict(&x, 1), bits) << x;
     }

@@ -7,14 +7,16 @@
     tools/design_prototypes.py --list             names of the designs, with the exported tables they become
 
 The design is deterministic.  Other builds of the linear-algebra libraries round differently, so a check allows each tap
-to differ by 1e-6 of the greatest one.
+to differ by 1e-6 of the greatest one (with noise in the last digits of the arithmetic, 3e-9 was seen).
 
 Needs numpy and scipy.  Literature:
     C. L. Lawson, Contributions to the theory of linear least maximum approximation, thesis, UCLA, 1961.
+    S. Mehrotra, On the implementation of a primal-dual interior point method, SIAM J. Optimization 2 (4), 1992.
     H. S. Malvar, Signal Processing with Lapped Transforms, Artech House, 1992.
     R. D. Koilpillai, P. P. Vaidyanathan, Cosine-modulated FIR filter banks satisfying perfect reconstruction,
         IEEE Trans. Signal Processing 40 (4), 1992.
-    T. Q. Nguyen, Digital filter bank design: quadratic-constrained formulation, IEEE Trans. Signal Processing 43 (9), 1995.
+    T. Q. Nguyen, Digital filter bank design: quadratic-constrained formulation,
+        IEEE Trans. Signal Processing 43 (9), 1995.
     G. D. T. Schuller, M. J. T. Smith, New framework for modulated perfect reconstruction filter banks,
         IEEE Trans. Signal Processing 44 (8), 1996.
     P. N. Heller, T. Karp, T. Q. Nguyen, A general formulation of modulated filter banks,

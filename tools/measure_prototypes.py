@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Prints what the committed prototype filters reach: reconstruction error and stop band.
 
-Error: analysis and synthesis in double precision with the float taps that ship, white noise, relative to its rms and peak.
+Error: analysis and synthesis in double precision with the float taps that ship, over white noise,
+    relative to its rms and peak.
 Stop band: least attenuation from pi/M and from 1.25 pi/M on, relative to zero frequency.
 """
 import pathlib
@@ -38,7 +39,8 @@ def shipped():
     parent = qmf["qmf_p5_p64kvx301"].astype(float)
     yield mfb_entry("KRL_MFB_P10KM_P64KVX301_LEGACY", tables.modulated_legacy(parent, 64), tables.qmf_prototype(parent),
                     "legacy", 9)
-    for name, exported in (("mfb_p4_319sc", "KRL_MFB_P10KM_P4_319SC"), ("mfb_p4_319sc_128", "KRL_MFB_P10KM_P4_319SC_128M"),
+    for name, exported in (("mfb_p4_319sc", "KRL_MFB_P10KM_P4_319SC"),
+                           ("mfb_p4_319sc_128", "KRL_MFB_P10KM_P4_319SC_128M"),
                            ("mfb_p4_319sc_256", "KRL_MFB_P10KM_P4_319SC_256M")):
         taps = mfb[name].astype(float)
         yield mfb_entry(exported, taps, taps, "low delay", 4)
@@ -65,7 +67,8 @@ def main():
     print("| Table | M | error, rms / peak | from pi/M | from 1.25 pi/M |\n|---|---|---|---|---|")
     for name, bands, taps, chain, delay in shipped():
         print("| `%s` | %d | %.1e / %.1e | %.1f | %.1f |" % (
-            name, bands, *reconstruction_error(bands, chain, delay), attenuation(taps, bands, 1), attenuation(taps, bands, 1.25)))
+            name, bands, *reconstruction_error(bands, chain, delay),
+            attenuation(taps, bands, 1), attenuation(taps, bands, 1.25)))
 
 
 if __name__ == "__main__":

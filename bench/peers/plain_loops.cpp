@@ -110,7 +110,8 @@ void mix(float* RESTRICT d, const float* RESTRICT a, const float* RESTRICT b, fl
     for (uint32_t k = 0; k < 2 * n; k++)
         d[k] = ga * a[k] + gb * b[k];
 }
-template <int inputs> static inline void mix_fixed(float* RESTRICT d, const float* RESTRICT in, const float* RESTRICT c, uint32_t n) {
+template <int inputs>
+static inline void mix_fixed(float* RESTRICT d, const float* RESTRICT in, const float* RESTRICT c, uint32_t n) {
     const uint32_t distance = 2 * ((n + 3) / 4 * 4);
     for (uint32_t k = 0; k < 2 * n; k++) {
         float s = 0.0f;
@@ -120,8 +121,8 @@ template <int inputs> static inline void mix_fixed(float* RESTRICT d, const floa
     }
 }
 template <int inputs>
-static inline void mix_fixed_to_both(float* RESTRICT d0, float* RESTRICT d1, const float* RESTRICT in, const float* RESTRICT c,
-                                     uint32_t n) {
+static inline void mix_fixed_to_both(float* RESTRICT d0, float* RESTRICT d1, const float* RESTRICT in,
+                                     const float* RESTRICT c, uint32_t n) {
     const uint32_t distance = 2 * ((n + 3) / 4 * 4);
     for (uint32_t k = 0; k < 2 * n; k++) {
         float s = 0.0f, t = 0.0f;

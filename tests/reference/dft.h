@@ -1,21 +1,23 @@
 // The discrete Fourier transform as its defining sum, in double precision.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstdint>
 #include <vector>
 
 namespace korla_test {
 
 using Spectrum = std::vector<std::complex<double>>;
 
-// sum over n of in[n] * e^(sign * 2*pi*i*n*k/N), sign -1 forward, +1 inverse.
-inline Spectrum direct_dft(const Spectrum& in, int sign) {
+// sum over n of in[n] * e^(sign * 2*pi*i*n*k/N), sign -1 forward, +1 inverse; the first `bins` bins, all by default.
+inline Spectrum direct_dft(const Spectrum& in, int sign, size_t bins = SIZE_MAX) {
     const size_t n = in.size();
-    Spectrum turn(n), out(n);
+    Spectrum turn(n), out(std::min(n, bins));
     for (size_t i = 0; i < n; i++)
         turn[i] = std::polar(1.0, sign * 2.0 * M_PI * static_cast<double>(i) / static_cast<double>(n));
-    for (size_t k = 0; k < n; k++) {
+    for (size_t k = 0; k < out.size(); k++) {
         double re = 0.0, im = 0.0;
         for (size_t i = 0, t = 0; i < n; i++) {
             re += in[i].real() * turn[t].real() - in[i].imag() * turn[t].imag();

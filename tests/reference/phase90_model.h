@@ -21,7 +21,8 @@ public:
             const double first = all_pass(0.979126f, high_pass, s[1][phase], s[2][phase]);
             const double second = all_pass(0.8451538f, first, s[2][phase], s[3][phase]);
             const double third = all_pass(0.23730469f, second, s[3][phase], s[4][phase]);
-            s[0][phase] = scaled, s[1][phase] = high_pass, s[2][phase] = first, s[3][phase] = second, s[4][phase] = third;
+            s[0][phase] = scaled, s[1][phase] = high_pass, s[2][phase] = first, s[3][phase] = second,
+            s[4][phase] = third;
             work.push_back(third);
         }
         history_.assign(work.end() - 1280, work.end());
@@ -29,8 +30,10 @@ public:
         double input[2], outputs[3][2] = {};
         for (size_t phase = 0; phase < 2; phase++) {
             auto p = [&](size_t j) { return forward_[j - 4][phase]; };
-            input[phase] = 0.005217236f * p(5) - 0.1963725f * p(4) - 0.0409322f * p(6) + 0.79944104f * p(7) + 0.23730469f * p(8);
-            outputs[0][phase] = 0.9836525f * p(5) + 0.6783012f * p(4) + 0.6426439f * p(6) - 0.6991622f * p(7) - 0.23414071f * p(8);
+            input[phase] =
+                0.005217236f * p(5) - 0.1963725f * p(4) - 0.0409322f * p(6) + 0.79944104f * p(7) + 0.23730469f * p(8);
+            outputs[0][phase] =
+                0.9836525f * p(5) + 0.6783012f * p(4) + 0.6426439f * p(6) - 0.6991622f * p(7) - 0.23414071f * p(8);
         }
         double latest = 0.0; // of the third section
         for (size_t at = n_ + 1280; at-- > 0;) {
@@ -56,7 +59,9 @@ public:
     }
 
 private:
-    static double all_pass(double a, double x, double x_before, double y_before) { return a * (y_before - x) + x_before; }
+    static double all_pass(double a, double x, double x_before, double y_before) {
+        return a * (y_before - x) + x_before;
+    }
 
     size_t n_;
     std::array<double, 2> forward_[5] = {};

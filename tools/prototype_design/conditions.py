@@ -90,7 +90,7 @@ class Conditions:
         return best
 
     def tangent_space(self, y):
-        """Orthonormal basis of the null space of the Jacobian, and its pseudo-inverse applied later as multipliers."""
+        """Orthonormal basis of the null space of the Jacobian, and what `multipliers` needs of the rest."""
         bases, inverses, count = [], [], 0
         for group, jacobian in self.jacobians(y):
             u, s, vt = np.linalg.svd(jacobian, full_matrices=True)
@@ -146,14 +146,15 @@ def _power_complementary(bands, blocks, phase, echo=0.0):
 def qmf(bands, periods, echoes):
     """QMF prototype p[0 .. 2 periods bands], symmetric about tap periods*bands, end taps zero.
 
-    Phases k and bands - k form a pair through the symmetry, so k = 0 .. bands/2 suffice.  Phases 0 and bands/2 pair with
-    themselves: with exact equations each could hold one tap only.  `echoes` (two numbers) leaves one equation open in each.
+    Phases k and bands - k form a pair through the symmetry, so k = 0 .. bands/2 suffice.  Phases 0 and bands/2 pair
+    with themselves, and exact equations would leave almost nothing of them.  `echoes`, two numbers, leaves one equation
+    open in each.
     """
     taps = 2 * periods * bands
-    unknown = [min(q, taps - q) - 1 for q in range(taps + 1)]  # unknown i is tap i + 1; the end taps get FIXED_ZERO
+    unknown = [min(q, taps - q) - 1 for q in range(taps + 1)]  # unknown i is tap i + 1; end taps: -1
     open_phase = {0: echoes[0], bands // 2: echoes[1]}
-    return Conditions(bands, unknown, periods * bands,
-                      [_power_complementary(bands, 2 * periods, k, open_phase.get(k, 0.0)) for k in range(bands // 2 + 1)])
+    groups = [_power_complementary(bands, 2 * periods, k, open_phase.get(k, 0.0)) for k in range(bands // 2 + 1)]
+    return Conditions(bands, unknown, periods * bands, groups)
 
 
 def modulated_symmetric(bands):
@@ -166,7 +167,8 @@ def modulated_symmetric(bands):
 def modulated_low_delay(bands, delay_slots=4):
     """Modulated-bank prototype without symmetry for a synthesis with the prototype backwards in time.
 
-    For s = 0, 2, .. 18: sum over j + l = s of c[j bands + k] c[l bands + bands - 1 - k] = 1 for s = 18 - delay_slots, else 0.
+    For s = 0, 2, .. 18:
+    sum over j + l = s of c[j bands + k] c[l bands + bands - 1 - k] = 1 for s = 18 - delay_slots, 0 otherwise.
     """
     groups = []
     for k in range(bands // 2):

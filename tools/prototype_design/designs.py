@@ -8,8 +8,8 @@ import numpy as np
 from . import conditions as equations
 from . import optimise
 
-# Level of the two echoes that phases 0 and bands/2 of a QMF prototype are left with.  A chain of float tables then stays
-# below a peak error of 1e-6.
+# Level of the two echoes that phases 0 and bands/2 of a QMF prototype are left with.  With them a chain of float
+# tables stays below a peak error of 1e-6.
 ECHOES = {5: (3e-7, 5e-7), 4: (5e-7, 5e-7)}
 
 
@@ -36,14 +36,23 @@ def qmf(bands, periods):
     return equations.qmf(bands, periods, ECHOES[periods])
 
 
-def _doubled(make, y, bands, last, iterations=60):
-    """Carries a curve from one band count to `last` by doubling, least energy at each."""
-    while bands < last:
-        conditions = make(2 * bands)
-        y = optimise.resample(make(bands), y, conditions)
-        bands *= 2
-        y, _ = optimise.minimise_energy(conditions, y, optimise.stop_band_energy(conditions), iterations)
-    return y
+SMALLEST = 8  # band count at which searches begin
+
+
+def _next(make, y, bands, target):
+    """The curve y of one band count resampled to another."""
+    return optimise.resample(make(bands), y, make(target))
+
+
+def _least_energy(make, y, bands):
+    conditions = make(bands)
+    return optimise.minimise_energy(conditions, y, optimise.stop_band_energy(conditions))[0]
+
+
+def _random_minima(make, length, place, count):
+    """Local minima of the stop-band energy at the smallest band count, least first, from random windows."""
+    conditions = make(SMALLEST)
+    return optimise.energy_minima(conditions, optimise.random_windows(conditions, length, place, seed=1, count=count))
 
 
 @lru_cache(maxsize=None)
@@ -52,39 +61,55 @@ def qmf_least_energy(bands, periods):
     def make(m):
         return qmf(m, periods)
     if bands == 64:
-        start = make(8)
-        windows = optimise.random_windows(start, 2 * periods * 8 + 1, 0, seed=1, count=200)
-        return _doubled(make, optimise.search(start, windows), 8, 64)
-    y = optimise.resample(make(64), qmf_least_energy(64, periods), make(bands))
-    return optimise.minimise_energy(make(bands), y, optimise.stop_band_energy(make(bands)))[0]
+        m, y = SMALLEST, _random_minima(make, 2 * periods * SMALLEST + 1, 0, 200)[0]
+        while m < bands:
+            y = _least_energy(make, _next(make, y, m, 2 * m), 2 * m)
+            m *= 2
+        return y
+    return _least_energy(make, _next(make, qmf_least_energy(64, periods), 64, bands), bands)
 
 
 @lru_cache(maxsize=None)
 def qmf_least_peak(bands, periods):
-    """Least stop-band peak from pi/bands on; the 64-band curve starts from least energy, the others from the 64-band curve."""
+    """Least stop-band peak from pi/bands on; 64 bands start from least energy, the others from 64 bands."""
+    def make(m):
+        return qmf(m, periods)
     if bands == 64:
-        return optimise.minimise_peak(qmf(64, periods), qmf_least_energy(64, periods))
-    return optimise.minimise_peak(qmf(bands, periods), optimise.resample(
-        qmf(64, periods), qmf_least_peak(64, periods), qmf(bands, periods)), rounds=25)
+        y = optimise.minimise_peak(make(64), qmf_least_energy(64, periods))
+    else:
+        y = _next(make, qmf_least_peak(64, periods), 64, bands)
+    return optimise.minimise_peak(make(bands), y, energy_share=0.1)
+
+
+@lru_cache(maxsize=None)
+def _modulated_search(make, length, place, count):
+    """Least peak at twice the smallest band count: the best few minima of least energy compete twice."""
+    minima = _random_minima(make, length, place, count)[:24]
+    start, bands = make(SMALLEST), 2 * SMALLEST
+    finalists = optimise.lowest_peaks(start, [optimise.minimise_peak(start, y) for y in minima], 6)
+    return optimise.lowest_peaks(make(bands), [
+        optimise.minimise_peak(make(bands), _next(make, y, SMALLEST, bands)) for y in finalists], 1)[0]
 
 
 @lru_cache(maxsize=None)
 def modulated_symmetric(bands):
-    start = equations.modulated_symmetric(8)
-    windows = optimise.random_windows(start, 80, 0, seed=1, count=120)
-    y = _doubled(equations.modulated_symmetric, optimise.search(start, windows), 8, bands)
-    return optimise.minimise_peak(equations.modulated_symmetric(bands), y)
+    make, m = equations.modulated_symmetric, 2 * SMALLEST
+    y = _modulated_search(make, 10 * SMALLEST, 0, 120)
+    while m < bands:
+        y = optimise.minimise_peak(make(2 * m), _next(make, y, m, 2 * m), energy_share=0.03, iterations=40)
+        m *= 2
+    return y
 
 
 @lru_cache(maxsize=None)
 def modulated_low_delay(bands):
-    """One curve, designed with 32 bands, is resampled to each band count and restored onto its equations."""
+    """One curve, designed with 32 bands, is resampled to more bands and restored onto their equations."""
     make = equations.modulated_low_delay
     if bands == 32:
-        windows = optimise.random_windows(make(8), 40, 40, seed=1, count=60)  # a symmetric prototype on the newest blocks
-        y = _doubled(make, optimise.search(make(8), windows), 8, 32, iterations=20)
-        return optimise.minimise_peak(make(32), y, rounds=30)
-    y = make(bands).restore(optimise.resample(make(bands // 2), modulated_low_delay(bands // 2), make(bands)))
+        # The search starts from symmetric windows on the newest five of the ten blocks.
+        y = _modulated_search(make, 5 * SMALLEST, 5 * SMALLEST, 100)
+        return optimise.minimise_peak(make(32), _next(make, y, 16, 32), energy_share=0.03)
+    y = make(bands).restore(_next(make, modulated_low_delay(bands // 2), bands // 2, bands))
     if y is None:
         raise RuntimeError("the resampled curve cannot be restored")
     return y

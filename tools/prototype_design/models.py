@@ -1,8 +1,8 @@
 """Models of the banks in double precision, analysis followed by synthesis, to measure what a prototype reconstructs.
 
-They take blocks of `bands` samples through the polyphase filter, the rotation and the FFT that the library's kernels use,
-so an error measured here belongs to the table and not to a kernel.  The order of the sub-bands is left out: the synthesis
-undoes it.  Tables are arrays of blocks x bands.
+They take blocks of `bands` samples through the polyphase filter, the rotation and the FFT that the library's kernels
+use, so an error measured here belongs to the table and not to a kernel.  The order of the sub-bands is left out: the
+synthesis undoes it.  Tables are arrays of blocks x bands.
 """
 import numpy as np
 

@@ -1,14 +1,16 @@
 """Minimisation of the stop band of a prototype subject to its perfect-reconstruction equations.
 
-Quadratic-constrained least squares (Nguyen 1995): the stop-band energy is a quadratic form in the taps, the reconstruction
-conditions are quadratic equations.  Every iterate satisfies the equations: a Newton step in the tangent space (Hessian of
-the Lagrangian) is followed by a restoration onto the equations.  Local minima abound, so the search begins with many
-random windows at a small band count, and the best curve is carried to larger band counts by doubling, resampling and
-solving again.
+Quadratic-constrained least squares (Nguyen 1995): the stop-band energy is a quadratic form in the taps, and so are the
+reconstruction conditions.  Every iterate satisfies them: a Newton step in the tangent space (Hessian of the Lagrangian)
+is followed by a restoration onto the equations.  The least peak is found likewise, each step a quadratic program whose
+rows are the response on a frequency grid.  Local minima abound, so the search begins with many random windows at a
+small band count, and the best curve is carried to larger band counts by doubling, resampling and solving again.
 """
 import numpy as np
 from scipy.interpolate import CubicSpline
 from scipy.signal import firwin
+
+from . import interior_point
 
 
 def stop_band_energy(conditions, edge=1.0):
@@ -88,19 +90,15 @@ def random_windows(conditions, length, place, seed, count):
         yield y + roughness * wave * (np.abs(y) / np.max(np.abs(y)) + 0.1)
 
 
-def search(conditions, starts, edge=1.0):
-    """The least stop-band energy reached from the given starts.
-
-    Several starts end in the same minimum with values equal up to rounding.  The first of them is taken, so that rounding
-    does not decide.
-    """
+def energy_minima(conditions, starts, edge=1.0):
+    """The different local minima of the stop-band energy that the given starts lead to, least first."""
     form = stop_band_energy(conditions, edge)
-    best = None
-    for start in starts:
-        result = minimise_energy(conditions, start, form)
-        if result is not None and (best is None or result[1] < best[1] * (1 - 1e-6)):
-            best = result
-    return best[0]
+    results = [r for r in (minimise_energy(conditions, start, form) for start in starts) if r is not None]
+    minima = []
+    for y, value in sorted(results, key=lambda result: result[1]):
+        if not minima or value > minima[-1][1] * (1 + 1e-6):
+            minima.append((y, value))
+    return [y for y, _ in minima]
 
 
 def resample(conditions, y, target):
@@ -115,23 +113,126 @@ def resample(conditions, y, target):
     return result
 
 
-def minimise_peak(conditions, y, edge=1.0, rounds=40):
-    """Lawson's method (1961): weights of a frequency grid are multiplied by the magnitude after every few Newton steps."""
-    grid = np.linspace(edge * np.pi / conditions.bands, np.pi, 4 * len(conditions.unknown_of_tap))
-    n = np.arange(len(conditions.unknown_of_tap)) - (conditions.centre or 0.0)
-    real = conditions.fold(np.cos(np.outer(grid, n)))
-    imaginary = conditions.fold(np.sin(np.outer(grid, n))) if conditions.centre is None else None
-    weight = np.full(len(grid), 1.0 / len(grid))
-    best, best_peak = None, np.inf
-    for _ in range(rounds):
-        form = (real.T * weight) @ real
-        if imaginary is not None:
-            form += (imaginary.T * weight) @ imaginary
-        y, _ = minimise_energy(conditions, y, form, iterations=3)
-        magnitude = np.abs(real @ y) if imaginary is None else np.hypot(real @ y, imaginary @ y)
-        peak = magnitude.max() / np.abs(np.sum(conditions.taps(y)))
-        if peak < best_peak:
-            best, best_peak = y.copy(), peak
-        weight = weight * (0.02 + magnitude / magnitude.max())
-        weight /= weight.sum()
-    return best
+class StopBand:
+    """Magnitude of the response from edge * pi / bands to pi, relative to zero frequency, with its derivatives.
+
+    The grid has sixteen points per side lobe.
+    """
+
+    def __init__(self, conditions, edge=1.0):
+        taps = len(conditions.unknown_of_tap)
+        frequency = np.linspace(edge * np.pi / conditions.bands, np.pi, 8 * taps)
+        angle = np.outer(frequency, np.arange(taps) - (conditions.centre or 0.0))
+        self.real = conditions.fold(np.cos(angle))
+        self.imaginary = conditions.fold(np.sin(angle)) if conditions.centre is None else None
+        self.zero_frequency = conditions.fold(np.ones((1, taps)))[0]
+
+    def magnitude(self, y):
+        response = self.real @ y
+        if self.imaginary is not None:
+            response = np.hypot(response, self.imaginary @ y)
+        return np.abs(response) / (self.zero_frequency @ y)
+
+    def active(self, y):
+        """Grid points that a step can bring to the peak: all high ones, and the tops of the low side lobes."""
+        m = self.magnitude(y)
+        top = np.r_[True, (m[1:-1] >= m[:-2]) & (m[1:-1] >= m[2:]), True]
+        return np.nonzero((m > 0.5 * m.max()) | top)[0]
+
+    def tangent(self, y, points):
+        """At some grid points: magnitude, its gradient for fixed gain at zero frequency, and the gradient across it.
+
+        The gradient across is that of the response's part at right angles, None for a symmetric prototype, whose
+        response is real.
+        """
+        gain = self.zero_frequency @ y
+        real = self.real[points] / gain
+        a = real @ y
+        if self.imaginary is None:
+            return np.abs(a), np.sign(a)[:, None] * real, None
+        imaginary = self.imaginary[points] / gain
+        b = imaginary @ y
+        m = np.hypot(a, b)
+        cosine, sine = (a / m)[:, None], (b / m)[:, None]
+        return m, cosine * real + sine * imaginary, cosine * imaginary - sine * real
+
+
+def _peak_rows(magnitude, slope, across):
+    """rows (step, new peak) <= bounds, both in units of the peak: no point may rise above the new peak.
+
+    Low points may change their sign or phase within a step, so they are bounded from the other sides as well.
+    """
+    peak = np.max(magnitude)
+    low = magnitude < 0.5 * peak
+    rows, bounds = [slope, -slope[low]], [-magnitude, magnitude[low]]
+    if across is not None:
+        rows += [across[low], -across[low]]
+        bounds += [np.zeros(2 * np.sum(low))]
+    rows = np.vstack(rows)
+    return np.hstack([rows, -np.ones((len(rows), 1))]), np.concatenate(bounds) / peak
+
+
+def minimise_peak(conditions, y, edge=1.0, energy_share=0.01, iterations=60, tolerance=1e-7):
+    """Least peak of the stop band by sequential quadratic programming with feasible iterates.
+
+    Each step solves for the least linearised peak in the tangent space of the equations; its quadratic term is the
+    curvature of the Lagrangian, made positive, plus a damping that adapts to success.  The step is restored onto the
+    equations, and is accepted only when the true objective falls.
+
+    The objective is peak + share * energy.  Where only some of the taps decide the peak, the energy of the stop band
+    decides the others, so that the optimum is one point.
+    """
+    band = StopBand(conditions, edge)
+    energy = stop_band_energy(conditions, edge)
+    y = conditions.restore(y)
+    share = energy_share * np.max(band.magnitude(y)) / (y @ energy @ y)
+
+    def objective(y):
+        return np.max(band.magnitude(y)) + share * (y @ energy @ y)
+
+    value, damping, peak_multipliers = objective(y), 10.0, None
+    for _ in range(iterations):
+        points = band.active(y)
+        magnitude, slope, across = band.tangent(y, points)
+        peak = np.max(magnitude)
+        basis, inverses = conditions.tangent_space(y)
+        # Everything is scaled by the peak.  It is relative to the gain at zero frequency, which moves too.
+        gradient = 2 * share * (energy @ y) - peak / (band.zero_frequency @ y) * band.zero_frequency
+        curvature = 2 * share * energy
+        if peak_multipliers is not None:
+            multipliers = peak_multipliers[points]
+            curvature = curvature + conditions.curvature(
+                conditions.multipliers(inverses, gradient + slope.T @ multipliers))
+            if across is not None:
+                curvature = curvature + (across.T * (multipliers / np.maximum(magnitude, 1e-3 * peak))) @ across
+        eigenvalues, vectors = np.linalg.eigh(basis.T @ curvature @ basis)
+        rows, bounds = _peak_rows(magnitude, slope @ basis, None if across is None else across @ basis)
+        accepted = None
+        for _ in range(12):
+            hessian = np.zeros((len(eigenvalues) + 1,) * 2)
+            hessian[:-1, :-1] = (vectors * (np.maximum(eigenvalues, 0) + damping)) @ vectors.T * peak
+            x, row_multipliers = interior_point.minimise(hessian, np.r_[basis.T @ gradient, 1.0], rows, bounds)
+            candidate = conditions.restore(y + basis @ (x[:-1] * peak))
+            if candidate is not None and objective(candidate) < value:
+                accepted = candidate
+                break
+            damping *= 6
+        if accepted is None:
+            break
+        gain = (value - objective(accepted)) / value
+        peak_multipliers = np.zeros(len(band.real))
+        peak_multipliers[points] = row_multipliers[:len(points)]
+        y, value = accepted, objective(accepted)
+        damping = max(damping / 4, 1e-6)
+        if gain < tolerance:
+            break
+    return y
+
+
+def peak(conditions, y, edge=1.0):
+    return np.max(StopBand(conditions, edge).magnitude(y))
+
+
+def lowest_peaks(conditions, candidates, count):
+    """The `count` candidates of lowest peak, lowest first."""
+    return sorted(candidates, key=lambda y: peak(conditions, y))[:count]

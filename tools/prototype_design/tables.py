@@ -1,4 +1,4 @@
-"""The committed data: one array of independent taps per design, written as C++ and read back, and the forms derived from it.
+"""The committed data, one array of independent taps per design, as C++ to write and read, and forms derived from it.
 
 The derivations mirror src/dsp/filterbank/prototype_tables.h, which forms the exported tables from the same arrays.
 """

@@ -1,21 +1,21 @@
 /* Operations on vectors of complex samples.
  *
- * Conventions, the pair rule and alignment: korla/dsp/types.h. A complex sample is two floats, real part first; a complex
- * vector of n samples is 2n consecutive floats and is passed as a pointer to the first. n, the last argument, counts
- * complex samples; n = 0 does nothing. Real vectors ("V") hold n floats.
+ * Conventions, the pair rule and alignment: korla/dsp/types.h. A complex sample is two floats, real part first; a
+ * complex vector of n samples is 2n consecutive floats and is passed as a pointer to the first. n, the last argument,
+ * counts complex samples; n = 0 does nothing. Real vectors ("V") hold n floats.
  *
- * Overlap. The result of a _flex entry is as if all sources had been read before the first store, at any offset between
- * destination and source; with two sources that overlap the destination, both have to lie on its same side (or coincide
- * with it). A real and a complex vector that overlap have to admit one order of processing: the real one may begin where
- * the complex one begins (as CLmpyCLVSU and VLsquaredmagCLIU with everything in one buffer do) or end where it ends.
- * The outputs of the mixes from stacked inputs stay apart from the inputs and from each other.
+ * Overlap. The result of a _flex entry is as if all sources had been read before the first store, at any offset
+ * between destination and source; with two sources that overlap the destination, both have to lie on its same side
+ * (or coincide with it). A real and a complex vector that overlap have to admit one order of processing: the real one
+ * may begin where the complex one begins (as CLmpyCLVSU and VLsquaredmagCLIU with everything in one buffer do) or end
+ * where it ends. The outputs of the mixes from stacked inputs stay apart from the inputs and from each other.
  *
- * Rounding. In the formulas below a product in brackets is rounded on its own; a product without brackets is fused with
- * the sum it stands in (one rounding). Both entries follow the same steps, with the one exception said at CLmpyCLCSU, so
- * they give the same bits, on every target, for a sample wherever it stands in the vector.
+ * Rounding. In the formulas below a product in brackets is rounded on its own; a product without brackets is fused
+ * with the sum it stands in (one rounding). Both entries follow the same steps, with the one exception said at
+ * CLmpyCLCSU, so they give the same bits, on every target, for a sample wherever it stands in the vector.
  *
- * Powers of two. 2^e stands for a factor made exactly in the exponent of a float: e is -126..127 (a right shift 0..126).
- * Other values are harmless to memory, but the factor is unspecified.
+ * Powers of two. 2^e stands for a factor made exactly in the exponent of a float: e is -126..127 (a right shift
+ * 0..126). Other values are harmless to memory, but the factor is unspecified.
  *
  * Infinity, NaN and zero divisors give what the arithmetic of the stated steps gives; nothing traps.
  */

@@ -7,11 +7,12 @@
  * the destination and a source. With two sources that overlap the destination, both have to lie on its same side (or
  * coincide with it): one order of processing must suit both.
  *
- * Rounding. Element-wise members round each stated operation once: the same bits from both entries, on every target, and
- * for an element wherever it stands in the vector. Sums (Ldot, Ndot, Lsum_sqr, Lmean_sqr) keep M partial sums: element i
- * is added to partial sum i mod M with one fused multiply-add, all starting at +0; at the end sum j is added to by sum
- * j + M/2, then j + M/4, and so on down to one. M is 32 for the products and 64 for the squares. So sums too are the same
- * to the bit from both entries, for any alignment and on every target; the error bound is that of about n / M + 6 steps.
+ * Rounding. Element-wise members round each stated operation once: the same bits from both entries, on every target,
+ * and for an element wherever it stands in the vector. Sums (Ldot, Ndot, Lsum_sqr, Lmean_sqr) keep M partial sums:
+ * element i is added to partial sum i mod M with one fused multiply-add, all starting at +0; at the end sum j is
+ * added to by sum j + M/2, then j + M/4, and so on down to one. M is 32 for the products and 64 for the squares. So
+ * sums too are the same to the bit from both entries, for any alignment and on every target; the error bound is that
+ * of about n / M + 6 steps.
  *
  * NaN and infinity pass through the arithmetic. Nothing traps and nothing is reported.
  */
@@ -70,7 +71,8 @@ KRL_API int32_t KRL_vec_IeqLLU_strict(const float *a, const float *b, uint32_t n
 
 /** The largest magnitude among x[0..n-1]; 0 for n = 0.
  *
- * NaN: _flex ignores NaN samples and gives NaN only when every sample is one; _strict gives NaN as soon as one sample is.
+ * NaN: _flex ignores NaN samples and gives NaN only when every sample is one; _strict gives NaN as soon as one sample
+ * is.
  */
 KRL_API float krl_vec_Labs_maxLU_flex(const float *x, uint32_t n);
 KRL_API float KRL_vec_Labs_maxLU_strict(const float *x, uint32_t n);
@@ -100,9 +102,9 @@ KRL_API float KRL_vec_Lmean_sqrLU_strict(const float *x, uint32_t n);
 /** Headroom in bits: the largest s, limited to 0..60, for which max |x[i]| * 2^s stays below 1. 60 when all are zero
  * and for n = 0.
  *
- * A maximum in [0.5, 1) gives 0, in [0.25, 0.5) gives 1; 1.0 or more, infinity and a NaN maximum give 0. The entries are
- * the same function: the maximum is Labs_maxLU of the _strict entry (NaN propagates) when x is on 32 bytes and n a
- * multiple of 4, of the _flex entry (NaN ignored) otherwise.
+ * A maximum in [0.5, 1) gives 0, in [0.25, 0.5) gives 1; 1.0 or more, infinity and a NaN maximum give 0. The entries
+ * are the same function: the maximum is Labs_maxLU of the _strict entry (NaN propagates) when x is on 32 bytes and n
+ * a multiple of 4, of the _flex entry (NaN ignored) otherwise.
  */
 KRL_API uint32_t krl_vec_UnormLU_flex(const float *x, uint32_t n);
 KRL_API uint32_t KRL_vec_UnormLU_strict(const float *x, uint32_t n);

@@ -5,6 +5,7 @@
 #include "korla/dsp/complex.h"
 
 #include <cstring>
+#include <type_traits>
 
 #include "dsp/core/exp2.h"
 #include "dsp/core/vector_map.h"
@@ -37,7 +38,7 @@ auto product_of_strict_entry = [](auto a, auto b) { return add_imaginary_product
 
 // re = (acc.re + a.re b.re) - a.im b.im, im = (a.re b.im + [a.im b.re]) + acc.im
 //
-// The parts differ in when the accumulator comes in. Adding -0 changes nothing, so it stands in for it where it does not.
+// The parts differ in when the accumulator comes in. Where it does not, -0 stands in: adding that changes nothing.
 auto add_product = [](auto acc, auto a, auto b) {
     const auto none = splat<decltype(acc)>(-0.0f);
     const auto real_products = fma(a, twice_even(b), even_odd(acc, none));
@@ -51,12 +52,11 @@ template <class V> KRL_INLINE V conjugate_product(V a, V b) {
 
 // ---- division -------------------------------------------------------------------------------------------------------
 
-// Both parts of the numerator over |x|^2 = x.re x.re + [x.im x.im], a single: its reciprocal and the products with it are
-// formed in double precision and rounded once.
+// Both parts of the numerator over |x|^2 = x.re x.re + [x.im x.im], a single. Its reciprocal and the products with it
+// are formed in double precision and rounded once to single.
 template <class V> KRL_INLINE V over_squared_magnitude(V numerator, V x) {
-    const auto magnitudes = to_double(fma(x, x, swap_pairs(x * x))); // in the even lanes
-    using D = decltype(magnitudes.a);
-    const D reciprocal = splat<D>(1.0) / even_lanes(magnitudes.a, magnitudes.b);
+    const auto magnitude = even_to_double(fma(x, x, swap_pairs(x * x)));
+    const auto reciprocal = splat<std::remove_const_t<decltype(magnitude)>>(1.0) / magnitude;
     const auto n = to_double(numerator);
     return to_single({n.a * twice_even(reciprocal), n.b * twice_odd(reciprocal)});
 }
@@ -99,8 +99,8 @@ template <class access, int count>
 inline void mix_to_both(float* d0, float* d1, const float* inputs, const float* coefficients, uint32_t n) {
     float c[2 * count]; // the compiler cannot know that the destinations do not change them
     memcpy(c, coefficients, sizeof(c));
-    auto both = [&c](auto in) {
-        return lane_pair{weighted_sum<count>(in.of, c), weighted_sum<count>(in.of, c + count)};
+    auto both = [&c]<class V>(stacked_lanes<V, count> in) {
+        return lane_pair<V>{weighted_sum<count>(in.of, c), weighted_sum<count>(in.of, c + count)};
     };
     map_vector<access, 1>(to_both{d0, d1}, floats(n), both, stack<count>(inputs, n));
 }
@@ -155,7 +155,8 @@ KRL_PAIR(void, krl_cvec_Lmpy_conjLLIU_flex, KRL_cvec_Lmpy_conjLLIU_strict,
          map_vector<access>(to(d), floats(n), [f](auto x, auto y) { return conjugate_product(x * f, y * f); }, from(a),
                             from(b));)
 
-KRL_PAIR(void, krl_VLsquaredmagCLIU_flex, KRL_VLsquaredmagCLIU_strict, (float* v, const float* a, int32_t e, uint32_t n),
+KRL_PAIR(void, krl_VLsquaredmagCLIU_flex, KRL_VLsquaredmagCLIU_strict,
+         (float* v, const float* a, int32_t e, uint32_t n),
          const float f = exp2_int(e);
          auto squared_magnitude = [f](auto x) {
              const auto re = x.a * f, im = x.b * f;
@@ -174,14 +175,17 @@ KRL_PAIR(void, krl_CLmix4CL4SU_flex, KRL_CLmix4CL4SU_strict, (float* d, const fl
          mix4<access>(d, in, c, n);)
 
 KRL_PAIR(void, krl_CLCLmix4CL8SU_flex, KRL_CLCLmix4CL8SU_strict,
-         (float* d0, float* d1, const float* in, const float* c, uint32_t n), (mix_to_both<access, 4>(d0, d1, in, c, n));)
+         (float* d0, float* d1, const float* in, const float* c, uint32_t n),
+         (mix_to_both<access, 4>(d0, d1, in, c, n));)
 
 KRL_PAIR(void, krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict,
-         (float* d0, float* d1, const float* in, const float* c, uint32_t n), (mix_to_both<access, 6>(d0, d1, in, c, n));)
+         (float* d0, float* d1, const float* in, const float* c, uint32_t n),
+         (mix_to_both<access, 6>(d0, d1, in, c, n));)
 
 // Four inputs and then three more added in the same fused steps: one chain, so one pass gives the bits of the two.
 KRL_PAIR(void, krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict,
-         (float* d0, float* d1, const float* in, const float* c, uint32_t n), (mix_to_both<access, 7>(d0, d1, in, c, n));)
+         (float* d0, float* d1, const float* in, const float* c, uint32_t n),
+         (mix_to_both<access, 7>(d0, d1, in, c, n));)
 
 // ---- powers of two --------------------------------------------------------------------------------------------------
 

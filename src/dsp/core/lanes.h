@@ -79,6 +79,17 @@ template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
     store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
 }
 
+// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are the
+// bottleneck, this keeps it to one load.
+template <class V> KRL_INLINE V in_register(V v) {
+#if defined(KRL_X86_FMA)
+    asm("" : "+x"(v));
+#elif defined(KRL_NEON)
+    asm("" : "+w"(v));
+#endif
+    return v;
+}
+
 // Spelled out, because loops over lanes reach the vectorizer, which may build the vector through memory.
 template <class V> KRL_INLINE V splat(element_of<V> x) {
     if constexpr (lanes<V> == 1)
@@ -123,9 +134,9 @@ template <class V> KRL_INLINE V negate_even(V v) {
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
 
-// ---- partial loads and stores ----------------------------------------------------------------------------------------
+// ---- partial loads and stores ---------------------------------------------------------------------------------------
 
-// The first `count` lanes, fewer than V has: the rest are zero in what is loaded and stay as they are in what is stored.
+// The first `count` lanes, fewer than V has: the others are zero in what is loaded, and left alone where it is stored.
 template <class V> V load_first(const float* p, size_t count);
 template <> KRL_INLINE f32x4 load_first(const float* p, size_t count) {
     f32x4 v = {};
@@ -403,6 +414,7 @@ KRL_INLINE float sum_of_lanes(f32x8 v) {
 // ---- shuffles -------------------------------------------------------------------------------------------------------
 
 template <class V> struct lane_pair { V a, b; };
+template <class V> lane_pair(V, V) -> lane_pair<V>; // clang 14 does not deduce aggregates by itself
 
 KRL_INLINE float reverse(float v) { return v; }
 KRL_INLINE f32x4 reverse(f32x4 v) { return __builtin_shufflevector(v, v, 3, 2, 1, 0); }
@@ -419,8 +431,6 @@ KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
-// The even lanes of a and of b in alternation.
-KRL_INLINE f64x2 even_lanes(f64x2 a, f64x2 b) { return __builtin_shufflevector(a, b, 0, 2); }
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
@@ -434,22 +444,35 @@ KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [r2, r3] = interleave(ac_hi, bd_hi);
     a = r0, b = r1, c = r2, d = r3;
 }
-// Half as many floats as V has lanes, each in two neighbouring lanes.
+// Half as many floats as V has lanes, each in two neighbouring lanes; forwards, or the last one first.
 template <class V> V load_twice(const float* p);
+template <class V> V load_twice_backwards(const float* p);
 template <> KRL_INLINE f32x4 load_twice(const float* p) { return f32x4{p[0], p[0], p[1], p[1]}; }
+template <> KRL_INLINE f32x4 load_twice_backwards(const float* p) { return f32x4{p[1], p[1], p[0], p[0]}; }
 #if KRL_LANES == 8
 template <> KRL_INLINE f32x8 load_twice(const float* p) {
     const f32x4 v = load<f32x4>(p);
     return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
 }
+template <> KRL_INLINE f32x8 load_twice_backwards(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 3, 3, 2, 2, 1, 1, 0, 0);
+}
 KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
+// Wide shuffles go by way of the halves, in two steps that each are one instruction.
 KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
-    return {__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11),
-            __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15)};
+    const f32x8 even = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 odd = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+    return {__builtin_shufflevector(even, odd, 0, 1, 2, 3, 8, 9, 10, 11),
+            __builtin_shufflevector(even, odd, 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+KRL_INLINE f32x8 swap_middle_quarters(f32x8 v) {
+    const f64x4 pairs = bit_cast<f64x4>(v);
+    return bit_cast<f32x8>(__builtin_shufflevector(pairs, pairs, 0, 2, 1, 3));
 }
 KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
-    return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6, 8, 10, 12, 14),
-            __builtin_shufflevector(lo, hi, 1, 3, 5, 7, 9, 11, 13, 15)};
+    return {swap_middle_quarters(__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14)),
+            swap_middle_quarters(__builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15))};
 }
 KRL_INLINE f32x8 concat(f32x4 lo, f32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
 KRL_INLINE i32x8 concat(i32x4 lo, i32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
@@ -471,7 +494,6 @@ KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1,
 KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
-KRL_INLINE f64x4 even_lanes(f64x4 a, f64x4 b) { return __builtin_shufflevector(a, b, 0, 4, 2, 6); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
     return _mm256_blend_ps(v, splat<f32x8>(first), 1);
@@ -511,30 +533,125 @@ KRL_INLINE lane_pair<f32x8> join(f32x8 re, f32x8 im) {
     return {__builtin_shufflevector(re, im, 0, 8, 1, 9, 4, 12, 5, 13),
             __builtin_shufflevector(re, im, 2, 10, 3, 11, 6, 14, 7, 15)};
 }
-KRL_INLINE f32x8 to_split_order(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 4, 5, 2, 3, 6, 7); }
+KRL_INLINE f32x8 to_split_order(f32x8 v) { return swap_middle_quarters(v); }
 #endif
 
-// Rows become columns: lanes<V> vectors of lanes<V> lanes, in place.
-KRL_INLINE void transpose(float*) {}
-KRL_INLINE void transpose(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
-#if KRL_LANES == 8
-KRL_INLINE void transpose(f32x8* r) {
-    f32x8 t[8];
-    for (int i = 0; i < 8; i += 4) { // 2x2 blocks inside the halves, then the halves' 4x4
-        const f32x8 a = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 b = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
-        const f32x8 c = __builtin_shufflevector(r[i + 2], r[i + 3], 0, 8, 1, 9, 4, 12, 5, 13);
-        const f32x8 d = __builtin_shufflevector(r[i + 2], r[i + 3], 2, 10, 3, 11, 6, 14, 7, 15);
-        t[i] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
-        t[i + 2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
-        t[i + 3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
-    }
-    for (int i = 0; i < 4; i++) {
-        r[i] = __builtin_shufflevector(t[i], t[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        r[i + 4] = __builtin_shufflevector(t[i], t[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
+// Complex samples that stay interleaved, real part first.
+KRL_INLINE f32x4 conjugate(f32x4 v) { return bit_cast<f32x4>(bit_cast<i32x4>(v) ^ i32x4{0, INT32_MIN, 0, INT32_MIN}); }
+KRL_INLINE f32x4 reverse_complex(f32x4 v) { return __builtin_shufflevector(v, v, 2, 3, 0, 1); }
+KRL_INLINE lane_pair<f32x4> interleave_complex(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7)};
 }
+KRL_INLINE lane_pair<f32x4> deinterleave_complex(f32x4 lo, f32x4 hi) { return interleave_complex(lo, hi); }
+#if KRL_LANES == 8
+KRL_INLINE f32x8 conjugate(f32x8 v) {
+    constexpr int32_t sign = INT32_MIN;
+    return bit_cast<f32x8>(bit_cast<i32x8>(v) ^ i32x8{0, sign, 0, sign, 0, sign, 0, sign});
+}
+KRL_INLINE f32x8 reverse_complex(f32x8 v) {
+    const f64x4 z = bit_cast<f64x4>(v);
+    return bit_cast<f32x8>(__builtin_shufflevector(z, z, 3, 2, 1, 0));
+}
+KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
+    const f64x4 x = bit_cast<f64x4>(a), y = bit_cast<f64x4>(b);
+    const f64x4 even = __builtin_shufflevector(x, y, 0, 4, 2, 6), odd = __builtin_shufflevector(x, y, 1, 5, 3, 7);
+    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 1, 4, 5)),
+            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 2, 3, 6, 7))};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
+    const f64x4 x = bit_cast<f64x4>(lo), y = bit_cast<f64x4>(hi);
+    const f64x4 even = __builtin_shufflevector(x, y, 0, 1, 4, 5), odd = __builtin_shufflevector(x, y, 2, 3, 6, 7);
+    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 4, 2, 6)),
+            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 1, 5, 3, 7))};
+}
+#endif
+
+// Complex samples of a in order and of b backwards in alternation, and back: two shuffles a vector also where the halves of
+// vectors lie apart.
+KRL_INLINE lane_pair<f32x4> interleave_backwards(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 1, 6, 7), __builtin_shufflevector(a, b, 2, 3, 4, 5)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave_backwards(f32x4 lo, f32x4 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 1, 4, 5), __builtin_shufflevector(lo, hi, 6, 7, 2, 3)};
+}
+#if KRL_LANES == 8
+KRL_INLINE lane_pair<f32x8> interleave_backwards(f32x8 a, f32x8 b) {
+    a = __builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7);
+    b = __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1);
+    return {__builtin_shufflevector(a, b, 0, 1, 8, 9, 4, 5, 12, 13),
+            __builtin_shufflevector(a, b, 2, 3, 10, 11, 6, 7, 14, 15)};
+}
+KRL_INLINE lane_pair<f32x8> deinterleave_backwards(f32x8 lo, f32x8 hi) {
+    const f32x8 a = __builtin_shufflevector(lo, hi, 0, 1, 8, 9, 4, 5, 12, 13);
+    const f32x8 b = __builtin_shufflevector(lo, hi, 2, 3, 10, 11, 6, 7, 14, 15);
+    return {__builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7), __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1)};
+}
+#endif
+
+// Lanes from a table in groups of four: four values of a, four of b, and so on; groups start `stride` floats apart.
+template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const float* p) {
+    if constexpr (lanes<V> == 4)
+        return {load<V>(p), load<V>(p + 4)};
+    else
+        return {__builtin_shufflevector(load<V>(p), load<V>(p + stride), 0, 1, 2, 3, 8, 9, 10, 11),
+                __builtin_shufflevector(load<V>(p), load<V>(p + stride), 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+
+// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
+// the transpose of the left 4x4 block and the upper halves that of the right one.
+KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
+#if KRL_LANES == 8
+KRL_INLINE void transpose_quads(f32x8* r) {
+    const f32x8 a = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 b = __builtin_shufflevector(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 c = __builtin_shufflevector(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 d = __builtin_shufflevector(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);
+    r[0] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
+    r[2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
+    r[3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+#endif
+
+// Four lanes from 4*i on: of v[0], or, for W = f32x8, of v[0] and then of v[4].
+template <class W> KRL_INLINE W quads(const f32x4* v, int) {
+    if constexpr (lanes<W> == 8)
+        return __builtin_shufflevector(v[0], v[4], 0, 1, 2, 3, 4, 5, 6, 7);
+    else
+        return v[0];
+}
+#if KRL_LANES == 8
+template <class W> KRL_INLINE W quads(const f32x8* v, int i) {
+    if constexpr (lanes<W> == 8)
+        return i == 0 ? _mm256_permute2f128_ps(v[0], v[4], 0x20) : _mm256_permute2f128_ps(v[0], v[4], 0x31);
+    else
+        return i == 0 ? _mm256_castps256_ps128(v[0]) : _mm256_extractf128_ps(v[0], 1);
+}
+#endif
+
+// ---- two four-lane vectors side by side -------------------------------------------------------------------------------
+//
+// For data that comes in groups of four lanes: two of them in one step, in one register where the target has eight lanes.
+
+#if KRL_LANES == 8
+using f32x4x2 = f32x8;
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
+#else
+struct f32x4x2 { f32x4 a, b; };
+template <> struct lane_traits<f32x4x2> { using element = float; static constexpr int count = 8; };
+KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return {a, b}; }
+KRL_INLINE f32x4 first_half(f32x4x2 v) { return v.a; }
+KRL_INLINE f32x4 second_half(f32x4x2 v) { return v.b; }
+KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return {v.b, v.a}; }
+KRL_INLINE f32x4x2 operator*(f32x4x2 x, f32x4x2 y) { return {x.a * y.a, x.b * y.b}; }
+KRL_INLINE f32x4x2 mul_add(f32x4x2 x, f32x4x2 y, f32x4x2 z) { return {mul_add(x.a, y.a, z.a), mul_add(x.b, y.b, z.b)}; }
+KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
+    return {mul_sub_from(x.a, y.a, z.a), mul_sub_from(x.b, y.b, z.b)};
+}
+KRL_INLINE f32x4x2 reverse(f32x4x2 v) { return {reverse(v.b), reverse(v.a)}; }
 #endif
 
 // ---- conversions ----------------------------------------------------------------------------------------------------
@@ -546,13 +663,23 @@ KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
 }
 KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     using f32x2 = float __attribute__((vector_size(8)));
-    return __builtin_shufflevector(__builtin_convertvector(v.a, f32x2), __builtin_convertvector(v.b, f32x2), 0, 1, 2, 3);
+    const f32x2 a = __builtin_convertvector(v.a, f32x2), b = __builtin_convertvector(v.b, f32x2);
+    return __builtin_shufflevector(a, b, 0, 1, 2, 3);
 }
 #if KRL_LANES == 8
 KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
     return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
 }
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
+#endif
+
+// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each, and
+// twice_odd those of to_double(v).b.
+KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
+#if KRL_LANES == 8
+KRL_INLINE f64x4 even_to_double(f32x8 v) {
+    return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v))));
+}
 #endif
 
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.

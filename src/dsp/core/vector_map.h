@@ -15,9 +15,9 @@ namespace krl {
 
 // ---- operands -------------------------------------------------------------------------------------------------------
 //
-// at(i) is the address of element i, from which the order of processing is derived; operands without it do not take part
-// (constants, and sources that have to stay apart from the destination). granule: the floats of the destination that
-// belong together.
+// at(i) is the address of element i, from which the order of processing is derived; operands without it do not take
+// part (constants, and sources that have to stay apart from the destination). granule: the floats of the destination
+// that belong together.
 
 struct to {
     static constexpr size_t granule = 1;
@@ -48,7 +48,9 @@ struct constant {
 struct from_end {
     const float* end;
     from_end(const float* x, size_t n) : end(x + n) {}
-    template <class access, class V> KRL_INLINE V load(size_t i) const { return reverse(krl::load<V>(end - i - lanes<V>)); }
+    template <class access, class V> KRL_INLINE V load(size_t i) const {
+        return reverse(krl::load<V>(end - i - lanes<V>));
+    }
     KRL_INLINE f32x4 load_first(size_t count) const {
         const f32x4 v = krl::load_first<f32x4>(end - count, count);
         return count == 1 ? v : count == 2 ? swap_pairs(v) : f32x4{v[2], v[1], v[0], 0.0f};
@@ -82,20 +84,20 @@ struct from_real {
 };
 
 // `count` vectors one behind the other, `distance` floats apart; apart from the destination.
+template <class V, int count> struct stacked_lanes { V of[count]; };
 template <int count> struct from_stack {
     const float* p;
     size_t distance;
-    template <class V> struct lanes_of_each { V of[count]; };
-    template <class access, class V> KRL_INLINE lanes_of_each<V> load(size_t i) const {
+    template <class access, class V> KRL_INLINE stacked_lanes<V, count> load(size_t i) const {
         return each<V>([&](size_t j) { return access::template load<V>(p + j * distance + i); });
     }
-    KRL_INLINE lanes_of_each<f32x4> load_first(size_t n) const {
+    KRL_INLINE stacked_lanes<f32x4, count> load_first(size_t n) const {
         return each<f32x4>([&](size_t j) { return krl::load_first<f32x4>(p + j * distance, n); });
     }
 
 private:
-    template <class V, class L> static KRL_INLINE lanes_of_each<V> each(L load_one) {
-        lanes_of_each<V> v;
+    template <class V, class L> static KRL_INLINE stacked_lanes<V, count> each(L load_one) {
+        stacked_lanes<V, count> v;
 #pragma GCC unroll 8
         for (size_t j = 0; j < count; j++)
             v.of[j] = load_one(j);
@@ -139,7 +141,8 @@ template <class D, class... S> KRL_INLINE bool needs_backward(const D& dst, size
 // ---- the loop -------------------------------------------------------------------------------------------------------
 
 // From the end towards the beginning; the group at the beginning is read first and written last.
-template <class D, class F, class... S> __attribute__((noinline, cold)) void map_backward(D dst, size_t n, F f, S... src) {
+template <class D, class F, class... S>
+__attribute__((noinline, cold)) void map_backward(D dst, size_t n, F f, S... src) {
     constexpr size_t width = lanes<f32v>;
     const auto first = f(src.template load<flex, f32v>(0)...);
     size_t i = n;
@@ -153,9 +156,9 @@ template <class D, class F, class... S> __attribute__((noinline, cold)) void map
 
 // dst[i] = f(src[i]...), i = 0..n-1, `unroll` vectors a turn.
 //
-// flex: the result is as if the sources had been read before the first store, as far as one order of processing can give
-// that. A rest that fills no vector is done by one that reaches back over elements already done: it is read before the
-// loop and written after it, so it sees the sources as they were.
+// flex: the result is as if the sources had been read before the first store, as far as one order of processing can
+// give that. A rest that fills no vector is done by one that reaches back over elements already done: it is read
+// before the loop and written after it, so it sees the sources as they were.
 template <class access, int unroll = 4, class D, class F, class... S>
 KRL_INLINE void map_vector(D dst, size_t n, F f, S... src) {
     constexpr size_t width = lanes<f32v>;

@@ -5,8 +5,15 @@
 
 namespace krl::fft {
 
+template <int N, direction dir, bool scaled, rounding precision> KRL_INLINE void run(float* out, float* in, float* work) {
+    if constexpr (is_short<N>)
+        short_transform<N, dir, scaled>(out, in);
+    else
+        transform<N, dir, scaled, precision>::run(out, in, work);
+}
+
 template <int N, direction dir, bool scaled, rounding precision> KRL_INLINE void kernel(float* out, float* in) {
-    transform<N, dir, scaled, precision>::run(out, in, in);
+    run<N, dir, scaled, precision>(out, in, in);
 }
 
 // The entry of a power of two: work area of its own, and the input taken from out when there is none.
@@ -19,7 +26,7 @@ template <int N, direction dir, bool scaled> KRL_INLINE void entry(float* out, f
             in = work;
         }
     }
-    transform<N, dir, scaled, rounding::full>::run(out, in, work);
+    run<N, dir, scaled, rounding::full>(out, in, work);
 }
 
 } // namespace krl::fft

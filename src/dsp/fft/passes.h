@@ -5,10 +5,6 @@
 // e^(-2*pi*i*q*k/(R*L)), and writes result m to position L*R*b + k + m*L. The first pass (L = 1) turns nothing. The last one
 // (b = 0) writes the positions it reads, so that it also runs in place.
 //
-// Layout. The first pass reads and the last pass writes interleaved complex samples. Between them, every block of
-// lanes<V> samples holds their real parts and then their imaginary parts, both in split order: a block starts at the same
-// float as its samples do in the interleaved layout.
-//
 // Direction and scale live at the two ends only. An inverse transform swaps real and imaginary parts as the first pass loads
 // and as the last pass stores, which costs nothing; every pass between computes a forward transform.
 #pragma once
@@ -20,51 +16,39 @@ namespace krl::fft {
 
 enum class direction { forward, inverse };
 
+// ---- layouts --------------------------------------------------------------------------------------------------------
+//
+// The first pass reads and the last pass writes interleaved complex samples. Between them the parts stand apart, in one of
+// two layouts. Both let a group of samples start where start(i) says, the imaginary parts `imaginary` floats behind the real
+// ones.
+
+// Lengths that are multiples of 8: a block of one vector holds its real parts and then its imaginary parts, in split order. A
+// block starts at the same float as its samples do in the interleaved layout, so that a pass can change from one to the other
+// in place.
+struct blocks {
+    static constexpr int width = lanes<f32v>;
+    static constexpr bool split = true;
+    static constexpr int imaginary = width;
+    static constexpr int start(int i) { return 2 * i; } // i is a multiple of width
+    // The sample in a lane, counted through consecutive blocks.
+    static constexpr int sample_in(int lane) { return lane / width * width + split_order<f32v>(lane % width); }
+};
+
+// Other lengths: all real parts, then all imaginary parts, in natural order. Groups start anywhere and may overlap.
+template <int N> struct planes {
+    static constexpr bool split = false;
+    static constexpr int imaginary = N;
+    static constexpr int start(int i) { return i; }
+    static constexpr int sample_in(int lane) { return lane; }
+};
+
 template <class V, direction dir> KRL_INLINE complex<V> parts_of(V lo, V hi) {
     const auto [re, im] = split(lo, hi);
     return dir == direction::forward ? complex<V>{re, im} : complex<V>{im, re};
 }
 template <class V, direction dir> KRL_INLINE complex<V> load_samples(const float* p) {
-    return parts_of<V, dir>(load<V>(p), load<V>(p + lanes<V>));
+    return parts_of<V, dir>(in_register(load<V>(p)), in_register(load<V>(p + lanes<V>)));
 }
-template <class V, direction dir> KRL_INLINE void store_samples(float* p, complex<V> x) {
-    const auto [lo, hi] = dir == direction::forward ? join(x.re, x.im) : join(x.im, x.re);
-    store(p, lo);
-    store(p + lanes<V>, hi);
-}
-template <class V> KRL_INLINE complex<V> load_block(const float* p) { return {load<V>(p), load<V>(p + lanes<V>)}; }
-template <class V> KRL_INLINE void store_block(float* p, complex<V> x) {
-    store(p, x.re);
-    store(p + lanes<V>, x.im);
-}
-
-// The results x[0..R-1] of butterflies j.., one butterfly a lane, to positions R*j.. in blocks of `width` samples: rows
-// become columns. Only the first `count` lanes hold butterflies.
-template <int width, int R, class V> KRL_INLINE void store_transposed(float* dst, const complex<V>* x, int count) {
-    constexpr int n = lanes<V>;
-    static_assert(R % n == 0 && R % width == 0);
-    using B = std::conditional_t<width == lanes<f32v>, f32v, std::conditional_t<width == 4, f32x4, float>>;
-    detail::unroll<R / n>([&](auto unit) __attribute__((always_inline)) {
-        constexpr int lane = unit * n % width, block = unit * n / width * width;
-        V re[n], im[n];
-        for (int i = 0; i < n; i++) {
-            const int m = block + split_order<B>(lane + i);
-            re[i] = x[m].re;
-            im[i] = x[m].im;
-        }
-        transpose(re);
-        transpose(im);
-        detail::unroll<n>([&](auto i) __attribute__((always_inline)) {
-            constexpr int butterfly = split_order<V>(i);
-            if (butterfly < count) {
-                float* p = dst + 2 * (butterfly * R + block) + lane;
-                store(p, re[i]);
-                store(p + width, im[i]);
-            }
-        });
-    });
-}
-
 // Samples in the first `count` < lanes lanes, nothing read behind them; the other lanes are unspecified.
 template <class V, direction dir, int count> KRL_INLINE complex<V> load_first_samples(const float* p) {
     constexpr int n = lanes<V>;
@@ -80,30 +64,101 @@ template <class V, direction dir, int count> KRL_INLINE complex<V> load_first_sa
         return parts_of<V, dir>(lo, lo);
     }
 }
+template <class V, class layout, direction dir> KRL_INLINE void store_samples(float* p, complex<V> x) {
+    const V re = dir == direction::forward ? x.re : x.im, im = dir == direction::forward ? x.im : x.re;
+    const auto [lo, hi] = layout::split ? join(re, im) : interleave(re, im);
+    store(p, lo);
+    store(p + lanes<V>, hi);
+}
+template <class V, class layout> KRL_INLINE complex<V> load_parts(const float* p) {
+    return {in_register(load<V>(p)), in_register(load<V>(p + layout::imaginary))};
+}
+template <class V, class layout> KRL_INLINE void store_parts(float* p, complex<V> x) {
+    store(p, x.re);
+    store(p + layout::imaginary, x.im);
+}
 
-template <int N, direction dir, bool scaled, int R, int width> struct first_pass {
-    static constexpr int count = N / R;
-    // Fewer butterflies than lanes: the narrowest vector that takes them all, half empty at worst.
-    using V = std::conditional_t<width == 1, float,
-                                 std::conditional_t<(lanes<f32v> > 4 && width > 4 && count > 4), f32v, f32x4>>;
-    static constexpr int n = lanes<V>;
+// ---- first pass -----------------------------------------------------------------------------------------------------
 
-    // Butterflies j..j+active-1.
-    template <int active> static KRL_INLINE void step(float* dst, const float* src, int j) {
-        complex<V> x[R];
-        detail::unroll<R>([&](auto q) __attribute__((always_inline)) {
-            // A whole vector may be read as long as it ends inside the input.
-            if constexpr (active == n || q * count + n <= N)
-                x[q] = load_samples<V, dir>(src + 2 * (j + q * count));
-            else
-                x[q] = load_first_samples<V, dir, N - q * count>(src + 2 * (j + q * count));
-            if constexpr (scaled) {
-                const V factor = splat<V>(1.0f / N);
-                x[q] = {x[q].re * factor, x[q].im * factor};
+// Takes the results of butterflies 0, 1, ..., one butterfly a lane, and puts those of butterfly b to positions R*b + m: rows
+// become columns, four results of four butterflies at a time, as soon as the four are there. Only the first `count` lanes
+// hold butterflies.
+//
+// Blocks are stored a whole vector at a time, because the next pass will load whole vectors soon: a load that spans two
+// younger stores has to wait for both to reach the cache.
+template <class V, class layout, int R, int count> class transposed_results {
+public:
+    explicit KRL_INLINE transposed_results(float* to) : dst(to) {}
+
+    template <int m> KRL_INLINE void operator()(detail::index<m>, complex<V> v) {
+        x[m] = v;
+        detail::unroll<stores>([&](auto i) __attribute__((always_inline)) {
+            constexpr int lane = i * wide < R - wide ? i * wide : R - wide; // the last store repeats some results
+            if constexpr (last_of(lane) == m)
+                store_results<lane>();
+        });
+    }
+
+private:
+    using W = std::conditional_t<layout::split, f32v, f32x4>; // what one store takes
+    static constexpr int wide = lanes<W>, stores = (R + wide - 1) / wide;
+    static_assert(R >= wide && (R % wide == 0 || !layout::split));
+
+    static constexpr int last_of(int lane) {
+        int last = layout::sample_in(lane);
+        for (int i = 1; i < wide; i++)
+            if (result_rank<R>(layout::sample_in(lane + i)) > result_rank<R>(last))
+                last = layout::sample_in(lane + i);
+        return last;
+    }
+    template <int lane> KRL_INLINE void store_results() {
+        V re[wide], im[wide];
+        for (int i = 0; i < wide; i++) {
+            re[i] = x[layout::sample_in(lane + i)].re;
+            im[i] = x[layout::sample_in(lane + i)].im;
+        }
+        for (int i = 0; i < wide; i += 4) {
+            transpose_quads(re + i);
+            transpose_quads(im + i);
+        }
+        detail::unroll<lanes<V>>([&](auto i) __attribute__((always_inline)) {
+            constexpr int butterfly = split_order<V>(i);
+            if constexpr (butterfly < count) {
+                float* p = dst + layout::start(butterfly * R + lane);
+                store(p, quads<W>(re + i % 4, i / 4));
+                store(p + layout::imaginary, quads<W>(im + i % 4, i / 4));
             }
         });
-        butterfly<R>(x);
-        store_transposed<width, R>(dst + 2 * R * j, x, active);
+    }
+
+    complex<V> x[R];
+    float* dst;
+};
+
+template <int N, direction dir, bool scaled, int R, class layout> struct first_pass {
+    static constexpr int count = N / R;
+    // Fewer butterflies than lanes: the narrowest vector that takes them all.
+    using V = std::conditional_t<(count > 4), f32v, f32x4>;
+    static constexpr int n = lanes<V>;
+
+    // Input q of butterflies j..j+active-1.
+    template <int active, int q> static KRL_INLINE complex<V> input(const float* src, int j) {
+        complex<V> x;
+        // A whole vector may be read as long as it ends inside the input.
+        if constexpr (active == n || q * count + n <= N)
+            x = load_samples<V, dir>(src + 2 * (j + q * count));
+        else
+            x = load_first_samples<V, dir, N - q * count>(src + 2 * (j + q * count));
+        if constexpr (scaled) {
+            const V factor = splat<V>(1.0f / N);
+            x = {x.re * factor, x.im * factor};
+        }
+        return x;
+    }
+    template <int active> static KRL_INLINE void step(float* dst, const float* src, int j) {
+        transposed_results<V, layout, R, active> results(dst + layout::start(R * j));
+        butterfly<R, V>([=](auto q) __attribute__((always_inline)) { return input<active, q>(src, j); },
+                        [&](auto m, complex<V> v) __attribute__((always_inline)) { results(m, v); });
     }
     static KRL_INLINE void run(float* dst, const float* src) {
         if constexpr (count < n) {
@@ -117,34 +172,50 @@ template <int N, direction dir, bool scaled, int R, int width> struct first_pass
     }
 };
 
-template <int N, int R, int L, rounding precision, class V, class Store>
-KRL_INLINE void twiddled_pass(float* dst, const float* src, Store store_result) {
+// ---- later passes ---------------------------------------------------------------------------------------------------
+
+// store_result(i, x) puts x to the positions from i on.
+template <int N, int R, int L, rounding precision, class layout, class V, class Store>
+KRL_INLINE void twiddled_pass(const float* src, Store store_result) {
+    using table = twiddle_table<V, R, L>;
     constexpr int width = lanes<V>;
-    static_assert(N % (R * L) == 0 && L % width == 0);
-    for (int k = 0; k < L; k += width) {
-        const float* w = twiddles<V, R, L, precision>.value + 2 * (R - 1) * k;
+    static_assert(N % (R * L) == 0 && (L % width == 0 || !layout::split));
+    const float* w = twiddles<V, R, L, precision, layout::split>.value;
+    for (int group = 0; group < table::groups; group++, w += table::group_size) {
+        const int k = L % width == 0 ? group * width : table::first_position(group);
         for (int b = 0; b < N / (R * L); b++) {
-            complex<V> x[R];
-            x[0] = load_block<V>(src + 2 * (L * b + k));
-            detail::unroll<R - 1>([&](auto i) __attribute__((always_inline)) {
-                constexpr int q = i + 1;
-                x[q] = rotate(load_block<V>(src + 2 * (L * b + k + q * (N / R))), load_aligned<V>(w + 2 * i * width),
-                              load_aligned<V>(w + (2 * i + 1) * width));
-            });
-            butterfly<R>(x);
-            for (int m = 0; m < R; m++)
-                store_result(dst + 2 * (L * R * b + k + m * L), x[m]);
+            const float* const from = src + layout::start(L * b + k);
+            butterfly<R, V>(
+                [=](auto q) __attribute__((always_inline)) {
+                    const complex<V> x = load_parts<V, layout>(from + layout::start(q * (N / R)));
+                    if constexpr (q == 0)
+                        return x;
+                    else
+                        return rotate(x, in_register(load_aligned<V>(w + 2 * (q - 1) * width)),
+                                      in_register(load_aligned<V>(w + (2 * q - 1) * width)));
+                },
+                [=](auto m, complex<V> x) __attribute__((always_inline)) { store_result(L * R * b + k + m * L, x); });
         }
     }
 }
 
-template <int N, int R, int L, rounding precision, class V> void middle_pass(float* dst, const float* src) {
-    twiddled_pass<N, R, L, precision, V>(dst, src, [](float* p, complex<V> x)
-                                             __attribute__((always_inline)) { store_block(p, x); });
+// Lanes of the pass behind transforms of length L.
+template <int L> using lanes_behind = std::conditional_t<(L >= lanes<f32v>), f32v, f32x4>;
+
+// Functions of their own, so that transforms that differ in scale, and middle passes that differ in direction, share them.
+template <int N, int R, int L, rounding precision, class layout>
+__attribute__((noinline)) void middle_pass(float* dst, const float* src) {
+    using V = lanes_behind<L>;
+    twiddled_pass<N, R, L, precision, layout, V>(src, [dst](int i, complex<V> x) __attribute__((always_inline)) {
+        store_parts<V, layout>(dst + layout::start(i), x);
+    });
 }
-template <int N, direction dir, int R, rounding precision, class V> void last_pass(float* dst, const float* src) {
-    twiddled_pass<N, R, N / R, precision, V>(dst, src, [](float* p, complex<V> x)
-                                                 __attribute__((always_inline)) { store_samples<V, dir>(p, x); });
+template <int N, direction dir, int R, rounding precision, class layout>
+__attribute__((noinline)) void last_pass(float* dst, const float* src) {
+    using V = lanes_behind<N / R>;
+    twiddled_pass<N, R, N / R, precision, layout, V>(src, [dst](int i, complex<V> x) __attribute__((always_inline)) {
+        store_samples<V, layout, dir>(dst + 2 * i, x);
+    });
 }
 
 } // namespace krl::fft

@@ -54,6 +54,8 @@ template <class V> struct bin_pair { complex<V> low, high; };
 template <class F> KRL_INLINE void for_all_bin_pairs(float* z, uint32_t n, F f) {
     if (n / 2 >= lanes<f32v>)
         for_bin_pairs<f32v>(z, n, f);
+    else if (n / 2 >= lanes<f32x4>)
+        for_bin_pairs<f32x4>(z, n, f);
     else
         for_bin_pairs<float>(z, n, f);
 }

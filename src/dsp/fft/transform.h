@@ -3,18 +3,16 @@
 
 #include "dsp/fft/lengths.h"
 #include "dsp/fft/passes.h"
+#include "dsp/fft/short_transforms.h"
 
 namespace krl::fft {
 
-template <int... R> struct radices {};
+template <int R, int... rest> struct radices { static constexpr int first = R; };
 
-// The factorisations, first pass first. The first radix is 8 (4 where the length is no multiple of 8), so that all later
-// passes work on whole vectors of eight (four) samples.
+// The factorisations, first pass first. Lengths that are multiples of 8 start with radix 8, so that all their later passes work
+// on whole vectors; the others with four or more, to fill at least four lanes. Among the possible ones the fastest stand here;
+// none has passes whose groups overlap (L no multiple of the lanes) and that run in place.
 template <int N> struct plan;
-template <> struct plan<2> { using type = radices<2>; };
-template <> struct plan<4> { using type = radices<4>; };
-template <> struct plan<6> { using type = radices<6>; };
-template <> struct plan<8> { using type = radices<8>; };
 template <> struct plan<12> { using type = radices<4, 3>; };
 template <> struct plan<15> { using type = radices<5, 3>; };
 template <> struct plan<16> { using type = radices<4, 4>; };
@@ -26,74 +24,77 @@ template <> struct plan<36> { using type = radices<4, 9>; };
 template <> struct plan<40> { using type = radices<8, 5>; };
 template <> struct plan<45> { using type = radices<9, 5>; };
 template <> struct plan<48> { using type = radices<8, 6>; };
-template <> struct plan<60> { using type = radices<4, 3, 5>; };
+template <> struct plan<60> { using type = radices<12, 5>; };
 template <> struct plan<64> { using type = radices<8, 8>; };
-template <> struct plan<72> { using type = radices<8, 9>; };
-template <> struct plan<80> { using type = radices<8, 2, 5>; };
-template <> struct plan<90> { using type = radices<6, 3, 5>; };
-template <> struct plan<96> { using type = radices<8, 3, 4>; };
-template <> struct plan<120> { using type = radices<8, 3, 5>; };
-template <> struct plan<128> { using type = radices<8, 4, 4>; };
-template <> struct plan<144> { using type = radices<8, 3, 6>; };
-template <> struct plan<160> { using type = radices<8, 4, 5>; };
-template <> struct plan<180> { using type = radices<4, 9, 5>; };
+template <> struct plan<72> { using type = radices<12, 6>; };
+template <> struct plan<80> { using type = radices<8, 10>; };
+template <> struct plan<90> { using type = radices<15, 6>; };
+template <> struct plan<96> { using type = radices<8, 12>; };
+template <> struct plan<120> { using type = radices<8, 15>; };
+template <> struct plan<128> { using type = radices<8, 16>; };
+template <> struct plan<144> { using type = radices<24, 6>; };
+template <> struct plan<160> { using type = radices<8, 5, 4>; };
+template <> struct plan<180> { using type = radices<15, 12>; };
 template <> struct plan<192> { using type = radices<8, 4, 6>; };
-template <> struct plan<240> { using type = radices<8, 6, 5>; };
-template <> struct plan<256> { using type = radices<8, 8, 4>; };
-template <> struct plan<288> { using type = radices<8, 6, 6>; };
-template <> struct plan<320> { using type = radices<8, 8, 5>; };
-template <> struct plan<360> { using type = radices<8, 9, 5>; };
-template <> struct plan<384> { using type = radices<8, 3, 4, 4>; };
-template <> struct plan<480> { using type = radices<8, 3, 4, 5>; };
+template <> struct plan<240> { using type = radices<8, 5, 6>; };
+template <> struct plan<256> { using type = radices<8, 4, 8>; };
+template <> struct plan<288> { using type = radices<8, 3, 12>; };
+template <> struct plan<320> { using type = radices<8, 4, 10>; };
+template <> struct plan<360> { using type = radices<8, 3, 5, 3>; };
+template <> struct plan<384> { using type = radices<8, 4, 12>; };
+template <> struct plan<480> { using type = radices<8, 5, 12>; };
 template <> struct plan<512> { using type = radices<8, 4, 4, 4>; };
-template <> struct plan<576> { using type = radices<8, 3, 4, 6>; };
+template <> struct plan<576> { using type = radices<8, 12, 6>; };
 template <> struct plan<640> { using type = radices<8, 4, 4, 5>; };
-template <> struct plan<720> { using type = radices<8, 6, 3, 5>; };
+template <> struct plan<720> { using type = radices<8, 3, 5, 6>; };
 template <> struct plan<768> { using type = radices<8, 4, 4, 6>; };
-template <> struct plan<960> { using type = radices<8, 4, 6, 5>; };
+template <> struct plan<960> { using type = radices<8, 4, 5, 6>; };
 template <> struct plan<1024> { using type = radices<8, 8, 4, 4>; };
 template <> struct plan<2048> { using type = radices<8, 4, 4, 4, 4>; };
-template <> struct plan<4096> { using type = radices<8, 8, 4, 4, 4>; };
+template <> struct plan<4096> { using type = radices<8, 8, 8, 8>; };
 
-// Lanes of the passes of length N: the widest that its first radix fills.
-template <int N>
-using lanes_of = std::conditional_t<N % 8 == 0 && (N > 16), f32v, std::conditional_t<N % 4 == 0 && (N > 8), f32x4, float>>;
+template <int N, direction dir, bool scaled, rounding precision, class Plan = typename plan<N>::type> class transform {
+public:
+    // work may be in. Neither overlaps out, unless the transform has two passes and no blocks.
+    static void run(float* out, const float* in, float* work) {
+        if constexpr (Plan::first % 8 == 0)
+            blocked(Plan{}, out, in, work);
+        else
+            planar(Plan{}, out, in, work);
+    }
 
-template <int N, direction dir, bool scaled, rounding precision> struct transform {
-    using V = lanes_of<N>;
-
-    // Results alternate between out and work; the last pass writes out, in place when the one before ended there.
-    template <int L, int R, int... rest>
-    static KRL_INLINE void later_passes(radices<R, rest...>, float* out, float* work, bool in_out) {
-        const float* src = in_out ? out : work;
-        if constexpr (sizeof...(rest) == 0) {
-            last_pass<N, dir, R, precision, V>(out, src);
-        } else {
-            middle_pass<N, R, L, precision, V>(in_out ? work : out, src);
-            later_passes<L * R>(radices<rest...>{}, out, work, !in_out);
-        }
+private:
+    template <int R, int... rest>
+    static KRL_INLINE void blocked(radices<R, rest...>, float* out, const float* in, float* work) {
+        first_pass<N, dir, scaled, R, blocks>::run(out, in);
+        later_passes<blocks, R, true>(radices<rest...>{}, out, work);
     }
     template <int R, int... rest>
-    static KRL_INLINE void passes(radices<R, rest...>, float* out, const float* in, float* work) {
-        if constexpr (sizeof...(rest) == 0) {
-            complex<float> x[N];
-            const float factor = scaled ? 1.0f / N : 1.0f;
-            for (int i = 0; i < N; i++) {
-                x[i] = load_samples<float, dir>(in + 2 * i);
-                if constexpr (scaled)
-                    x[i] = {x[i].re * factor, x[i].im * factor};
-            }
-            butterfly<R>(x);
-            for (int i = 0; i < N; i++)
-                store_samples<float, dir>(out + 2 * i, x[i]);
+    static KRL_INLINE void planar(radices<R, rest...>, float* out, const float* in, float* work) {
+        using layout = planes<N>;
+        if constexpr (sizeof...(rest) == 1) {
+            // Overlapping groups must not run in place. What stands between two passes is short and stays on the stack.
+            alignas(32) float between[2 * N];
+            first_pass<N, dir, scaled, R, layout>::run(between, in);
+            (last_pass<N, dir, rest, precision, layout>(out, between), ...);
         } else {
-            first_pass<N, dir, scaled, R, lanes<V>>::run(out, in);
-            later_passes<R>(radices<rest...>{}, out, work, true);
+            static_assert(sizeof...(rest) == 2);
+            first_pass<N, dir, scaled, R, layout>::run(out, in);
+            later_passes<layout, R, true>(radices<rest...>{}, out, work);
         }
     }
 
-    // work may be in. Neither overlaps out, except that short transforms (runs_in_place) read everything first.
-    static void run(float* out, const float* in, float* work) { passes(typename plan<N>::type{}, out, in, work); }
+    // Results alternate between out and work; the last pass writes out, in place when the one before ended there.
+    template <class layout, int L, bool in_out, int R, int... rest>
+    static KRL_INLINE void later_passes(radices<R, rest...>, float* out, float* work) {
+        const float* src = in_out ? out : work;
+        if constexpr (sizeof...(rest) == 0) {
+            last_pass<N, dir, R, precision, layout>(out, src);
+        } else {
+            middle_pass<N, R, L, precision, layout>(in_out ? work : out, src);
+            later_passes<layout, L * R, !in_out>(radices<rest...>{}, out, work);
+        }
+    }
 };
 
 } // namespace krl::fft

@@ -17,19 +17,26 @@ constexpr float round_to(rounding precision, double x) {
 }
 
 // The factors of the pass that joins R transforms of length L into one of length R*L: input q at sub-position k is turned by
-// e^(-2*pi*i*q*k/(R*L)). They stand in the order in which the pass reads them: for every group of `width` positions k, and
-// for q = 1..R-1, `width` cosines and then `width` sines, the lanes in split order. The span R*L alone decides the values,
-// so that transforms of different lengths share a table.
-template <int R, int L, int width> struct alignas(32) twiddle_table {
-    float value[2 * (R - 1) * L];
+// e^(-2*pi*i*q*k/(R*L)). They stand in the order in which the pass reads them: for every group of positions k, and for
+// q = 1..R-1, the cosines of a whole vector and then its sines, in the lane order of the data. The span R*L alone decides the
+// values, so that transforms of different lengths share a table.
+//
+// Groups are lanes<V> positions wide. Where L is no multiple of that, the last group ends at L and repeats some positions.
+template <class V, int R, int L> struct twiddle_table {
+    static constexpr int width = lanes<V>, groups = (L + width - 1) / width, group_size = 2 * (R - 1) * width;
+    static_assert(L >= width);
+    static constexpr int first_position(int group) { return group * width <= L - width ? group * width : L - width; }
 
-    template <class V> static constexpr twiddle_table make(rounding precision) {
+    alignas(32) float value[groups * group_size];
+
+    static constexpr twiddle_table make(rounding precision, bool split) {
         twiddle_table t{};
         float* p = t.value;
-        for (int k = 0; k < L; k += width)
+        for (int group = 0; group < groups; group++)
             for (int q = 1; q < R; q++, p += 2 * width)
                 for (int lane = 0; lane < width; lane++) {
-                    const sin_cos w = sin_cos_turn(q * (k + split_order<V>(lane)), R * L);
+                    const int k = first_position(group) + (split ? split_order<V>(lane) : lane);
+                    const sin_cos w = sin_cos_turn(q * k, R * L);
                     p[lane] = round_to(precision, w.cos);
                     p[width + lane] = round_to(precision, w.sin);
                 }
@@ -37,7 +44,8 @@ template <int R, int L, int width> struct alignas(32) twiddle_table {
     }
 };
 
-template <class V, int R, int L, rounding precision>
-inline constexpr auto twiddles = twiddle_table<R, L, lanes<V>>::template make<V>(precision);
+// Lanes in split order or in natural order.
+template <class V, int R, int L, rounding precision, bool split>
+inline constexpr auto twiddles = twiddle_table<V, R, L>::make(precision, split);
 
 } // namespace krl::fft

@@ -36,8 +36,10 @@ struct AllPassChain {
     const float* a;
     phases delayed[4]; // input, outputs
 
-    // The first `sections` of the three. Written so that y[n-2] meets one fused step: the recursion runs at its latency.
-    template <int sections = 3> KRL_INLINE phases step(phases x) {
+    // The first `sections` of the three. Written so that y[n-2] meets one fused step: the recursion runs at its
+    // latency.
+    template <int sections = 3>
+    KRL_INLINE phases step(phases x) {
 #pragma GCC unroll 3
         for (int j = 0; j < sections; j++) {
             const phases k = splat<phases>(a[j]);
@@ -96,7 +98,8 @@ void filter_backward(float (*state)[2], const float (*forward)[2], float* work, 
         i -= 2;
         store_phases(work + i, chain.step<1>(load_phases(work + i)) * 2.0f);
     }
-    // warm_up is odd: in this pair the odd position is the last to pass one section, the even one the first to pass three.
+    // warm_up is odd: in this pair the odd position is the last to pass one section, the even one the first to pass
+    // three.
     i -= 2;
     phases third = even_odd(chain.step(load_phases(work + i)), none);
     store_phases(work + i, even_odd(none, chain.delayed[1] * 2.0f));
@@ -138,7 +141,8 @@ int32_t getRequiredBufferSize_Phase90Hilbert(uint32_t block_length, size_t* inst
     return granted ? ok : refused;
 }
 
-int32_t init_Phase90Hilbert(Phase90Hilbert** handle, uint32_t block_length, void* instance, float* work, float* history) {
+int32_t init_Phase90Hilbert(Phase90Hilbert** handle, uint32_t block_length, void* instance, float* work,
+                            float* history) {
     if (!handle)
         return refused;
     *handle = nullptr;

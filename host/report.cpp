@@ -1,0 +1,235 @@
+#include "report.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "text.h"
+
+namespace host {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string dump(const Json& document) { return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
+
+// -inf has no JSON number.
+Json number(double value) { return std::isfinite(value) ? Json(value) : Json(nullptr); }
+
+Json names(const ChannelMap& map) {
+    Json list = Json::array();
+    for (uint32_t code : map)
+        list.push_back(speaker_name(code));
+    return list;
+}
+
+Json levels_json(const ChannelMap& map, const std::vector<Level>& levels) {
+    Json list = Json::array();
+    for (size_t c = 0; c < map.size(); c++)
+        list.push_back({{"channel", speaker_name(map[c])},
+                        {"peak_dbfs", number(decibels(levels[c].peak))},
+                        {"rms_dbfs", number(decibels(levels[c].rms))}});
+    return list;
+}
+
+std::string level_text(double level) { return level > 0.0 ? format_text("%8.1f", decibels(level)) : "    -inf"; }
+
+std::string levels_text(const char* title, const ChannelMap& map, const std::vector<Level>& levels) {
+    std::string head = format_text("%-14s", title), peak = format_text("%-14s", "  peak dBFS"),
+                rms = format_text("%-14s", "  RMS dBFS");
+    for (size_t c = 0; c < map.size(); c++) {
+        head += format_text("%8s", speaker_name(map[c]).c_str());
+        peak += level_text(levels[c].peak);
+        rms += level_text(levels[c].rms);
+    }
+    return head + "\n" + peak + "\n" + rms + "\n";
+}
+
+size_t worst_row(const Measurement& module) {
+    size_t worst = 0;
+    for (size_t o = 0; o < module.gain.size(); o++)
+        worst = module.row_sum(o) > module.row_sum(worst) ? o : worst;
+    return worst;
+}
+
+std::string matrix_text(const RunReport& r) {
+    std::string text = "Matrix in dB, measured through the module (make-up gain included)\n  out \\ in    ";
+    for (uint32_t code : r.stream.input)
+        text += format_text("%8s", speaker_name(code).c_str());
+    text += "  |    sum\n";
+    for (size_t o = 0; o < r.module.gain.size(); o++) {
+        text += format_text("  %-12s", speaker_name(r.stream_output_map[o]).c_str());
+        for (double g : r.module.gain[o])
+            text += g == 0.0 ? "       ." : format_text("%8.1f", decibels(std::fabs(g)) + 0.0);
+        text += format_text("  |%s\n", level_text(r.module.row_sum(o)).c_str() + 1);
+    }
+    return text;
+}
+
+double real_time_factor(const RunReport& r, double seconds) {
+    return seconds > 0.0 ? static_cast<double>(r.frames) / r.stream.sample_rate / seconds : 0.0;
+}
+
+std::string requested_layout(const StreamFormat& stream) {
+    return stream.layout ? layout_name(*stream.layout) : "automatic";
+}
+
+} // namespace
+
+std::string text(const RunReport& r) {
+    const double rate = r.stream.sample_rate, seconds = static_cast<double>(r.frames) / rate;
+    const bool reordered = r.input_map != r.stream.input;
+    std::string text;
+    text += format_text("Input         %s: %s, %u Hz, %zu channels, %llu frames (%.2f s)\n", r.input.c_str(),
+                        r.input_format.c_str(), r.stream.sample_rate, r.input_map.size(),
+                        static_cast<unsigned long long>(r.frames), seconds);
+    text += "  file order  " + speaker_names(r.input_map) + "\n";
+    text += "  sent as     " + speaker_names(r.stream.input) +
+            (reordered ? "  (reordered, as the matrices expect)\n" : "\n");
+    text += format_text("  stream      %s, %s, %zu frames a call\n", format_name(r.stream.samples),
+                        r.stream.planar ? "planar" : "interleaved", r.block_frames);
+    text += format_text("Output        %s: %s, layout %s\n", r.output.c_str(), r.output_format.c_str(),
+                        requested_layout(r.stream).c_str());
+    text += format_text("  file order  %s  (mask 0x%X)\n", speaker_names(r.output_map).c_str(), r.output_mask);
+    text += format_text("Pass-through  %s\n", r.module.pass_through ? "yes" : "no");
+    text += format_text("Latency       %u samples (%.2f ms)%s\n\n", r.module.latency_frames,
+                        r.module.latency_frames * 1000.0 / rate, r.module.latency_frames ? ", removed" : "");
+    text += matrix_text(r);
+    const size_t worst = worst_row(r.module);
+    text += format_text("Worst case    %+.1f dB in %s when all inputs agree", decibels(r.module.row_sum(worst)) + 0.0,
+                        speaker_name(r.stream_output_map[worst]).c_str());
+    text += r.module.row_sum(worst) > 1.001 ? "; the limiter takes what exceeds full scale\n\n" : "\n\n";
+    text += levels_text("Input", r.input_map, r.input_levels);
+    text += levels_text("Output", r.output_map, r.output_levels);
+    if (r.frames)
+        text += format_text(
+            "\nSpeed         %.0f times real time in the module (%.2f ns a frame), %.0f times with the files\n",
+            real_time_factor(r, r.module_seconds), r.module_seconds * 1e9 / static_cast<double>(r.frames),
+            real_time_factor(r, r.total_seconds));
+    for (const std::string& notice : r.notices)
+        text += "Note          " + notice + "\n";
+    return text;
+}
+
+std::string json(const RunReport& r) {
+    Json matrix = Json::array();
+    for (size_t o = 0; o < r.module.gain.size(); o++) {
+        Json row = {{"output", speaker_name(r.stream_output_map[o])},
+                    {"sum_db", number(decibels(r.module.row_sum(o)))},
+                    {"gain", r.module.gain[o]},
+                    {"gain_db", Json::array()}};
+        for (double g : r.module.gain[o])
+            row["gain_db"].push_back(number(decibels(std::fabs(g))));
+        matrix.push_back(row);
+    }
+    const size_t worst = worst_row(r.module);
+    return dump({
+        {"library", r.library},
+        {"input", {{"path", r.input}, {"format", r.input_format}, {"channels", names(r.input_map)}}},
+        {"output",
+         {{"path", r.output},
+          {"format", r.output_format},
+          {"channels", names(r.output_map)},
+          {"channel_mask", r.output_mask}}},
+        {"stream",
+         {{"sample_rate", r.stream.sample_rate},
+          {"frames", r.frames},
+          {"samples", format_name(r.stream.samples)},
+          {"planar", r.stream.planar},
+          {"block_frames", r.block_frames},
+          {"layout", requested_layout(r.stream)},
+          {"input_channels", names(r.stream.input)},
+          {"output_channels", names(r.stream_output_map)}}},
+        {"pass_through", r.module.pass_through},
+        {"latency",
+         {{"frames", r.module.latency_frames}, {"ms", r.module.latency_frames * 1000.0 / r.stream.sample_rate}}},
+        {"matrix", matrix},
+        {"worst_case",
+         {{"output", speaker_name(r.stream_output_map[worst])},
+          {"gain_db", number(decibels(r.module.row_sum(worst)))}}},
+        {"levels",
+         {{"input", levels_json(r.input_map, r.input_levels)}, {"output", levels_json(r.output_map, r.output_levels)}}},
+        {"speed",
+         {{"module_seconds", r.module_seconds},
+          {"total_seconds", r.total_seconds},
+          {"real_time_factor", real_time_factor(r, r.module_seconds)},
+          {"real_time_factor_with_files", real_time_factor(r, r.total_seconds)}}},
+        {"notices", r.notices},
+    });
+}
+
+std::string text(const ModuleInfo& i) {
+    return format_text("Library            %s (%llu bytes)\nMagic              %s\nInterface version  0x%08x\n"
+                       "Name               %s\nVendor             %s\nReports itself as  %s\n",
+                       i.library.c_str(), static_cast<unsigned long long>(i.library_bytes), i.magic.c_str(),
+                       i.interface_version, i.name.c_str(), i.vendor.c_str(), i.reported_name.c_str());
+}
+
+std::string json(const ModuleInfo& i) {
+    return dump({{"library", i.library},
+                 {"library_bytes", i.library_bytes},
+                 {"magic", i.magic},
+                 {"interface_version", i.interface_version},
+                 {"name", i.name},
+                 {"vendor", i.vendor},
+                 {"reported_name", i.reported_name}});
+}
+
+std::string text(const LayoutListing& listing) {
+    std::string text = "Output layouts (--layout NAME or INDEX)\n  index  name   mask     channels\n";
+    for (const auto& o : listing.outputs)
+        text += format_text("  %5u  %-6s 0x%-6X %s%s\n", o.index, layout_name(o.index), o.output.layout_mask,
+                            speaker_names(o.output.map).c_str(),
+                            o.mixed_from_7_1 ? "" : "  (no matrix: frames are copied)");
+    text += format_text("\nInputs of the automatic layout (--layout auto): %zu\n", listing.automatic.size());
+    for (const auto& a : listing.automatic)
+        text += format_text("  %-48s -> %s\n", speaker_names(a.input).c_str(),
+                            a.input == a.output ? "copied" : speaker_names(a.output).c_str());
+    return text;
+}
+
+std::string json(const LayoutListing& listing) {
+    Json outputs = Json::array(), automatic = Json::array();
+    for (const auto& o : listing.outputs)
+        outputs.push_back({{"index", o.index},
+                           {"name", layout_name(o.index)},
+                           {"layout_mask", o.output.layout_mask},
+                           {"channels", names(o.output.map)},
+                           {"mixed_from_7_1", o.mixed_from_7_1}});
+    for (const auto& a : listing.automatic)
+        automatic.push_back({{"input", names(a.input)}, {"output", names(a.output)}});
+    return dump({{"outputs", outputs}, {"automatic", automatic}});
+}
+
+std::string text(const BenchReport& r) {
+    std::string text = format_text("%s -> %s at %u Hz, ns a frame (best call)\n", speaker_names(r.input).c_str(),
+                                   speaker_names(r.output).c_str(), r.sample_rate);
+    const size_t blocks = static_cast<size_t>(std::count_if(r.rows.begin(), r.rows.end(), [&](auto& row) {
+        return row.samples == r.rows[0].samples && row.planar == r.rows[0].planar;
+    }));
+    text += "  frames a call    ";
+    for (size_t b = 0; b < blocks; b++)
+        text += format_text("%9zu", r.rows[b].block_frames);
+    for (size_t i = 0; i < r.rows.size(); i++) {
+        if (i % blocks == 0)
+            text += format_text("\n  %s %-12s ", format_name(r.rows[i].samples),
+                                r.rows[i].planar ? "planar" : "interleaved");
+        text += format_text("%9.2f", r.rows[i].ns_per_frame);
+    }
+    return text + "\n";
+}
+
+std::string json(const BenchReport& r) {
+    Json rows = Json::array();
+    for (const auto& row : r.rows)
+        rows.push_back({{"samples", format_name(row.samples)},
+                        {"planar", row.planar},
+                        {"block_frames", row.block_frames},
+                        {"ns_per_frame", row.ns_per_frame}});
+    return dump({{"library", r.library},
+                 {"input_channels", names(r.input)},
+                 {"output_channels", names(r.output)},
+                 {"sample_rate", r.sample_rate},
+                 {"rows", rows}});
+}
+
+} // namespace host

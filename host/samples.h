@@ -1,0 +1,70 @@
+// Sample formats of a stream, and the move between interleaved file order and stream order.
+#pragma once
+
+#include <korla/acli.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace host {
+
+enum class SampleFormat { s16, s32, f32 };
+
+inline size_t bytes_per_sample(SampleFormat f) { return f == SampleFormat::s16 ? 2 : 4; }
+inline const char* format_name(SampleFormat f) {
+    return f == SampleFormat::s16 ? "s16" : f == SampleFormat::s32 ? "s32" : "f32";
+}
+inline uint32_t module_code(SampleFormat f) {
+    return f == SampleFormat::s16   ? ACLI_SAMPLE_INT16
+           : f == SampleFormat::s32 ? ACLI_SAMPLE_INT32
+                                    : ACLI_SAMPLE_FLOAT32;
+}
+
+// Sample i of a buffer, full scale 1.0.
+inline double sample_value(const std::byte* buffer, SampleFormat f, size_t i) {
+    auto load = [&](auto value, double scale) {
+        std::memcpy(&value, buffer + i * sizeof value, sizeof value);
+        return static_cast<double>(value) * scale;
+    };
+    switch (f) {
+    case SampleFormat::s16:
+        return load(int16_t{}, 0x1p-15);
+    case SampleFormat::s32:
+        return load(int32_t{}, 0x1p-31);
+    default:
+        return load(float{}, 1.0);
+    }
+}
+
+// Place of a sample in a stream buffer. Planar streams hold, for each chunk of 256 frames, one channel after another;
+// the host only ever sends whole chunks.
+inline size_t stream_place(size_t frame, size_t channel, size_t channels, bool planar) {
+    if (!planar)
+        return frame * channels + channel;
+    const size_t chunk = frame / ACLI_MAX_CHUNK, within = frame % ACLI_MAX_CHUNK;
+    return (chunk * channels + channel) * ACLI_MAX_CHUNK + within;
+}
+
+// order[c]: channel of the file that is channel c of the stream.
+inline void file_to_stream(const std::byte* file, std::byte* stream, size_t frames, const std::vector<size_t>& order,
+                           size_t sample_bytes, bool planar) {
+    const size_t channels = order.size();
+    for (size_t c = 0; c < channels; c++)
+        for (size_t t = 0; t < frames; t++)
+            std::memcpy(stream + stream_place(t, c, channels, planar) * sample_bytes,
+                        file + (t * channels + order[c]) * sample_bytes, sample_bytes);
+}
+
+// order[c]: channel of the stream that is channel c of the file.
+inline void stream_to_file(const std::byte* stream, std::byte* file, size_t frames, const std::vector<size_t>& order,
+                           size_t sample_bytes, bool planar) {
+    const size_t channels = order.size();
+    for (size_t c = 0; c < channels; c++)
+        for (size_t t = 0; t < frames; t++)
+            std::memcpy(file + (t * channels + c) * sample_bytes,
+                        stream + stream_place(t, order[c], channels, planar) * sample_bytes, sample_bytes);
+}
+
+} // namespace host

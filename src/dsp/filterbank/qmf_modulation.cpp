@@ -1,0 +1,164 @@
+#include "dsp/filterbank/qmf.h"
+#include "dsp/filterbank/sweep.h"
+#include "korla/dsp/dct.h"
+
+using namespace krl;
+
+namespace {
+
+template <class V>
+KRL_INLINE V load_backwards(const float* p) {
+    return reverse(load<V>(p - (lanes<V> - 1)));
+}
+
+// ---- real sub-bands
+// ---------------------------------------------------------------------------------------------------
+
+// 2M filter outputs to the M inputs of a DCT-III.
+void fold(float* t, const float* f, uint32_t M) {
+    const uint32_t h = M / 2;
+    sweep(0, h, [=]<class V>(lane_tag<V>, uint32_t k) {
+        const V half = splat<V>(0.5f);
+        store(t + k, half * (load_backwards<V>(f + 3 * h - k) + load<V>(f + 3 * h + k)));
+        store(t + h + k, half * (load_backwards<V>(f + 2 * h - k) - load<V>(f + k)));
+    });
+    t[0] = 0.5f * f[3 * h];
+}
+
+// M outputs of a DCT-II in Y to the 2M inputs of the filter, X and Y.
+void expand(float* X, float* Y, uint32_t M) {
+    const uint32_t h = M / 2;
+    sweep(0, h, [=]<class V>(lane_tag<V>, uint32_t k) {
+        const V two = splat<V>(2.0f);
+        store(X + k, two * load_backwards<V>(Y + h - k));
+        store(X + h + k, two * load<V>(Y + k));
+    });
+    // The lower half of Y is used up; the upper half moves there and stays mirrored and negated.
+    sweep(0, h, [=]<class V>(lane_tag<V>, uint32_t m) { store(Y + m, splat<V>(2.0f) * load<V>(Y + h + m)); });
+    sweep(0, h, [=]<class V>(lane_tag<V>, uint32_t m) { store(Y + h + m, -load_backwards<V>(Y + h - m)); });
+    Y[h] = 0.0f;
+}
+
+bool is_supported(uint32_t M, const krl_fft_pair* pair, uint32_t fft_length) {
+    return M != 0 && M % 8 == 0 && (pair || KRL_r4_cplx_fwd_unscaled(fft_length));
+}
+
+// ---- complex sub-bands
+// ------------------------------------------------------------------------------------------------
+
+constexpr uint32_t samples = lanes<f32v> / 2; // complex samples of a vector
+
+// The rotation w of complex samples of neighbouring bands, each part in both lanes of its sample.
+struct Rotation {
+    f32v re, im;
+};
+
+KRL_INLINE f32v turn(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * -conjugate(w.im)); }
+KRL_INLINE f32v turn_back(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * conjugate(w.im)); }
+
+// Where the sine of band m stands in groups of four; its cosine follows four places on.
+KRL_INLINE const float* sine_of(const float* table, uint32_t m) { return table + m / 4 * 8 + m % 4; }
+
+KRL_INLINE Rotation load_rotation(const float* table, uint32_t m) {
+    return {load_twice<f32v>(sine_of(table, m) + 4), load_twice<f32v>(sine_of(table, m))};
+}
+
+struct NoTwiddle {
+    static KRL_INLINE f32v turn(f32v x, uint32_t) { return x; }
+    static KRL_INLINE f32v turn_back(f32v x, uint32_t) { return x; }
+};
+struct ShortTwiddle {
+    const float* table;
+
+    KRL_INLINE Rotation at(uint32_t m) const { return load_rotation(table, m); }
+    KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
+    KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
+};
+// The angles of the upper bands are those of the lower ones from a quarter turn down.
+struct FullTwiddle {
+    const float* table;
+    uint32_t M;
+
+    KRL_INLINE Rotation at(uint32_t m) const {
+        if (m < M / 2)
+            return load_rotation(table, m);
+        const float* sine = sine_of(table, M - samples - m);
+        return {-load_twice_backwards<f32v>(sine), -load_twice_backwards<f32v>(sine + 4)};
+    }
+    KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
+    KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
+};
+
+template <class F>
+void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
+    if (mode == qmf::no_twiddle || !table)
+        f(NoTwiddle{});
+    else if (mode == qmf::short_twiddle)
+        f(ShortTwiddle{table});
+    else
+        f(FullTwiddle{table, M});
+}
+
+// Sub-bands from a spectrum: its first half conjugated and its second half reversed, in alternation, then rotated.
+template <class Twiddle>
+void subbands_of_spectrum(float* X, const float* V, uint32_t M, Twiddle w) {
+    for (uint32_t k = 0; k < M / 2; k += samples) {
+        const f32v even = conjugate(load<f32v>(V + 2 * k));
+        const f32v odd = reverse_complex(load<f32v>(V + 2 * (M - k - samples)));
+        const auto [lo, hi] = interleave_complex(even, odd);
+        store(X + 4 * k, w.turn(lo, 2 * k));
+        store(X + 4 * k + lanes<f32v>, w.turn(hi, 2 * k + samples));
+    }
+}
+template <class Twiddle>
+void spectrum_of_subbands(float* V, const float* X, uint32_t M, Twiddle w) {
+    for (uint32_t k = 0; k < M / 2; k += samples) {
+        const f32v lo = w.turn_back(load<f32v>(X + 4 * k), 2 * k);
+        const f32v hi = w.turn_back(load<f32v>(X + 4 * k + lanes<f32v>), 2 * k + samples);
+        const auto [even, odd] = deinterleave_complex(lo, hi);
+        store(V + 2 * k, conjugate(even));
+        store(V + 2 * (M - k - samples), reverse_complex(odd));
+    }
+}
+
+} // namespace
+
+void krl_forwardModulationReal(const float* f, float* out, uint32_t M, const krl_fft_pair* pair, const float* dct_table,
+                               float* tmp) {
+    if (!is_supported(M, pair, M / 2))
+        return;
+    fold(tmp, f, M);
+    if (tmp == out)
+        _krl_ldct3_scaled_iplu(pair, dct_table, out, M);
+    else
+        krl_dctIII_scaled(pair, dct_table, out, tmp, M);
+}
+
+void krl_inverseModulationReal(float* X, float* Y, uint32_t M, const krl_fft_pair* pair, const float* dct_table) {
+    if (!is_supported(M, pair, M / 2))
+        return;
+    if (X == Y) {
+        _krl_ldct2_unscaled_iplu(pair, dct_table, X, M);
+        Y = X + M;
+        memcpy(Y, X, M * sizeof(float));
+    } else {
+        krl_dctII_unscaled(pair, dct_table, Y, X, M);
+    }
+    expand(X, Y, M);
+}
+
+void krl_forwardModulationComplex(float* v, float* X, float* scratch, uint32_t M, uint32_t mode, const float* twiddle,
+                                  const krl_fft_pair* pair) {
+    if (!is_supported(M, pair, M))
+        return;
+    (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(scratch, v, M);
+    with_twiddle(M, mode, twiddle, [=](auto w) { subbands_of_spectrum(X, scratch, M, w); });
+}
+
+void krl_inverseModulationComplex(const float* X, float* Y, float* scratch, uint32_t M, uint32_t mode,
+                                  const float* twiddle, const krl_fft_pair* pair) {
+    if (!is_supported(M, pair, M))
+        return;
+    with_twiddle(M, mode, twiddle, [=](auto w) { spectrum_of_subbands(scratch, X, M, w); });
+    (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(Y, scratch, M);
+}
