@@ -24,29 +24,33 @@ struct Family {
     krl_fft_entry *entry_fwd, *entry_fwd_scaled, *entry_inv, *entry_inv_scaled;
     bool six_decimals; // rounded twiddle factors
 
-    // Rounding errors of a stage add up at random: about half a unit per stage and real operation, with a factor of 2 in
-    // hand. Six decimals turn every factor by up to 0.7e-6, as often as there are passes with factors, four at most.
+    // Rounding errors of a stage add up at random: about half a unit per stage and real operation, with a factor of 2
+    // in hand. Six decimals turn every factor by up to 0.7e-6, as often as there are passes with factors, four at most.
     double rms_bound() const { return unit_roundoff * (1.0 + 0.6 * std::log2(n)) + (six_decimals ? 1e-6 : 0.0); }
     double worst_bound() const { return 5.0 * rms_bound(); }
 };
 
 const std::vector<Family>& families() {
     static const std::vector<Family> all = {
-#define KERNELS(radix, N) KRL_##radix##_fft_##N, KRL_##radix##_fft_##N##_s, KRL_##radix##_inv_fft_##N, KRL_##radix##_inv_fft_##N##_s
+#define KERNELS(radix, N)                                                                                              \
+    KRL_##radix##_fft_##N, KRL_##radix##_fft_##N##_s, KRL_##radix##_inv_fft_##N, KRL_##radix##_inv_fft_##N##_s
 #define ENTRIES(N) krl_fft_fwd_usc_##N, krl_fft_fwd_scl_##N, krl_fft_inv_usc_##N, krl_fft_inv_scl_##N
 #define POWER_OF_TWO(N) {N, "r4", KERNELS(r4, N), ENTRIES(N), false},
 #define MIXED(N) {N, "r4", KERNELS(r4, N), ENTRIES(N), N != 6},
 #define RADIX8(N) {N, "r8", KERNELS(r8, N), nullptr, nullptr, nullptr, nullptr, false},
-        KRL_FFT_ENTRY_POWERS_OF_TWO(POWER_OF_TWO)
-        {4096, "r4", KERNELS(r4, 4096), nullptr, nullptr, nullptr, nullptr, false},
-        KRL_FFT_MIXED_LENGTHS(MIXED)
-        KRL_FFT_RADIX8_POWERS_OF_TWO(RADIX8)
-        KRL_FFT_RADIX8_MIXED_LENGTHS(RADIX8)};
+        KRL_FFT_ENTRY_POWERS_OF_TWO(POWER_OF_TWO){4096, "r4", KERNELS(r4, 4096), nullptr, nullptr, nullptr, nullptr,
+                                                  false},
+        KRL_FFT_MIXED_LENGTHS(MIXED) KRL_FFT_RADIX8_POWERS_OF_TWO(RADIX8) KRL_FFT_RADIX8_MIXED_LENGTHS(RADIX8)};
     return all;
 }
 
 // One of the four transforms of a length.
-struct Variant { int sign; bool scaled; krl_fft_kernel* kernel; krl_fft_entry* entry; };
+struct Variant {
+    int sign;
+    bool scaled;
+    krl_fft_kernel* kernel;
+    krl_fft_entry* entry;
+};
 std::vector<Variant> variants(const Family& f) {
     return {{-1, false, f.fwd, f.entry_fwd},
             {-1, true, f.fwd_scaled, f.entry_fwd_scaled},
@@ -99,7 +103,8 @@ TEST_P(Fft, KernelsMatchTheDefiningSumAtEveryAlignment) {
     }
 }
 
-// Wherever an impulse stands, every bin is one twiddle factor: this tells a wrong factor or position from rounding noise.
+// Wherever an impulse stands, every bin is one twiddle factor: this tells a wrong factor or position from rounding
+// noise.
 TEST_P(Fft, ImpulsesGiveTurningPhasors) {
     for (const Variant& v : variants(f))
         for (int at : {0, 1, n / 2, n - 1}) {
@@ -168,7 +173,8 @@ INSTANTIATE_TEST_SUITE_P(Lengths, Fft, ::testing::ValuesIn(families()), [](const
 });
 
 TEST(FftErrors, Table) {
-    std::printf("  length      radix 4: rms     worst    radix 8: rms     worst   (relative to the rms of the result)\n");
+    std::printf(
+        "  length      radix 4: rms     worst    radix 8: rms     worst   (relative to the rms of the result)\n");
     std::map<int, std::map<std::string, Error>> table;
     for (const Family& f : families()) {
         GuardedBuffer<float> in(random_signal(f.n)), out(2 * static_cast<size_t>(f.n));
@@ -182,6 +188,23 @@ TEST(FftErrors, Table) {
         std::printf("\n");
         for (auto& [name, e] : row)
             EXPECT_LT(e.rms, name == "r8" || krl::fft::is_power_of_two(static_cast<uint32_t>(n)) ? 4e-7 : 2e-6);
+    }
+}
+
+TEST(FftFamilies, Radix4AndRadix8Agree) {
+    for (const Family& f : families()) {
+        if (std::string(f.name) != "r8")
+            continue;
+        const auto size = 2 * static_cast<size_t>(f.n);
+        const krl_fft_pair* other[] = {KRL_r4_cplx_fwd_pair(static_cast<uint32_t>(f.n)),
+                                       KRL_r4_cplx_inv_pair(static_cast<uint32_t>(f.n))};
+        for (const Variant& v : variants(f)) {
+            GuardedBuffer<float> in8(random_signal(f.n)), in4(random_signal(f.n)), out8(size), out4(size);
+            v.kernel(out8.data(), in8.data(), 0);
+            const krl_fft_pair* pair = other[v.sign > 0];
+            (v.scaled ? pair->scaled : pair->unscaled)(out4.data(), in4.data(), 0);
+            EXPECT_LT(error_of(out8.data(), complex_of(out4.data(), static_cast<size_t>(f.n))).rms, 2e-6) << f.n;
+        }
     }
 }
 
@@ -232,8 +255,8 @@ TEST(FftEntryTables, AreInTheOrderOfTheirLengths) {
         const auto n = static_cast<uint32_t>(f.n);
         const bool power = krl::fft::is_power_of_two(n);
         const auto* found = std::find(krl_non_power_two_lengths, krl_non_power_two_lengths + 31, n);
-        const auto i = power ? static_cast<size_t>(std::countr_zero(n))
-                             : static_cast<size_t>(found - krl_non_power_two_lengths);
+        const auto i =
+            power ? static_cast<size_t>(std::countr_zero(n)) : static_cast<size_t>(found - krl_non_power_two_lengths);
         ASSERT_LT(i, power ? 12u : 31u);
         EXPECT_EQ((power ? krl_fft_cplx_fwd_scl : krl_odd_fft_cplx_fwd_scl)[i], f.entry_fwd_scaled);
         EXPECT_EQ((power ? krl_fft_cplx_fwd_usc : krl_odd_fft_cplx_fwd_usc)[i], f.entry_fwd);
@@ -262,7 +285,10 @@ TEST(FftState, SupportsTheStatedLengthsAndMasks) {
 }
 
 // The record as other components may see it: four kernel references, the length, the mask.
-struct StateFields { krl_fft_entry *forward_scaled, *inverse_scaled, *forward_unscaled, *inverse_unscaled; uint32_t n, transforms; };
+struct StateFields {
+    krl_fft_entry *forward_scaled, *inverse_scaled, *forward_unscaled, *inverse_unscaled;
+    uint32_t n, transforms;
+};
 
 TEST(FftState, InitAlignsAndFillsOnlyTheSlotsAskedFor) {
     for (size_t offset = 0; offset < 8; offset++) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -20,7 +21,7 @@ public:
         auto base = reinterpret_cast<uintptr_t>(storage_.data()) + guard;
         base = (base + 63) / 64 * 64 + misalignment * sizeof(T);
         data_ = reinterpret_cast<T*>(base);
-        std::memset(data_, 0, size * sizeof(T));
+        std::fill_n(data_, size, T{});
     }
     GuardedBuffer(const std::vector<T>& values, size_t misalignment = 0) : GuardedBuffer(values.size(), misalignment) {
         if (!values.empty())

@@ -27,25 +27,49 @@ const Spectrum& packed_spectrum(uint32_t n) {
 }
 double bound(uint32_t n) { return 0x1p-24 * (2.0 + 0.6 * std::log2(n)); }
 
-// Every way to transform a real signal of length 2n, stateless and through a state. The state of a state-based row covers n
-// up to 2048.
+// Every way to transform a real signal of length 2n, stateless and through a state. The state of a state-based row
+// covers n up to 2048.
 using Forward = void (*)(const krl_fft_state*, float* in, float* out, uint32_t n);
-struct ForwardRow { const char* name; Forward run; double gain_over_n; bool keeps_input, needs_state; };
+struct ForwardRow {
+    const char* name;
+    Forward run;
+    double gain_over_n;
+    bool keeps_input, needs_state;
+};
 const ForwardRow forward_rows[] = {
-    {"KRL_r4_rfft_nn", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rfft_nn(in, out, n); }, 0, false, false},
-    {"KRL_r4_rfft_nn_s", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rfft_nn_s(in, out, n); }, 0.5, false, false},
-    {"KRL_r4_rsplit_fft_nn", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rsplit_fft_nn(in + n, in, out, n); }, 1, true, false},
-    {"KRL_r4_rsplit_fft_nn_s", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rsplit_fft_nn_s(in + n, in, out, n); }, 0.5, true, false},
-    {"KRL_fft_CLfwd_unscaledL", [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_CLfwd_unscaledL(s, out, in); }, 0, false, true},
-    {"KRL_fft_CLfwd_scaledL", [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_CLfwd_scaledL(s, out, in); }, 0.5, false, true}};
+    {"KRL_r4_rfft_nn", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rfft_nn(in, out, n); }, 0,
+     false, false},
+    {"KRL_r4_rfft_nn_s", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rfft_nn_s(in, out, n); },
+     0.5, false, false},
+    {"KRL_r4_rsplit_fft_nn",
+     [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rsplit_fft_nn(in + n, in, out, n); }, 1, true,
+     false},
+    {"KRL_r4_rsplit_fft_nn_s",
+     [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_rsplit_fft_nn_s(in + n, in, out, n); }, 0.5,
+     true, false},
+    {"KRL_fft_CLfwd_unscaledL",
+     [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_CLfwd_unscaledL(s, out, in); }, 0, false,
+     true},
+    {"KRL_fft_CLfwd_scaledL",
+     [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_CLfwd_scaledL(s, out, in); }, 0.5, false,
+     true}};
 using Inverse = void (*)(const krl_fft_state*, float* spectrum, float* out, uint32_t n);
-struct InverseRow { const char* name; Inverse run; bool scaled, needs_state; };
+struct InverseRow {
+    const char* name;
+    Inverse run;
+    bool scaled, needs_state;
+};
 const InverseRow inverse_rows[] = {
-    {"KRL_r4_inv_rfft_nn", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_inv_rfft_nn(in, out, n); }, false, false},
-    {"KRL_r4_inv_rfft_half_n", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_inv_rfft_half_n(in, out, n); }, false, false},
-    {"KRL_r4_inv_rfft_nn_s", [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_inv_rfft_nn_s(in, out, n); }, true, false},
-    {"KRL_fft_Linv_unscaledCL", [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_Linv_unscaledCL(s, out, in); }, false, true},
-    {"KRL_fft_Linv_scaledCL", [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_Linv_scaledCL(s, out, in); }, true, true}};
+    {"KRL_r4_inv_rfft_nn",
+     [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_inv_rfft_nn(in, out, n); }, false, false},
+    {"KRL_r4_inv_rfft_half_n",
+     [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_inv_rfft_half_n(in, out, n); }, false, false},
+    {"KRL_r4_inv_rfft_nn_s",
+     [](const krl_fft_state*, float* in, float* out, uint32_t n) { KRL_r4_inv_rfft_nn_s(in, out, n); }, true, false},
+    {"KRL_fft_Linv_unscaledCL",
+     [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_Linv_unscaledCL(s, out, in); }, false, true},
+    {"KRL_fft_Linv_scaledCL",
+     [](const krl_fft_state* s, float* in, float* out, uint32_t) { KRL_fft_Linv_scaledCL(s, out, in); }, true, true}};
 
 class RealFft : public ::testing::TestWithParam<uint32_t> {
 protected:

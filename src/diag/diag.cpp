@@ -47,16 +47,17 @@ void kpf_log(uint32_t level, const char* file, int32_t line, const char* fmt, ..
     file = base_name(file ? file : "");
     if (settings.threshold > level)
         return;
+    const char* format = fmt ? fmt : "";
     const char* name = level_names[std::min<uint32_t>(level, KPF_LOG_ERROR)];
     va_list arguments;
     va_start(arguments, fmt);
     if (settings.callback) {
         char buffer[512];
-        if (format_record(buffer, sizeof buffer, name, file, line, fmt ? fmt : "", arguments))
+        if (format_record(buffer, sizeof buffer, name, file, line, format, arguments))
             settings.callback(settings.user, buffer);
     } else {
         std::printf(prefix_format, name, file, line);
-        std::vprintf(fmt ? fmt : "", arguments);
+        std::vprintf(format, arguments);
         std::putchar('\n');
         std::fflush(stdout);
     }

@@ -83,7 +83,10 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
     uint32_t outputs = num_out;
     if (!matrix) {
         const Mode mode = supported_mode_of(speakers.mask);
-        if (!mode.matrix || mode.outputs > num_out) // the memory was sized for num_out
+        // The memory was sized for num_out. The matrix has one column per bit of the mask, which repeated codes can set
+        // to that of another layout.
+        const auto columns = static_cast<uint32_t>(__builtin_popcountll(speakers.mask));
+        if (!mode.matrix || mode.outputs > num_out || columns != speakers.count)
             return nullptr;
         matrix = mode.matrix;
         outputs = mode.outputs;

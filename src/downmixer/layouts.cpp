@@ -179,7 +179,7 @@ Speakers speakers_of(const uint8_t* codes) {
         case 3: add(seen_3, 3, second_3); break;
         case 9: add(seen_9, 9, second_9); break;
         case 10: add(seen_10, 10, second_10); break;
-        default: speakers.mask += uint64_t{1} << code; // a repeated code carries over and so matches no layout
+        default: speakers.mask += uint64_t{1} << code; // a repeated code carries into other codes' bits
         }
     }
     return speakers;

@@ -39,7 +39,9 @@ inline Spectrum complex_of(const float* samples, size_t n) {
 }
 
 // Difference to the exact result, relative to the root mean square of the exact result.
-struct Error { double worst = 0.0, rms = 0.0; };
+struct Error {
+    double worst = 0.0, rms = 0.0;
+};
 inline Error error_of(const float* actual, const Spectrum& exact, double factor = 1.0) {
     double square = 0.0, difference = 0.0, worst = 0.0;
     for (size_t k = 0; k < exact.size(); k++) {

@@ -3,22 +3,24 @@
  * Data. A complex sample is two floats, real part first; a complex vector of N samples is 2N consecutive floats, and no
  * buffer needs more than the alignment of a float.
  *
- * Transforms. Forward transforms sum in[n] * e^(-2*pi*i*n*k/N), inverse ones in[n] * e^(+2*pi*i*n*k/N), over n = 0..N-1,
- * and give bin k = 0..N-1 in natural order. Unscaled transforms apply no factor; scaled ones multiply by 1/N, in both
- * directions alike: scaled forward then unscaled inverse, or unscaled forward then scaled inverse, gives back the input.
+ * Transforms. Forward transforms sum in[n] * e^(-2*pi*i*n*k/N), inverse ones in[n] * e^(+2*pi*i*n*k/N), over n =
+ * 0..N-1, and give bin k = 0..N-1 in natural order. Unscaled transforms apply no factor; scaled ones multiply by 1/N,
+ * in both directions alike: scaled forward then unscaled inverse, or unscaled forward then scaled inverse, gives back
+ * the input.
  *
  * Lengths. Powers of two 2..4096 and 31 mixed lengths 2^a * 3^b * 5^c from 6 to 960. The lists below name them all.
  *
- * Accuracy. The root-mean-square error relative to the root mean square of the result stays below 4e-7 for powers of two
- * and for all radix-8 kernels. The mixed-length radix-4 kernels use twiddle factors rounded to six decimals: below 2e-6.
+ * Accuracy. The root-mean-square error relative to the root mean square of the result stays below 4e-7 for powers of
+ * two and for all radix-8 kernels. The mixed-length radix-4 kernels use twiddle factors rounded to six decimals: below
+ * 2e-6.
  *
- * Everything here is reentrant: no allocation, no global state, tables are read-only. Calls that run at the same time need
- * buffers of their own.
+ * Everything here is reentrant: no allocation, no global state, tables are read-only. Calls that run at the same time
+ * need buffers of their own.
  *
- * Method. Mixed-radix decimation in time (J. W. Cooley, J. W. Tukey, "An algorithm for the machine calculation of complex
- * Fourier series", 1965) in the self-sorting form of T. G. Stockham, "High-speed convolution and correlation", 1966, which
- * alternates between two buffers and needs no bit reversal. See also C. Van Loan, "Computational Frameworks for the Fast
- * Fourier Transform", SIAM 1992, chapters 1.7 and 2.
+ * Method. Mixed-radix decimation in time (J. W. Cooley, J. W. Tukey, "An algorithm for the machine calculation of
+ * complex Fourier series", 1965) in the self-sorting form of T. G. Stockham, "High-speed convolution and correlation",
+ * 1966, which alternates between two buffers and needs no bit reversal. See also C. Van Loan, "Computational Frameworks
+ * for the Fast Fourier Transform", SIAM 1992, chapters 1.7 and 2.
  */
 #ifndef KORLA_DSP_FFT_H
 #define KORLA_DSP_FFT_H
@@ -57,12 +59,12 @@ KRL_BEGIN_DECLS
  *   void KRL_r8_inv_fft_N(float *out, float *in, uint32_t n)     inverse
  *   void KRL_r8_inv_fft_N_s(float *out, float *in, uint32_t n)   inverse / N
  *
- * out receives N complex samples. in holds N complex samples and is the work area: its contents are unspecified after the
- * call. The two must not overlap, except that out == in works for N = 2, 4, 6, 8 and 16. The third argument is ignored. No
- * other memory than these two buffers is touched.
+ * out receives N complex samples. in holds N complex samples and is the work area: its contents are unspecified after
+ * the call. The two must not overlap, except that out == in works for N = 2, 4, 6, 8 and 16. The third argument is
+ * ignored. No other memory than these two buffers is touched.
  *
- * The radix-8 family gives the same transforms as the radix-4 family with full-precision twiddle factors at every length;
- * callers prefer it where it exists.
+ * The radix-8 family gives the same transforms as the radix-4 family with full-precision twiddle factors at every
+ * length; callers prefer it where it exists.
  */
 typedef void krl_fft_kernel(float *out, float *in, uint32_t n);
 
@@ -78,7 +80,7 @@ KRL_FFT_MIXED_LENGTHS(KRL_FFT_DECLARE_RADIX4)
 KRL_FFT_RADIX8_POWERS_OF_TWO(KRL_FFT_DECLARE_RADIX8)
 KRL_FFT_RADIX8_MIXED_LENGTHS(KRL_FFT_DECLARE_RADIX8)
 
-/* ---- selectors ----------------------------------------------------------------------------------------------------- */
+/* ---- selectors -------------------------------------------------------------------------------------------------- */
 
 /** The unscaled and the scaled kernel of one length, direction and family. Pairs are constant data of the library. */
 typedef struct krl_fft_pair {
@@ -86,7 +88,7 @@ typedef struct krl_fft_pair {
     krl_fft_kernel *scaled;
 } krl_fft_pair;
 
-/** The radix-4 kernel of length n: KRL_r4_fft_N, KRL_r4_fft_N_s, KRL_r4_inv_fft_N, KRL_r4_inv_fft_N_s; null when there is none. */
+/** The radix-4 kernel of length n: KRL_r4_fft_N, KRL_r4_fft_N_s, KRL_r4_inv_fft_N, KRL_r4_inv_fft_N_s; or null. */
 KRL_API krl_fft_kernel *KRL_r4_cplx_fwd_unscaled(uint32_t n);
 KRL_API krl_fft_kernel *KRL_r4_cplx_fwd_scaled(uint32_t n);
 KRL_API krl_fft_kernel *KRL_r4_cplx_inv_unscaled(uint32_t n);
@@ -103,18 +105,18 @@ KRL_API const krl_fft_pair *KRL_r8_cplx_inv_pair(uint32_t n);
 /** 1 if pair is not null, else 0. */
 KRL_API int32_t krl_valid_pair_ptr(const krl_fft_pair *pair);
 
-/* ---- per-length entries with a work area of their own ----------------------------------------------------------------
+/* ---- per-length entries with a work area of their own --------------------------------------------------------------
  *
  *   void krl_fft_fwd_scl_N(float *out, float *in, float *work)   forward / N     N in KRL_FFT_ENTRY_POWERS_OF_TWO,
  *   void krl_fft_fwd_usc_N(float *out, float *in, float *work)   forward              KRL_FFT_MIXED_LENGTHS
  *   void krl_fft_inv_scl_N(float *out, float *in, float *work)   inverse / N
  *   void krl_fft_inv_usc_N(float *out, float *in, float *work)   inverse
  *
- * out receives N complex samples; in and work hold N complex samples each. work may be in, which then is the work area of
- * the kernel; out must not overlap work.
+ * out receives N complex samples; in and work hold N complex samples each. work may be in, which then is the work area
+ * of the kernel; out must not overlap work.
  *
- * Powers of two: a work area apart from in leaves in untouched. A null in takes the input from out. Lengths 2, 4, 8 and 16
- * need no work area. The results are those of the radix-4 kernel of the same length, to the bit.
+ * Powers of two: a work area apart from in leaves in untouched. A null in takes the input from out. Lengths 2, 4, 8 and
+ * 16 need no work area. The results are those of the radix-4 kernel of the same length, to the bit.
  *
  * Mixed lengths: work is ignored; in is the work area and must not overlap out (length 6 may run in place).
  */
@@ -144,11 +146,11 @@ KRL_API extern krl_fft_entry *const krl_odd_fft_cplx_inv_usc[31];
 KRL_API extern const uint32_t krl_non_power_two_lengths[31];
 KRL_API extern const uint32_t krl_num_of_non_power_two_lengths;
 
-/* ---- transforms through a state --------------------------------------------------------------------------------------
+/* ---- transforms through a state ------------------------------------------------------------------------------------
  *
- * KRL_fft_state_query_mem tells the bytes to allocate (0: unsupported), KRL_fft_init places a state in them, any number of
- * transforms run through it, KRL_fft_shutdown ends its life; the memory stays the caller's. A state never changes between
- * init and shutdown, so that threads may share it.
+ * KRL_fft_state_query_mem tells the bytes to allocate (0: unsupported), KRL_fft_init places a state in them, any number
+ * of transforms run through it, KRL_fft_shutdown ends its life; the memory stays the caller's. A state never changes
+ * between init and shutdown, so that threads may share it.
  */
 
 /** What a state can be asked for: bits of the `transforms` mask. */
@@ -167,8 +169,8 @@ typedef struct krl_fft_state krl_fft_state;
 
 /** 1 when a state for n complex samples can run every transform of the mask, else 0.
  *
- * Complex transforms: n is a power of two 2..2048 or a mixed length. As soon as the mask has a real-signal bit, n is a power
- * of two 2..2048 (a real signal of 2n samples). A mask with any bit above 0x80 is not supported; a mask of 0 is.
+ * Complex transforms: n is a power of two 2..2048 or a mixed length. As soon as the mask has a real-signal bit, n is a
+ * power of two 2..2048 (a real signal of 2n samples). A mask with any bit above 0x80 is not supported; a mask of 0 is.
  */
 KRL_API int32_t KRL_fft_is_supported(uint32_t n, uint32_t transforms);
 
@@ -187,8 +189,8 @@ KRL_API void KRL_fft_shutdown(krl_fft_state *state);
 
 /** Complex transforms of n samples, n as given at init: forward or inverse, with or without the factor 1/n.
  *
- * out and in hold n complex samples and must not overlap. in is the work area: unspecified after the call. The transform must
- * have been asked for at init; a state without it holds no kernel to run.
+ * out and in hold n complex samples and must not overlap. in is the work area: unspecified after the call. The
+ * transform must have been asked for at init; a state without it holds no kernel to run.
  */
 KRL_API void KRL_fft_CLfwd_scaledCL(const krl_fft_state *state, float *out, float *in);
 KRL_API void KRL_fft_CLfwd_unscaledCL(const krl_fft_state *state, float *out, float *in);
@@ -206,7 +208,8 @@ KRL_API void KRL_fft_CLfwd_unscaledL(const krl_fft_state *state, float *out, flo
 
 /** Inverse of the above: packed spectrum to real signal, exactly the inverse when scaled, 2n times that when unscaled.
  *
- * in, the packed spectrum, is rewritten and unspecified after the call; out receives 2n floats; the two must not overlap.
+ * in, the packed spectrum, is rewritten and unspecified after the call; out receives 2n floats; the two must not
+ * overlap.
  */
 KRL_API void KRL_fft_Linv_scaledCL(const krl_fft_state *state, float *out, float *in);
 KRL_API void KRL_fft_Linv_unscaledCL(const krl_fft_state *state, float *out, float *in);

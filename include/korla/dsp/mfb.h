@@ -13,16 +13,14 @@
  * h being c or c run backwards in time and D the delay of the chain in samples. The variants differ in the phases phi_m, in
  * D and in h:
  *
- *   synthesis                    of what                        prototype        h[jM+k]            delay D
- *   ..._symmetric                analysis                       P64KVX301        c[jM+k]            9M
- *   ..._legacy                   legacy analysis                P64KVX301(*)     c[jM+M-1-k]        9M
- *   ..._legacy_extra_latency     legacy analysis, TWID64O       P64KVX301(*)     c[(9-j)M+k]        9M + 1
- *   ..._even_0                   analysis                       P4_319SC         c[(9-j)M+M-1-k]    4M
- *   ..._even_1                   legacy analysis                P4_319SC         c[(9-j)M+k]        4M
- *   ..._even_2                   analysis, conjugated           P4_319SC         c[(9-j)M+M-1-k]    4M
- *   ..._even_3                   legacy analysis, conjugated    P4_319SC         c[(9-j)M+k]        4M
- *
- *   (*) and P64KVX301_LEGACY.
+ *   synthesis                  of what                      prototype                      h[jM+k]           delay D
+ *   ..._symmetric              analysis                     P64KVX301                      c[jM+k]           9M
+ *   ..._legacy                 legacy analysis              P64KVX301, P64KVX301_LEGACY    c[jM+M-1-k]       9M
+ *   ..._legacy_extra_latency   legacy analysis, TWID64O     P64KVX301_LEGACY               c[(9-j)M+k]       9M + 1
+ *   ..._even_0                 analysis                     P4_319SC                       c[(9-j)M+M-1-k]   4M
+ *   ..._even_1                 legacy analysis              P4_319SC                       c[(9-j)M+k]       4M
+ *   ..._even_2                 analysis, conjugated         P4_319SC                       c[(9-j)M+M-1-k]   4M
+ *   ..._even_3                 legacy analysis, conjugated  P4_319SC                       c[(9-j)M+k]       4M
  *
  * Phases. With the twiddle t[k] = e^(-i pi (2k + d) / (4M)), d = 1 for the E tables and 0 for the O table, the upper signs for
  * even m:

@@ -22,9 +22,8 @@ KRL_INLINE void run_block_in_order(float* dst, State* state, Step step, const fl
 template <bool with_floor> auto follow = [](const float* c) {
     return [k0 = double{c[0]}, k1 = double{c[1]}, keep0 = double{1.0f - c[0]}, keep1 = double{1.0f - c[1]},
             floor = with_floor ? double{c[2]} : 0.0](krl_envelope_state& s, double x, auto& order) {
-        s.e = order.max(fma(x, k1, s.e * keep1), fma(x, k0, s.e * keep0));
-        if constexpr (with_floor)
-            s.e = order.max(s.e, x * floor);
+        const double follows = order.max(fma(x, k1, s.e * keep1), fma(x, k0, s.e * keep0));
+        s.e = with_floor ? order.max(follows, x * floor) : follows;
         return static_cast<float>(s.e);
     };
 };
@@ -38,9 +37,8 @@ auto integrate = [](const float* c) {
 // 2 * fma(-2^(u-1), t, 1) is fma(-2^u, t, 2): doubling is exact, as the fma is never subnormal. The minimum with a
 // positive limit as its second operand is minNum.
 auto reciprocal_step = [](uint32_t u) {
-    const auto shift = static_cast<int32_t>(u);
-    return [limit = 0.75f * exp2_int(static_cast<int32_t>(1 - u)), slope = -exp2_int(shift)](krl_reciprocal_state& s,
-                                                                                             float x) {
+    const float limit = 0.75f * exp2_int(static_cast<int32_t>(1 - u)), slope = -exp2_int(static_cast<int32_t>(u));
+    return [limit, slope](krl_reciprocal_state& s, float x) {
         const float t = min_quick(s.r * x, limit);
         return s.r = s.r * fma(slope, t, 2.0f);
     };

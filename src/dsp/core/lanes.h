@@ -79,8 +79,8 @@ template <class V> KRL_INLINE void store_aligned(element_of<V>* p, V v) {
     store(static_cast<element_of<V>*>(__builtin_assume_aligned(p, sizeof(V))), v);
 }
 
-// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are the
-// bottleneck, this keeps it to one load.
+// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are
+// the bottleneck, this keeps it to one load.
 template <class V> KRL_INLINE V in_register(V v) {
 #if defined(KRL_X86_FMA)
     asm("" : "+x"(v));
@@ -88,6 +88,14 @@ template <class V> KRL_INLINE V in_register(V v) {
     asm("" : "+w"(v));
 #endif
     return v;
+}
+
+// A line that instructions are not scheduled across, for long straight-line code on targets where the compiler
+// schedules before it allocates registers: it would draw all loads to the front and spill them.
+KRL_INLINE void scheduling_barrier() {
+#if defined(KRL_NEON)
+    asm volatile("");
+#endif
 }
 
 // Spelled out, because loops over lanes reach the vectorizer, which may build the vector through memory.
@@ -204,8 +212,8 @@ KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) {
 }
 #endif
 
-// a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for algorithms
-// that leave the rounding open.
+// a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for
+// algorithms that leave the rounding open.
 #if defined(KRL_NEON)
 KRL_INLINE float mul_add(float a, float b, float c) { return fma(a, b, c); }
 KRL_INLINE float mul_sub_from(float a, float b, float c) { return fma(-a, b, c); }
@@ -510,9 +518,9 @@ KRL_INLINE f32x4 half(f32v v, int) { return v; }
 template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
 #endif
 
-// Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the order
-// that costs least: lane i belongs to sample split_order<V>(i). The order is its own inverse, and it commutes with
-// reverse(): lanes - 1 - split_order(i) = split_order(lanes - 1 - i).
+// Consecutive complex samples, two vectors wide, to their real and imaginary parts and back. The lanes come in the
+// order that costs least: lane i belongs to sample split_order<V>(i). The order is its own inverse, and it commutes
+// with reverse(): lanes - 1 - split_order(i) = split_order(lanes - 1 - i).
 template <class V> constexpr int split_order(int lane) {
     if (lanes<V> == 8 && lane >= 2 && lane < 6) // 0 1 4 5 2 3 6 7: the halves of 256-bit vectors stay apart
         return lane ^ 6;
@@ -599,6 +607,8 @@ template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const 
 
 // Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
 // the transpose of the left 4x4 block and the upper halves that of the right one.
+// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves
+// hold the transpose of the left 4x4 block and the upper halves that of the right one.
 KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
 #if KRL_LANES == 8
 KRL_INLINE void transpose_quads(f32x8* r) {

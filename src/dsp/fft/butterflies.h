@@ -1,11 +1,11 @@
 // Forward transforms of a few points, held in registers: the butterflies of the passes.
 //
 // butterfly<R, V>(in, out) transforms the R inputs in(q) and hands result m to out(m, value), lane by lane; q and m are
-// integral constants. Inputs are asked for when they are needed and results handed on as soon as they are known, because
-// that is what keeps a large butterfly in the registers of the target.
+// integral constants. Inputs are asked for when they are needed and results handed on as soon as they are known,
+// because that is what keeps a large butterfly in the registers of the target.
 //
-// All butterflies are forward. Swapping the real and imaginary parts of input and output turns a forward transform into an
-// inverse one, and the passes do that for nothing where they load and store.
+// All butterflies are forward. Swapping the real and imaginary parts of input and output turns a forward transform into
+// an inverse one, and the passes do that for nothing where they load and store.
 #pragma once
 
 #include <utility>
@@ -82,8 +82,9 @@ template <int A, int B> constexpr int composite_result(int a, int b) {
     return (B * inverse_modulo(B % A, A) * a + A * inverse_modulo(A % B, B) * b) % (A * B);
 }
 
-// A*B points: B transforms of A points, the twiddle factors e^(-2*pi*i*a*b/(A*B)), and A transforms of B points. When A and
-// B are coprime, another order of inputs and results takes the place of the factors (I. J. Good 1958, L. H. Thomas 1963).
+// A*B points: B transforms of A points, the twiddle factors e^(-2*pi*i*a*b/(A*B)), and A transforms of B points. When A
+// and B are coprime, another order of inputs and results takes the place of the factors (I. J. Good 1958, L. H. Thomas
+// 1963).
 template <int A, int B, class V, class In, class Out> KRL_INLINE void composite_butterfly(In in, Out out) {
     constexpr bool coprime = gcd(A, B) == 1;
     values<A, V> columns[B];
@@ -93,6 +94,8 @@ template <int A, int B, class V, class In, class Out> KRL_INLINE void composite_
                 return in(index<coprime ? (B * a + A * b) % (A * B) : B * a + b>{});
             },
             columns[b].sink());
+        if constexpr (A * B > 8)
+            scheduling_barrier();
     });
     unroll<A>([&](auto a) __attribute__((always_inline)) {
         butterfly<B, V>(
@@ -109,6 +112,8 @@ template <int A, int B, class V, class In, class Out> KRL_INLINE void composite_
             [&](auto b, complex<V> v) __attribute__((always_inline)) {
                 out(index<composite_result<A, B>(a, b)>{}, v);
             });
+        if constexpr (A * B > 8)
+            scheduling_barrier();
     });
 }
 
@@ -171,8 +176,8 @@ template <int R, class V, class In, class Out> KRL_INLINE void butterfly(In in, 
         out(index<2>{}, sub_i(v, z));
         out(index<3>{}, add_i(v, z));
     } else if constexpr (R == 8) {
-        // Two four-point transforms; the odd one's bins turned by eighths, the diagonal ones without their factor c, which
-        // the last additions apply.
+        // Two four-point transforms; the odd one's bins turned by eighths, the diagonal ones without their factor c,
+        // which the last additions apply.
         detail::values<4, V> even, odd;
         butterfly<4, V>([&](auto q) __attribute__((always_inline)) { return in(index<2 * q>{}); }, even.sink());
         butterfly<4, V>([&](auto q) __attribute__((always_inline)) { return in(index<2 * q + 1>{}); }, odd.sink());

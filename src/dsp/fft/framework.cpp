@@ -27,7 +27,8 @@ constexpr uint32_t longest = 2048;
 
 // Index of n in krl_non_power_two_lengths, or -1.
 int32_t mixed_index(uint32_t n) {
-    int32_t low = 0, high = static_cast<int32_t>(krl_num_of_non_power_two_lengths);
+    const auto count = static_cast<int32_t>(krl_num_of_non_power_two_lengths);
+    int32_t low = 0, high = count;
     while (low < high) {
         const int32_t middle = (low + high) / 2;
         if (krl_non_power_two_lengths[middle] < n)
@@ -35,7 +36,7 @@ int32_t mixed_index(uint32_t n) {
         else
             high = middle;
     }
-    return low < static_cast<int32_t>(krl_num_of_non_power_two_lengths) && krl_non_power_two_lengths[low] == n ? low : -1;
+    return low < count && krl_non_power_two_lengths[low] == n ? low : -1;
 }
 
 bool is_supported(uint32_t n, uint32_t transforms) {
@@ -77,10 +78,18 @@ void KRL_fft_shutdown(krl_fft_state* state) {
         *state = {};
 }
 
-void KRL_fft_CLfwd_scaledCL(const krl_fft_state* state, float* out, float* in) { state->forward_scaled(out, in, in); }
-void KRL_fft_CLfwd_unscaledCL(const krl_fft_state* state, float* out, float* in) { state->forward_unscaled(out, in, in); }
-void KRL_fft_CLinv_scaledCL(const krl_fft_state* state, float* out, float* in) { state->inverse_scaled(out, in, in); }
-void KRL_fft_CLinv_unscaledCL(const krl_fft_state* state, float* out, float* in) { state->inverse_unscaled(out, in, in); }
+void KRL_fft_CLfwd_scaledCL(const krl_fft_state* state, float* out, float* in) {
+    state->forward_scaled(out, in, in);
+}
+void KRL_fft_CLfwd_unscaledCL(const krl_fft_state* state, float* out, float* in) {
+    state->forward_unscaled(out, in, in);
+}
+void KRL_fft_CLinv_scaledCL(const krl_fft_state* state, float* out, float* in) {
+    state->inverse_scaled(out, in, in);
+}
+void KRL_fft_CLinv_unscaledCL(const krl_fft_state* state, float* out, float* in) {
+    state->inverse_unscaled(out, in, in);
+}
 
 void KRL_fft_CLfwd_scaledL(const krl_fft_state* state, float* out, float* in) {
     state->forward_scaled(out, in, in);

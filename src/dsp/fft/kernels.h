@@ -5,7 +5,8 @@
 
 namespace krl::fft {
 
-template <int N, direction dir, bool scaled, rounding precision> KRL_INLINE void run(float* out, float* in, float* work) {
+template <int N, direction dir, bool scaled, rounding precision>
+KRL_INLINE void run(float* out, float* in, float* work) {
     if constexpr (is_short<N>)
         short_transform<N, dir, scaled>(out, in);
     else

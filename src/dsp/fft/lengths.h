@@ -1,5 +1,5 @@
-// The lengths of the transforms and the factorisation of each: the list from which kernels, entries, tables, selectors, tests
-// and benchmarks are made. The X-macros stand in the public header, because the declarations come from them too.
+// The lengths of the transforms and the factorisation of each: the list from which kernels, entries, tables, selectors,
+// tests and benchmarks are made. The X-macros stand in the public header, because the declarations come from them too.
 #pragma once
 
 #include "korla/dsp/fft.h"

@@ -1,12 +1,12 @@
 // The passes of a self-sorting transform.
 //
-// A transform of N = R1 * R2 * ... points runs one pass per radix. Pass p joins R transforms of length L = R1 * ... * R(p-1)
-// into one of length R*L: butterfly j = L*b + k (0 <= k < L) takes input q from position j + q*N/R, turns it by
-// e^(-2*pi*i*q*k/(R*L)), and writes result m to position L*R*b + k + m*L. The first pass (L = 1) turns nothing. The last one
-// (b = 0) writes the positions it reads, so that it also runs in place.
+// A transform of N = R1 * R2 * ... points runs one pass per radix. Pass p joins R transforms of length L = R1 * ... *
+// R(p-1) into one of length R*L: butterfly j = L*b + k (0 <= k < L) takes input q from position j + q*N/R, turns it by
+// e^(-2*pi*i*q*k/(R*L)), and writes result m to position L*R*b + k + m*L. The first pass (L = 1) turns nothing. The
+// last one (b = 0) writes the positions it reads, so that it also runs in place.
 //
-// Direction and scale live at the two ends only. An inverse transform swaps real and imaginary parts as the first pass loads
-// and as the last pass stores, which costs nothing; every pass between computes a forward transform.
+// Direction and scale live at the two ends only. An inverse transform swaps real and imaginary parts as the first pass
+// loads and as the last pass stores, which costs nothing; every pass between computes a forward transform.
 #pragma once
 
 #include "dsp/fft/butterflies.h"
@@ -18,13 +18,13 @@ enum class direction { forward, inverse };
 
 // ---- layouts --------------------------------------------------------------------------------------------------------
 //
-// The first pass reads and the last pass writes interleaved complex samples. Between them the parts stand apart, in one of
-// two layouts. Both let a group of samples start where start(i) says, the imaginary parts `imaginary` floats behind the real
-// ones.
+// The first pass reads and the last pass writes interleaved complex samples. Between them the parts stand apart, in one
+// of two layouts. Both let a group of samples start where start(i) says, the imaginary parts `imaginary` floats behind
+// the real ones.
 
-// Lengths that are multiples of 8: a block of one vector holds its real parts and then its imaginary parts, in split order. A
-// block starts at the same float as its samples do in the interleaved layout, so that a pass can change from one to the other
-// in place.
+// After a first radix that is a multiple of 8: a block of one vector holds its real parts and then its imaginary parts,
+// in split order. A block starts at the same float as its samples do in the interleaved layout, so that a pass can
+// change from one to the other in place.
 struct blocks {
     static constexpr int width = lanes<f32v>;
     static constexpr bool split = true;
@@ -34,7 +34,8 @@ struct blocks {
     static constexpr int sample_in(int lane) { return lane / width * width + split_order<f32v>(lane % width); }
 };
 
-// Other lengths: all real parts, then all imaginary parts, in natural order. Groups start anywhere and may overlap.
+// After other radices: all real parts, then all imaginary parts, in natural order. Groups start anywhere and may
+// overlap.
 template <int N> struct planes {
     static constexpr bool split = false;
     static constexpr int imaginary = N;
@@ -80,9 +81,9 @@ template <class V, class layout> KRL_INLINE void store_parts(float* p, complex<V
 
 // ---- first pass -----------------------------------------------------------------------------------------------------
 
-// Takes the results of butterflies 0, 1, ..., one butterfly a lane, and puts those of butterfly b to positions R*b + m: rows
-// become columns, four results of four butterflies at a time, as soon as the four are there. Only the first `count` lanes
-// hold butterflies.
+// Takes the results of butterflies 0, 1, ..., one butterfly a lane, and puts those of butterfly b to positions R*b + m:
+// rows become columns, four results of four butterflies at a time, as soon as the four are there. Only the first
+// `count` lanes hold butterflies.
 //
 // Blocks are stored a whole vector at a time, because the next pass will load whole vectors soon: a load that spans two
 // younger stores has to wait for both to reach the cache.
@@ -202,7 +203,8 @@ KRL_INLINE void twiddled_pass(const float* src, Store store_result) {
 // Lanes of the pass behind transforms of length L.
 template <int L> using lanes_behind = std::conditional_t<(L >= lanes<f32v>), f32v, f32x4>;
 
-// Functions of their own, so that transforms that differ in scale, and middle passes that differ in direction, share them.
+// Functions of their own, so that transforms that differ in scale, and middle passes that differ in direction, share
+// them.
 template <int N, int R, int L, rounding precision, class layout>
 __attribute__((noinline)) void middle_pass(float* dst, const float* src) {
     using V = lanes_behind<L>;

@@ -27,37 +27,41 @@ struct sine_tables {
 };
 constexpr auto sines = sine_tables::make();
 
-// Runs f(low, high, cos, sin) -> {low, high} on the bin pairs (k, n-k), lanes<V> at a time, from the outside in. The last
-// group reaches the bin n/2, its own partner, which comes out alike from both sides.
-template <class V, class F> KRL_INLINE void for_bin_pairs(float* z, uint32_t n, F f) {
-    const float* sine = split_sines(n);
-    auto reversed = [](V v) { return reverse(v); };
-    for (uint32_t k = 1; k < n / 2 + 1; k += lanes<V>) {
-        float* low = z + 2 * k;
-        float* high = z + 2 * (n - k - (lanes<V> - 1));
-        const auto [a_re, a_im] = split(load<V>(low), load<V>(low + lanes<V>));
-        const auto [b_re, b_im] = split(load<V>(high), load<V>(high + lanes<V>));
-        const V sin = to_split_order(load<V>(sine + k));
-        const V cos = reversed(to_split_order(load<V>(sine + n / 2 - k - (lanes<V> - 1))));
-        const auto [x, y] = f(complex<V>{a_re, a_im}, complex<V>{reversed(b_re), reversed(b_im)}, cos, sin);
-        const auto [x_lo, x_hi] = join(x.re, x.im);
-        const auto [y_lo, y_hi] = join(reversed(y.re), reversed(y.im));
-        store(low, x_lo);
-        store(low + lanes<V>, x_hi);
-        store(high, y_lo);
-        store(high + lanes<V>, y_hi);
-    }
-}
-
 template <class V> struct bin_pair { complex<V> low, high; };
 
-template <class F> KRL_INLINE void for_all_bin_pairs(float* z, uint32_t n, F f) {
-    if (n / 2 >= lanes<f32v>)
-        for_bin_pairs<f32v>(z, n, f);
-    else if (n / 2 >= lanes<f32x4>)
-        for_bin_pairs<f32x4>(z, n, f);
-    else
-        for_bin_pairs<float>(z, n, f);
+// f(low, high, cos, sin) -> {low, high} on the bins k.. and n-k.., one pair a lane.
+template <class V, class F> KRL_INLINE void split_bins(float* z, uint32_t n, uint32_t k, F f) {
+    const float* sine = split_sines(n);
+    float* low = z + 2 * k;
+    float* high = z + 2 * (n - k - (lanes<V> - 1));
+    const auto [a_re, a_im] = split(load<V>(low), load<V>(low + lanes<V>));
+    const auto [b_re, b_im] = split(load<V>(high), load<V>(high + lanes<V>));
+    const V sin = to_split_order(load<V>(sine + k));
+    const V cos = reverse(to_split_order(load<V>(sine + n / 2 - k - (lanes<V> - 1))));
+    const auto [x, y] = f(complex<V>{a_re, a_im}, complex<V>{reverse(b_re), reverse(b_im)}, cos, sin);
+    const auto [x_lo, x_hi] = join(x.re, x.im);
+    const auto [y_lo, y_hi] = join(reverse(y.re), reverse(y.im));
+    store(low, x_lo);
+    store(low + lanes<V>, x_hi);
+    store(high, y_lo);
+    store(high + lanes<V>, y_hi);
+}
+
+// All bin pairs, from the outside in. The last vector reaches bin n/2, which is its own partner and comes out alike
+// from both sides; short transforms turn it on its own, by `middle` and a conjugation.
+template <class F> KRL_INLINE void split_all_bins(float* z, uint32_t n, float middle, F f) {
+    if (n / 2 >= lanes<f32v>) {
+        for (uint32_t k = 1; k < n / 2; k += lanes<f32v>)
+            split_bins<f32v>(z, n, k, f);
+    } else if (lanes<f32v> > lanes<f32x4> && n / 2 >= lanes<f32x4>) {
+        for (uint32_t k = 1; k < n / 2; k += lanes<f32x4>)
+            split_bins<f32x4>(z, n, k, f);
+    } else {
+        if (n == 4)
+            split_bins<float>(z, n, 1, f);
+        z[n] *= middle;
+        z[n + 1] *= -middle;
+    }
 }
 
 } // namespace
@@ -66,7 +70,7 @@ const float* split_sines(uint32_t n) { return sines.value + table_start(n); }
 
 void split_forward(float* z, uint32_t n, float g) {
     const float re = z[0], im = z[1];
-    for_all_bin_pairs(z, n, [g]<class V>(complex<V> a, complex<V> b, V cos, V sin) {
+    split_all_bins(z, n, g, [g]<class V>(complex<V> a, complex<V> b, V cos, V sin) {
         const V h = splat<V>(0.5f * g);
         const complex<V> e = {h * (a.re + b.re), h * (a.im - b.im)};
         const complex<V> o = {h * (a.im + b.im), h * (b.re - a.re)};
@@ -79,7 +83,7 @@ void split_forward(float* z, uint32_t n, float g) {
 
 void split_inverse(float* x, uint32_t n, float g) {
     const float first = x[0], last = x[1];
-    for_all_bin_pairs(x, n, [g]<class V>(complex<V> a, complex<V> b, V cos, V sin) {
+    split_all_bins(x, n, 2.0f * g, [g]<class V>(complex<V> a, complex<V> b, V cos, V sin) {
         const V h = splat<V>(g);
         const complex<V> e = {h * (a.re + b.re), h * (a.im - b.im)};
         const complex<V> p = {h * (a.re - b.re), h * (a.im + b.im)};

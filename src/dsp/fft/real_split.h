@@ -1,7 +1,7 @@
 // The step between a real spectrum of 2N points and the complex spectrum of the signal's N sample pairs.
 //
-// With z[n] = x[2n] + i*x[2n+1] and Z its N-point transform, the bins k and N-k of Z hold the spectra of the even samples
-// (E) and of the odd samples (O): X[k] = E + e^(-i*pi*k/N) * O, X[N-k] = conj(E - e^(-i*pi*k/N) * O).
+// With z[n] = x[2n] + i*x[2n+1] and Z its N-point transform, the bins k and N-k of Z hold the spectra of the even
+// samples (E) and of the odd samples (O): X[k] = E + e^(-i*pi*k/N) * O, X[N-k] = conj(E - e^(-i*pi*k/N) * O).
 #pragma once
 
 #include "dsp/core/lanes.h"

@@ -1,4 +1,5 @@
-// Transforms of 2, 4, 6 and 8 points in straight lines. All of them read their input before they write, so that out may be in.
+// Transforms of 2, 4, 6 and 8 points in straight lines. All of them read their input before they write, so that out may
+// be in.
 #pragma once
 
 #include "dsp/fft/passes.h"
@@ -26,8 +27,8 @@ template <int N, direction dir, bool scaled> KRL_INLINE void short_transform(flo
         store(out, mul_add(odd, turn, even));
         store(out + 4, mul_sub_from(odd, turn, even));
     } else if constexpr (N == 8) {
-        // Samples j and j + 4 to the lanes j of a sum and a difference; the bins of even and odd index are the four-point
-        // transforms of their lanes, done side by side: (re even, re odd, im even, im odd).
+        // Samples j and j + 4 to the lanes j of a sum and a difference; the bins of even and odd index are the
+        // four-point transforms of their lanes, done side by side: (re even, re odd, im even, im odd).
         const auto [a_re, a_im] = split(load_scaled<scaled, N>(in), load_scaled<scaled, N>(in + 4));
         const auto [b_re, b_im] = split(load_scaled<scaled, N>(in + 8), load_scaled<scaled, N>(in + 12));
         constexpr float h = 0.707106781186547524f;

@@ -9,9 +9,9 @@ namespace krl::fft {
 
 template <int R, int... rest> struct radices { static constexpr int first = R; };
 
-// The factorisations, first pass first. Lengths that are multiples of 8 start with radix 8, so that all their later passes work
-// on whole vectors; the others with four or more, to fill at least four lanes. Among the possible ones the fastest stand here;
-// none has passes whose groups overlap (L no multiple of the lanes) and that run in place.
+// The factorisations, first pass first; among the possible ones the fastest on x86-64 with eight lanes. After a first
+// radix that is a multiple of 8 all later passes work on whole vectors. Other first radices, four at least, leave
+// groups that overlap, which must not run in place: these transforms have two passes or three.
 template <int N> struct plan;
 template <> struct plan<12> { using type = radices<4, 3>; };
 template <> struct plan<15> { using type = radices<5, 3>; };
@@ -27,27 +27,27 @@ template <> struct plan<48> { using type = radices<8, 6>; };
 template <> struct plan<60> { using type = radices<12, 5>; };
 template <> struct plan<64> { using type = radices<8, 8>; };
 template <> struct plan<72> { using type = radices<12, 6>; };
-template <> struct plan<80> { using type = radices<8, 10>; };
+template <> struct plan<80> { using type = radices<16, 5>; };
 template <> struct plan<90> { using type = radices<15, 6>; };
-template <> struct plan<96> { using type = radices<8, 12>; };
+template <> struct plan<96> { using type = radices<16, 6>; };
 template <> struct plan<120> { using type = radices<8, 15>; };
-template <> struct plan<128> { using type = radices<8, 16>; };
+template <> struct plan<128> { using type = radices<16, 8>; };
 template <> struct plan<144> { using type = radices<24, 6>; };
 template <> struct plan<160> { using type = radices<8, 5, 4>; };
-template <> struct plan<180> { using type = radices<15, 12>; };
-template <> struct plan<192> { using type = radices<8, 4, 6>; };
-template <> struct plan<240> { using type = radices<8, 5, 6>; };
-template <> struct plan<256> { using type = radices<8, 4, 8>; };
-template <> struct plan<288> { using type = radices<8, 3, 12>; };
+template <> struct plan<180> { using type = radices<12, 5, 3>; };
+template <> struct plan<192> { using type = radices<24, 8>; };
+template <> struct plan<240> { using type = radices<16, 15>; };
+template <> struct plan<256> { using type = radices<16, 16>; };
+template <> struct plan<288> { using type = radices<8, 6, 6>; };
 template <> struct plan<320> { using type = radices<8, 4, 10>; };
 template <> struct plan<360> { using type = radices<8, 3, 5, 3>; };
-template <> struct plan<384> { using type = radices<8, 4, 12>; };
-template <> struct plan<480> { using type = radices<8, 5, 12>; };
-template <> struct plan<512> { using type = radices<8, 4, 4, 4>; };
-template <> struct plan<576> { using type = radices<8, 12, 6>; };
-template <> struct plan<640> { using type = radices<8, 4, 4, 5>; };
-template <> struct plan<720> { using type = radices<8, 3, 5, 6>; };
-template <> struct plan<768> { using type = radices<8, 4, 4, 6>; };
+template <> struct plan<384> { using type = radices<24, 4, 4>; };
+template <> struct plan<480> { using type = radices<16, 5, 6>; };
+template <> struct plan<512> { using type = radices<16, 8, 4>; };
+template <> struct plan<576> { using type = radices<24, 4, 6>; };
+template <> struct plan<640> { using type = radices<16, 4, 10>; };
+template <> struct plan<720> { using type = radices<24, 5, 6>; };
+template <> struct plan<768> { using type = radices<16, 4, 12>; };
 template <> struct plan<960> { using type = radices<8, 4, 5, 6>; };
 template <> struct plan<1024> { using type = radices<8, 8, 4, 4>; };
 template <> struct plan<2048> { using type = radices<8, 4, 4, 4, 4>; };
@@ -55,7 +55,7 @@ template <> struct plan<4096> { using type = radices<8, 8, 8, 8>; };
 
 template <int N, direction dir, bool scaled, rounding precision, class Plan = typename plan<N>::type> class transform {
 public:
-    // work may be in. Neither overlaps out, unless the transform has two passes and no blocks.
+    // work may be in. Neither overlaps out, except that in may be out for two passes without blocks.
     static void run(float* out, const float* in, float* work) {
         if constexpr (Plan::first % 8 == 0)
             blocked(Plan{}, out, in, work);

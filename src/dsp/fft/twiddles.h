@@ -16,12 +16,13 @@ constexpr float round_to(rounding precision, double x) {
     return static_cast<float>(static_cast<double>(millionths) / 1e6);
 }
 
-// The factors of the pass that joins R transforms of length L into one of length R*L: input q at sub-position k is turned by
-// e^(-2*pi*i*q*k/(R*L)). They stand in the order in which the pass reads them: for every group of positions k, and for
-// q = 1..R-1, the cosines of a whole vector and then its sines, in the lane order of the data. The span R*L alone decides the
-// values, so that transforms of different lengths share a table.
+// The factors of the pass that joins R transforms of length L into one of length R*L: input q at sub-position k is
+// turned by e^(-2*pi*i*q*k/(R*L)). They stand in the order in which the pass reads them: for every group of positions
+// k, and for q = 1..R-1, the cosines of a whole vector and then its sines, in the lane order of the data. The span R*L
+// alone decides the values, so that transforms of different lengths share a table.
 //
-// Groups are lanes<V> positions wide. Where L is no multiple of that, the last group ends at L and repeats some positions.
+// Groups are lanes<V> positions wide. Where L is no multiple of that, the last group ends at L and repeats some
+// positions.
 template <class V, int R, int L> struct twiddle_table {
     static constexpr int width = lanes<V>, groups = (L + width - 1) / width, group_size = 2 * (R - 1) * width;
     static_assert(L >= width);

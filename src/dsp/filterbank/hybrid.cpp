@@ -65,13 +65,17 @@ template <int ways> struct rotations {
     }
 };
 
+// A complex sample as one element, so that it moves in one load or store.
+KRL_INLINE double load_complex(const float* p) {
+    double both;
+    std::memcpy(&both, p, sizeof(both));
+    return both;
+}
+
 // The samples n of one delay line, or of two neighbouring ones side by side.
 template <int line_count> KRL_INLINE f32x4 load_sample(const float* line, uint32_t n) {
-    const float* s = line + 2 * n;
-    if constexpr (line_count == 2)
-        return f32x4{s[0], s[1], s[line_floats], s[line_floats + 1]};
-    else
-        return f32x4{s[0], s[1], 0.0f, 0.0f};
+    const double second = line_count == 2 ? load_complex(line + line_floats + 2 * n) : 0.0;
+    return bit_cast<f32x4>(f64x2{load_complex(line + 2 * n), second});
 }
 
 // Splits a delay line, or two neighbouring ones, into `ways` sub-bands each: fold the taps to the inputs of the inverse FFT,
@@ -84,9 +88,9 @@ KRL_INLINE void split(float* y, const float* line, const float* prototype, krl_f
         f32x4 sum = {};
         for (uint32_t n = (6 + ways - m) % ways; n < taps; n += ways)
             if (prototype[n] != 0.0f) // a sample without weight does not count, finite or not
-                sum = fma(splat<f32x4>(prototype[n]), load_sample<line_count>(line, n), sum);
+                sum = mul_add(splat<f32x4>(prototype[n]), load_sample<line_count>(line, n), sum);
         const float c = rotation.cos[m], s = rotation.sin[m];
-        const f32x4 rotated = fma(sum, splat<f32x4>(c), swap_pairs(sum) * f32x4{-s, s, -s, s});
+        const f32x4 rotated = mul_add(sum, splat<f32x4>(c), swap_pairs(sum) * f32x4{-s, s, -s, s});
         std::memcpy(&u[0][2 * m], &rotated, 8);
         if constexpr (line_count == 2)
             std::memcpy(&u[1][2 * m], reinterpret_cast<const char*>(&rotated) + 8, 8);
@@ -99,17 +103,23 @@ KRL_INLINE void split(float* y, const float* line, const float* prototype, krl_f
 KRL_INLINE void split_in_two(float* out, const float* line) {
     f32x4 sides = splat<f32x4>(krl_hyb_p2_6[0]) * load_sample<2>(line, 1);
     for (uint32_t i = 1; i < 6; i++)
-        sides = fma(splat<f32x4>(krl_hyb_p2_6[i]), load_sample<2>(line, 2 * i + 1), sides);
+        sides = mul_add(splat<f32x4>(krl_hyb_p2_6[i]), load_sample<2>(line, 2 * i + 1), sides);
     const f32x4 centre = 0.5f * load_sample<2>(line, 6);
     const auto [band1, band2] = interleave_complex(centre + sides, centre - sides);
     store(out, band1);
     store(out + 4, band2);
 }
 
+// Every delay line moves down by one sample; what slides from one line into the next is overwritten with the new samples.
 void append(float* state, const float* in) {
-    std::memmove(state, state + 2, sizeof(float) * (state_floats - 2));
+    uint32_t i = 0;
+    for (; i + lanes<f32v> <= state_floats - 2; i += lanes<f32v>)
+        store(state + i, load<f32v>(state + i + 2));
+    if constexpr (lanes<f32v> == 8)
+        store(state + i, load<f32x4>(state + i + 2));
+    static_assert((state_floats - 2) % 8 == 4);
     for (uint32_t band = 0; band < lines; band++)
-        std::memcpy(state + line_floats * band + line_floats - 2, in + 2 * band, 2 * sizeof(float));
+        std::memcpy(state + line_floats * (band + 1) - 2, in + 2 * band, 2 * sizeof(float));
 }
 
 void analyse16(const krl_hybrid_analysis& bank, float* out) {

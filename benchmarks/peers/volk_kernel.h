@@ -1,7 +1,7 @@
 // Which of its implementations VOLK takes for a kernel.
 //
 // To compare at the instruction set of the library, run a benchmark with
-// VOLK_CONFIGPATH=bench/peers/volk_without_avx512 in the environment.
+// VOLK_CONFIGPATH=benchmarks/peers/volk_without_avx512 in the environment.
 #pragma once
 
 #include <volk/volk.h>

@@ -17,14 +17,17 @@ FLAGS = ["-std=c++20", "-O3", "-DNDEBUG", "-march=armv8-a", "-ffp-contract=off",
 # Label, points of one butterfly, function body. Every pass belongs to a transform that the library has.
 PASSES = [
     ("first, radix 8 (1024)", 8, "first_pass<1024, direction::forward, false, 8, blocks>::run(dst, src)"),
+    ("first, radix 16 (256)", 16, "first_pass<256, direction::forward, false, 16, blocks>::run(dst, src)"),
+    ("first, radix 24 (576)", 24, "first_pass<576, direction::forward, false, 24, blocks>::run(dst, src)"),
     ("middle, radix 4 (1024)", 4, "middle_pass<1024, 4, 64, rounding::full, blocks>(dst, src)"),
     ("last, radix 4 (1024)", 4, "last_pass<1024, direction::forward, 4, rounding::full, blocks>(dst, src)"),
     ("middle, radix 8 (1024)", 8, "middle_pass<1024, 8, 8, rounding::full, blocks>(dst, src)"),
     ("last, radix 8 (4096)", 8, "last_pass<4096, direction::forward, 8, rounding::full, blocks>(dst, src)"),
-    ("middle, radix 3 (720)", 3, "middle_pass<720, 3, 8, rounding::full, blocks>(dst, src)"),
+    ("middle, radix 3 (360)", 3, "middle_pass<360, 3, 8, rounding::full, blocks>(dst, src)"),
     ("middle, radix 5 (720)", 5, "middle_pass<720, 5, 24, rounding::full, blocks>(dst, src)"),
     ("last, radix 6 (960)", 6, "last_pass<960, direction::forward, 6, rounding::full, blocks>(dst, src)"),
-    ("last, radix 12 (480)", 12, "last_pass<480, direction::forward, 12, rounding::full, blocks>(dst, src)"),
+    ("last, radix 16 (256)", 16, "last_pass<256, direction::forward, 16, rounding::full, blocks>(dst, src)"),
+    ("last, radix 12 (768)", 12, "last_pass<768, direction::forward, 12, rounding::full, blocks>(dst, src)"),
 ]
 
 

@@ -1,11 +1,12 @@
 // Complex and real transforms beside FFTW (planned with MEASURE and PATIENT), libavutil's av_tx and KissFFT.
 //
-// One line a length: ns per forward transform of every contender, the ratio of the best peer to the better of our kernels
-// (above 1: we are faster), and the rate by 5 N log2 N as a share of the measured FMA peak of this machine. Arguments are
-// lengths to run; without any, all 43 complex and 12 real ones run.
+// One line a length: ns per forward transform of every contender, the ratio of the best peer to the better of our
+// kernels (above 1: we are faster), and the rate by 5 N log2 N as a share of the measured FMA peak of this machine.
+// Arguments are lengths to run; without any, all 43 complex and 12 real ones run.
 //
-// Kernels use their input as work area, so that a repeated call inside a timed batch works on what the last one left there.
-// Values do not change the speed of vector arithmetic as long as none is subnormal, and transforms make them grow.
+// Kernels use their input as work area, so that a repeated call inside a timed batch works on what the last one left
+// there. Values do not change the speed of vector arithmetic as long as none is subnormal, and transforms make them
+// grow.
 #include <fftw3.h>
 #include <kissfft/kiss_fft.h>
 #include <kissfft/kiss_fftr.h>
@@ -29,7 +30,9 @@ using namespace korla_bench;
 namespace {
 
 // Room for the longest transform on the boundaries that every contender likes best.
-struct alignas(64) Buffer { float data[2 * 4096 + 16]; };
+struct alignas(64) Buffer {
+    float data[2 * 4096 + 16];
+};
 Buffer source, input, output;
 
 void refresh_input() {
@@ -41,17 +44,17 @@ void refresh_input() {
 double measured_peak() {
     using namespace krl;
     std::vector<Contender> peak = {{"fma", [](int repeats) {
-        f32v sum[10];
-        for (int i = 0; i < 10; i++)
-            sum[i] = splat<f32v>(static_cast<float>(i));
-        f32v a = splat<f32v>(0.5f), b = splat<f32v>(0.25f);
-        asm volatile("" : "+x"(a), "+x"(b));
-        for (int r = 0; r < 100 * repeats; r++)
-            for (auto& s : sum)
-                s = fma(s, a, b);
-        for (auto& s : sum)
-            asm volatile("" : : "x"(s));
-    }}};
+                                        f32v sum[10];
+                                        for (int i = 0; i < 10; i++)
+                                            sum[i] = splat<f32v>(static_cast<float>(i));
+                                        f32v a = splat<f32v>(0.5f), b = splat<f32v>(0.25f);
+                                        asm volatile("" : "+x"(a), "+x"(b));
+                                        for (int r = 0; r < 100 * repeats; r++)
+                                            for (auto& s : sum)
+                                                s = fma(s, a, b);
+                                        for (auto& s : sum)
+                                            asm volatile("" : : "x"(s));
+                                    }}};
     measure(peak);
     return 100 * 10 * 2.0 * lanes<f32v> / peak[0].ns;
 }
@@ -70,7 +73,8 @@ public:
         auto* out = output.data;
         for (unsigned effort : {FFTW_MEASURE, FFTW_PATIENT}) {
             auto plan = std::make_shared<FftwPlan>(
-                real ? fftwf_plan_dft_r2c_1d(2 * n, in, reinterpret_cast<fftwf_complex*>(out), effort | FFTW_DESTROY_INPUT)
+                real ? fftwf_plan_dft_r2c_1d(2 * n, in, reinterpret_cast<fftwf_complex*>(out),
+                                             effort | FFTW_DESTROY_INPUT)
                      : fftwf_plan_dft_1d(n, reinterpret_cast<fftwf_complex*>(in), reinterpret_cast<fftwf_complex*>(out),
                                          FFTW_FORWARD, effort | FFTW_DESTROY_INPUT));
             all.push_back({effort == FFTW_MEASURE ? "fftw-measure" : "fftw-patient",
@@ -83,12 +87,14 @@ public:
         AVTXContext* context = nullptr;
         av_tx_fn transform = nullptr;
         const float scale = 1.0f;
-        if (av_tx_init(&context, &transform, real ? AV_TX_FLOAT_RDFT : AV_TX_FLOAT_FFT, 0, real ? 2 * n : n, &scale, 0) >= 0) {
+        if (av_tx_init(&context, &transform, real ? AV_TX_FLOAT_RDFT : AV_TX_FLOAT_FFT, 0, real ? 2 * n : n, &scale,
+                       0) >= 0) {
             auto owner = std::shared_ptr<AVTXContext>(context, PlanDeleter{});
             all.push_back({"av_tx",
                            [owner, transform, real](int repeats) {
                                for (int i = 0; i < repeats; i++)
-                                   transform(owner.get(), output.data, input.data, real ? sizeof(float) : 2 * sizeof(float));
+                                   transform(owner.get(), output.data, input.data,
+                                             real ? sizeof(float) : 2 * sizeof(float));
                            },
                            refresh_input});
         }
@@ -153,8 +159,8 @@ double compare(int n, std::vector<Contender> own, bool real, double peak) {
 }
 
 void print_heading(const char* what) {
-    std::printf("\n%s\n%6s %11s %11s %11s %11s %11s %11s  %6s  %-12s %s\n", what, "length", "radix 4", "radix 8", "fftw-meas.",
-                "fftw-pat.", "av_tx", "kissfft", "ratio", "best peer", "of peak");
+    std::printf("\n%s\n%6s %11s %11s %11s %11s %11s %11s  %6s  %-12s %s\n", what, "length", "radix 4", "radix 8",
+                "fftw-meas.", "fftw-pat.", "av_tx", "kissfft", "ratio", "best peer", "of peak");
 }
 
 } // namespace
@@ -192,13 +198,18 @@ int main(int argc, char** argv) {
     print_heading("Real (KRL_r4_rfft_nn)");
     for (int n : krl::fft::powers_of_two)
         if (wanted(2 * n))
-            real.add(compare(n, {{"radix4", [n](int repeats) {
-                                      for (int i = 0; i < repeats; i++)
-                                          KRL_r4_rfft_nn(input.data, output.data, static_cast<uint32_t>(n));
-                                  }, refresh_input}}, true, peak));
+            real.add(compare(n,
+                             {{"radix4",
+                               [n](int repeats) {
+                                   for (int i = 0; i < repeats; i++)
+                                       KRL_r4_rfft_nn(input.data, output.data, static_cast<uint32_t>(n));
+                               },
+                               refresh_input}},
+                             true, peak));
 
     std::printf("\nGeometric means of best peer / own:");
-    const std::pair<const char*, const GeometricMean&> means[] = {{"powers of two", powers}, {"mixed", mixed}, {"real", real}};
+    const std::pair<const char*, const GeometricMean&> means[] = {
+        {"powers of two", powers}, {"mixed", mixed}, {"real", real}};
     for (const auto& [name, mean] : means)
         if (mean.count() > 0)
             std::printf("  %s %.3f (%d lengths)", name, mean.value(), mean.count());
