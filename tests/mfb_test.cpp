@@ -150,8 +150,7 @@ struct Error {
     bool finite = true;
 };
 
-// ---- both directions alone, against the definition, with prototypes that no symmetry can hide behind
-// -------------------
+// ---- both directions against the definition, with prototypes that no symmetry can hide behind -----------------------
 
 struct DefinitionCase {
     Form form;
