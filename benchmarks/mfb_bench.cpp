@@ -1,7 +1,9 @@
-// The modulated bank: ns per slot and per sample, and as a multiple of its FFT alone, timed in the same alternating rounds.
+// The modulated bank: ns per slot and per sample, and as a multiple of its FFT alone, timed in the same alternating
+// rounds.
 //
-// Traffic is what one slot of one channel reads and writes outside the FFT, per sample: state (analysis 9 floats read, 1
-// written; synthesis 9 and 9), prototype 10, twiddle 2, time signal 1, bands 2, and the way through scratch memory, 4.
+// Traffic is what one slot of one channel reads and writes outside the FFT, per sample: state (analysis 9 floats read,
+// 1 written; synthesis 9 and 9), prototype 10, twiddle 2, time signal 1, bands 2, and the way through scratch
+// memory, 4.
 #include <korla/dsp/mfb.h>
 
 #include <memory>
@@ -79,8 +81,7 @@ int main() {
                                       pair->scaled(fft_out.data(), fft_in.data(), m);
                                   korla_bench::keep(fft_out.data());
                               }});
-#define ANALYSIS(function)                                                                                             \
-    contenders.push_back({#function, [&](int repeats) { bench.analyse(function, repeats); }});
+#define ANALYSIS(function) contenders.push_back({#function, [&](int repeats) { bench.analyse(function, repeats); }});
 #define SYNTHESIS(function)                                                                                            \
     contenders.push_back({#function, [&](int repeats) { bench.synthesise(function, repeats); }});
         ANALYSIS(KRL_CLmfb_p10km_analysisL)
@@ -98,7 +99,8 @@ int main() {
             if (&c != &contenders[0])
                 c.ns /= slots_per_call;
         const double fft = contenders[0].ns;
-        std::printf("%u bands                                            ns/slot  ns/sample  x FFT  bytes/sample    GB/s\n", m);
+        std::printf(
+            "%u bands                                            ns/slot  ns/sample  x FFT  bytes/sample    GB/s\n", m);
         for (const auto& c : contenders) {
             std::printf("  %-48s %8.1f", c.name.c_str(), c.ns);
             if (&c != &contenders[0]) {

@@ -22,7 +22,8 @@ struct Banks {
     explicit Banks(int32_t config, size_t misalignment = 3)
         : state(343, misalignment), analysis_memory(39, misalignment), synthesis_memory(15, misalignment),
           analysis(KRL_hybrid_analysisCL_open(config, state.data(), nullptr, analysis_memory.data())),
-          synthesis(KRL_hybrid_synthesisCL_open(config, nullptr, nullptr, synthesis_memory.data())), bands(2 * outputs(config)) {}
+          synthesis(KRL_hybrid_synthesisCL_open(config, nullptr, nullptr, synthesis_memory.data())),
+          bands(2 * outputs(config)) {}
 
     std::vector<float> analyse(const float* in) {
         KRL_CLhybrid_analysisCL(analysis, bands.data(), in);
@@ -68,7 +69,8 @@ TEST_P(HybridBank, SynthesisOfTheAnalysisIsADelayOfSixSlots) {
     }
 }
 
-// One impulse in each of the outputs in turn: the synthesis adds it to the right QMF band, conjugated where it came in so.
+// One impulse in each of the outputs in turn: the synthesis adds it to the right QMF band, conjugated where it came in
+// so.
 TEST_P(HybridBank, SynthesisAddsWhatCameFromEachBand) {
     Banks banks(GetParam());
     const std::vector<float> unit[3] = {{1, 2, 0, 0, 0, 0}, {0, 0, 1, 2, 0, 0}, {0, 0, 0, 0, 1, 2}};

@@ -15,7 +15,7 @@ namespace {
 
 using korla_test::GuardedBuffer;
 using korla_test::Random;
-using Signal = std::vector<float>;         // one channel, slot after slot
+using Signal = std::vector<float>; // one channel, slot after slot
 using Channels = std::vector<Signal>;
 using AnalysisFunction = decltype(&KRL_CLmfb_p10km_analysisL);
 using SynthesisFunction = decltype(&KRL_Lmfb_p10km_synthesisCL_symmetric);
@@ -25,9 +25,10 @@ struct Tables {
     const float* twiddle;
 };
 
-// One direction of the bank in memory of exactly the queried size at an awkward address. process() cuts the signals into
-// calls of `slots_per_call` slots.
-template <class Instance, class Function> class Bank {
+// One direction of the bank in memory of exactly the queried size at an awkward address. process() cuts the signals
+// into calls of `slots_per_call` slots.
+template <class Instance, class Function>
+class Bank {
 public:
     static constexpr bool is_analysis = std::is_same_v<Instance, krl_mfb_analysis>;
     static constexpr size_t in_floats = is_analysis ? 1 : 2, out_floats = is_analysis ? 2 : 1; // per band and slot
@@ -35,7 +36,8 @@ public:
     Bank(uint32_t m, size_t channels, Tables tables, size_t misalignment = 5)
         : m_(m), tables_(tables), memory_(query(m, channels), misalignment),
           scratch_(is_analysis ? KRL_mfb_p10km_analysisL_query_scratch(0, 0, m)
-                               : KRL_mfb_p10km_synthesisCL_query_scratch(0, 0, m), misalignment) {
+                               : KRL_mfb_p10km_synthesisCL_query_scratch(0, 0, m),
+                   misalignment) {
         if constexpr (is_analysis)
             instance = KRL_CLmfb_p10km_analysisL_init(static_cast<uint32_t>(channels), 0, m, memory_.data());
         else
@@ -95,10 +97,16 @@ struct Form {
     uint32_t delay_blocks, delay_samples;
     size_t delay(size_t m) const { return delay_blocks * m + delay_samples; }
 };
-constexpr Form symmetric{"symmetric", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_symmetric, false, false, 9, 0};
+constexpr Form symmetric{
+    "symmetric", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_symmetric, false, false, 9, 0};
 constexpr Form legacy{"legacy", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_legacy, true, false, 9, 0};
-constexpr Form legacy_extra_latency{"legacy_extra_latency", KRL_CLmfb_p10km_analysisL_legacy,
-                                    KRL_Lmfb_p10km_synthesisCL_legacy_extra_latency, true, false, 9, 1};
+constexpr Form legacy_extra_latency{"legacy_extra_latency",
+                                    KRL_CLmfb_p10km_analysisL_legacy,
+                                    KRL_Lmfb_p10km_synthesisCL_legacy_extra_latency,
+                                    true,
+                                    false,
+                                    9,
+                                    1};
 constexpr Form even_0{"even_0", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_even_0, false, false, 4, 0};
 constexpr Form even_1{"even_1", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_even_1, true, false, 4, 0};
 constexpr Form even_2{"even_2", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_even_2, false, true, 4, 0};
@@ -142,7 +150,7 @@ struct Error {
     bool finite = true;
 };
 
-// ---- both directions alone, against the definition, with prototypes that no symmetry can hide behind -------------------
+// ---- both directions against the definition, with prototypes that no symmetry can hide behind -----------------------
 
 struct DefinitionCase {
     Form form;
@@ -201,7 +209,7 @@ TEST_P(Definition, HoldsForAnyPrototype) {
 INSTANTIATE_TEST_SUITE_P(ModulatedBank, Definition, testing::ValuesIn(definition_cases()),
                          [](const auto& info) { return case_name(info.param); });
 
-// ---- chains ------------------------------------------------------------------------------------------------------------
+// ---- chains ---------------------------------------------------------------------------------------------------------
 
 struct ChainCase {
     Form form;
@@ -220,8 +228,8 @@ std::vector<ChainCase> chain_cases() {
         for (const Form& form : {even_0, even_1, even_2, even_3})
             cases.push_back({form, "P4_319SC", 64, {KRL_MFB_P10KM_P4_319SC, twiddle}, 5e-7, 2e-6});
     }
-    cases.push_back({legacy_extra_latency, "P64KVX301_LEGACY", 64,
-                     {KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O}, 5e-7, 2e-6});
+    cases.push_back(
+        {legacy_extra_latency, "P64KVX301_LEGACY", 64, {KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O}, 5e-7, 2e-6});
     for (const Form& form : {even_0, even_1, even_2, even_3}) {
         cases.push_back({form, "P4_319SC_128M", 128, {KRL_MFB_P10KM_P4_319SC_128M, KRL_MFB_TWID128E}, 5e-7, 2e-6});
         cases.push_back({form, "P4_319SC_256M", 256, {KRL_MFB_P10KM_P4_319SC_256M, KRL_MFB_TWID256E}, 5e-7, 2e-6});
@@ -276,9 +284,10 @@ TEST(ModulatedBank, ChainFailsWithAPrototypeMadeForAnotherSynthesis) {
     EXPECT_GT(chain_error(in[0], run_chain(chain, in)[0], 9 * 64).rms(), 0.01);
 }
 
-// ---- state ---------------------------------------------------------------------------------------------------------------
+// ---- state ----------------------------------------------------------------------------------------------------------
 
-template <class BankType, class Function> void expect_calls_and_channels_do_not_matter(Function function) {
+template <class BankType, class Function>
+void expect_calls_and_channels_do_not_matter(Function function) {
     const Tables tables{KRL_MFB_P10KM_P4_319SC, KRL_MFB_TWID64E};
     const size_t slots = 31;
     Random random(9);
@@ -311,8 +320,8 @@ TEST(ModulatedBank, ResetClearsOneChannelAtAnyRingPhase) {
         analysis.process(KRL_CLmfb_p10km_analysisL, before);
         untouched.process(KRL_CLmfb_p10km_analysisL, before);
         KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 64, 1);
-        KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 64, 2);   // no such channel
-        KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 128, 0);  // not its size
+        KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 64, 2);  // no such channel
+        KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 128, 0); // not its size
         KRL_mfb_p10km_analysisL_reset_channel(nullptr, 64, 0);
         KRL_load_mfb_p10km_analysisL_filter_state(analysis.instance, before[0].data()); // all of these do nothing
         KRL_unload_mfb_p10km_analysisL_filter_state(analysis.instance, nullptr);
@@ -336,13 +345,15 @@ TEST(ModulatedBank, ForgetsNaNAfterTenSlots) {
         ASSERT_EQ(out[0][n], clean[0][n]);
 }
 
-// ---- the further rotation, tables, memory, refusals ----------------------------------------------------------------------
+// ---- the further rotation, tables, memory, refusals -----------------------------------------------------------------
 
 // The legacy analysis with the further rotation by e, as a process function.
 template <const std::vector<float>& e>
-void legacy_twiddle(krl_mfb_analysis* instance, const float* prototype, const float* twiddle, void* scratch, uint32_t channels,
-                    uint32_t slots, uint32_t m, float* const* const* out, const float* const* const* in) {
-    KRL_CLmfb_p10km_analysisL_legacy_twiddle(instance, prototype, twiddle, scratch, e.data(), channels, slots, m, out, in);
+void legacy_twiddle(krl_mfb_analysis* instance, const float* prototype, const float* twiddle, void* scratch,
+                    uint32_t channels, uint32_t slots, uint32_t m, float* const* const* out,
+                    const float* const* const* in) {
+    KRL_CLmfb_p10km_analysisL_legacy_twiddle(instance, prototype, twiddle, scratch, e.data(), channels, slots, m, out,
+                                             in);
 }
 const std::vector<float> arbitrary_rotation = Random(6).vector(128);
 const std::vector<float> full_qmf_rotation = [] {
@@ -372,8 +383,8 @@ TEST(ModulatedBank, LegacyTwiddleRotatesEveryBand) {
         }
 }
 
-// The legacy convention was made to continue the QMF banks: with their prototype and the twiddle without offset it is the
-// complex QMF bank, analysis and synthesis, with and without its full twiddles.
+// The legacy convention was made to continue the QMF banks: with their prototype and the twiddle without offset it is
+// the complex QMF bank, analysis and synthesis, with and without its full twiddles.
 TEST(ModulatedBank, LegacyFormsAreTheComplexQmfBank) {
     constexpr uint32_t slots = 40;
     const Channels in{Random(9).vector(slots * 64)};
@@ -421,7 +432,11 @@ TEST(ModulatedBank, LegacyFormsAreTheComplexQmfBank) {
 }
 
 TEST(ModulatedBank, TwiddleTablesAreTheRoundedFormula) {
-    const struct { const float* table; size_t m; int offset; } tables[] = {
+    const struct {
+        const float* table;
+        size_t m;
+        int offset;
+    } tables[] = {
         {KRL_MFB_TWID64E, 64, 1}, {KRL_MFB_TWID128E, 128, 1}, {KRL_MFB_TWID256E, 256, 1}, {KRL_MFB_TWID64O, 64, 0}};
     for (const auto& [table, m, offset] : tables) {
         const std::vector<float> expected = grouped_twiddle(m, offset);
@@ -462,8 +477,10 @@ TEST(ModulatedBank, RefusesWhatNoBankCanBeMadeOf) {
     EXPECT_EQ(memory.values(), std::vector<uint8_t>(memory.size(), 0x5a));
 }
 
-// Every way to spoil a call, on a bank with history: it writes nothing and the next good call goes on as if it had not been.
-template <class BankType, class Function> void expect_bad_calls_change_nothing(Function function) {
+// Every way to spoil a call, on a bank with history: it writes nothing and the next good call goes on as if it had not
+// been.
+template <class BankType, class Function>
+void expect_bad_calls_change_nothing(Function function) {
     const Tables tables{KRL_MFB_P10KM_P64KVX301, KRL_MFB_TWID64E};
     Random random(12);
     const Channels in{random.vector(12 * 64 * BankType::in_floats), random.vector(12 * 64 * BankType::in_floats)};
@@ -493,8 +510,8 @@ template <class BankType, class Function> void expect_bad_calls_change_nothing(F
     call(good, nullptr, t, scratch.data(), 2, 2, 64, out, source);
     call(good, p, nullptr, scratch.data(), 2, 2, 64, out, source);
     call(good, p, t, nullptr, 2, 2, 64, out, source);
-    call(good, p, t, scratch.data(), 3, 2, 64, out, source);     // more channels than it has
-    call(good, p, t, scratch.data(), 2, 2, 128, out, source);    // another size
+    call(good, p, t, scratch.data(), 3, 2, 64, out, source);  // more channels than it has
+    call(good, p, t, scratch.data(), 2, 2, 128, out, source); // another size
     call(good, p, t, scratch.data(), 2, 2, 56, out, source);
     call(good, p, t, scratch.data(), 2, 2, 64, nullptr, source);
     call(good, p, t, scratch.data(), 2, 2, 64, out, nullptr);

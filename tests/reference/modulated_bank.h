@@ -1,5 +1,5 @@
-// The modulated bank from its definition, in double precision: every band a sum over the prototype's ten blocks, every output
-// sample a sum over the bands. No polyphase form, no FFT, no ring.
+// The modulated bank from its definition, in double precision: every band a sum over the prototype's ten blocks, every
+// output sample a sum over the bands. No polyphase form, no FFT, no ring.
 #pragma once
 
 #include <cmath>
@@ -14,8 +14,8 @@ class ModulatedBank {
 public:
     using complex = std::complex<double>;
 
-    // c[jM + k] in time order. legacy: the phases of the legacy analysis, whose table holds every block reversed. offset: d of
-    // the twiddle e^(-i pi (2k + d) / (4M)). delay: D of the synthesis, in samples.
+    // c[jM + k] in time order. legacy: the phases of the legacy analysis, whose table holds every block reversed.
+    // offset: d of the twiddle e^(-i pi (2k + d) / (4M)). delay: D of the synthesis, in samples.
     ModulatedBank(size_t bands, std::vector<double> c, bool legacy, int offset, size_t delay)
         : m_(bands), analysis_(c), turn_(4 * bands) {
         for (size_t n = 0; n < turn_.size(); n++)

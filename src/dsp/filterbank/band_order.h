@@ -1,7 +1,7 @@
 // Between FFT bins and sub-bands.
 //
-// A complex-modulated bank of M bands gets its bands from an FFT of M bins: band 2k is bin k and band 2k+1 is bin M-1-k,
-// and one of the two is conjugated, because real input makes bin M-1-k turn the other way round.
+// A complex-modulated bank of M bands gets its bands from an FFT of M bins: band 2k is bin k and band 2k+1 is bin
+// M-1-k, and one of the two is conjugated, because real input makes bin M-1-k turn the other way round.
 #pragma once
 
 #include "dsp/core/lanes.h"
@@ -12,7 +12,8 @@ enum class conjugated { even_bands, odd_bands };
 
 namespace detail {
 
-template <bool wanted, class V> KRL_INLINE V conjugate_if(V v) {
+template <bool wanted, class V>
+KRL_INLINE V conjugate_if(V v) {
     if constexpr (wanted)
         return conjugate(v);
     else
@@ -22,7 +23,8 @@ template <bool wanted, class V> KRL_INLINE V conjugate_if(V v) {
 } // namespace detail
 
 // M is a multiple of 8. The buffers hold M complex values and are apart.
-template <conjugated which> KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m) {
+template <conjugated which>
+KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m) {
     constexpr size_t step = lanes<f32v>; // floats: lanes / 2 complex values
     for (size_t k = 0; k < m; k += step) {
         const f32v low = load<f32v>(bins + k), high = load<f32v>(bins + 2 * m - step - k);
@@ -33,7 +35,8 @@ template <conjugated which> KRL_INLINE void bands_from_bins(float* bands, const 
     }
 }
 
-template <conjugated which> KRL_INLINE void bins_from_bands(float* bins, const float* bands, uint32_t m) {
+template <conjugated which>
+KRL_INLINE void bins_from_bands(float* bins, const float* bands, uint32_t m) {
     constexpr size_t step = lanes<f32v>;
     for (size_t k = 0; k < m; k += step) {
         const auto [even, odd] = deinterleave_backwards(load<f32v>(bands + 2 * k), load<f32v>(bands + 2 * k + step));

@@ -8,23 +8,23 @@
 #include "dsp/core/trig.h"
 #include "korla/dsp/vector.h"
 
-// The taps carry the sign that is left when the phase factor of a tap is divided by rotation(m) and the FFT's own below, so
-// that all taps that meet in one FFT input share one rotation.
+// The taps carry the sign that is left when the phase factor of a tap is divided by rotation(m) and the FFT's own
+// below, so that all taps that meet in one FFT input share one rotation.
 const float krl_hyb_p8_13[13] = {-0.00746082934f, -0.0227042101f, -0.0454686582f, -0.0726611391f, -0.0988510847f,
                                  0.117937103f,    0.125f,         0.117937103f,   0.0988510847f,  0.0726611391f,
                                  0.0454686582f,   0.0227042101f,  0.00746082934f};
-const float krl_hyb_p4_13[13] = {-0.00305151916f, 0.00794862304f, 0.0f,         -0.0431892388f, -0.125424489f,
-                                 0.212278068f,    0.25f,          0.212278068f, 0.125424489f,   -0.0431892388f,
-                                 0.0f,            0.00794862304f, 0.00305151916f};
+const float krl_hyb_p4_13[13] = {
+    -0.00305151916f, 0.00794862304f, 0.0f,           -0.0431892388f, -0.125424489f,  0.212278068f,  0.25f,
+    0.212278068f,    0.125424489f,   -0.0431892388f, 0.0f,           0.00794862304f, 0.00305151916f};
 const float krl_hyb_p2_6[6] = {0.0189948753f, -0.072931394f, 0.305966318f, 0.305966318f, -0.072931394f, 0.0189948753f};
 
 namespace krl::hybrid {
 
 constexpr uint32_t taps = 13;
-constexpr uint32_t lines = 3;                    // QMF bands that are split
-constexpr uint32_t line_floats = 2 * taps;       // complex samples, oldest first
+constexpr uint32_t lines = 3;              // QMF bands that are split
+constexpr uint32_t line_floats = 2 * taps; // complex samples, oldest first
 constexpr uint32_t state_floats = lines * line_floats;
-constexpr uint32_t delay_slots = 6;              // the prototypes are symmetric about tap 6
+constexpr uint32_t delay_slots = 6; // the prototypes are symmetric about tap 6
 
 } // namespace krl::hybrid
 
@@ -50,11 +50,13 @@ namespace {
 constexpr uint8_t interleaved_order[16] = {0, 2, 4, 6, 7, 9, 3, 1, 12, 5, 8, 10, 13, 14, 15, 11};
 constexpr float interleaved_sign[16] = {1, 1, 1, 1, 1, 1, -1, -1, 1, 1, 1, 1, 1, 1, 1, 1};
 
-// ---- analysis --------------------------------------------------------------------------------------------------------
+// ---- analysis -------------------------------------------------------------------------------------------------------
 
-// The phase factor e^(2 pi i (q + 1/2)(6 - n) / ways) of tap n is, up to the sign that the table holds, e^(2 pi i m q / ways)
-// with m = (6 - n) mod ways, which the inverse FFT supplies, times e^(i pi r / ways), r = m for m <= 1 and m - ways above.
-template <int ways> struct rotations {
+// The phase factor e^(2 pi i (q + 1/2)(6 - n) / ways) of tap n is, up to the sign that the table holds, e^(2 pi i m q /
+// ways) with m = (6 - n) mod ways, which the inverse FFT supplies, times e^(i pi r / ways), r = m for m <= 1 and m -
+// ways above.
+template <int ways>
+struct rotations {
     float cos[ways], sin[ways];
     constexpr rotations() : cos{}, sin{} {
         for (int m = 0; m < ways; m++) {
@@ -73,13 +75,14 @@ KRL_INLINE double load_complex(const float* p) {
 }
 
 // The samples n of one delay line, or of two neighbouring ones side by side.
-template <int line_count> KRL_INLINE f32x4 load_sample(const float* line, uint32_t n) {
+template <int line_count>
+KRL_INLINE f32x4 load_sample(const float* line, uint32_t n) {
     const double second = line_count == 2 ? load_complex(line + line_floats + 2 * n) : 0.0;
     return bit_cast<f32x4>(f64x2{load_complex(line + 2 * n), second});
 }
 
-// Splits a delay line, or two neighbouring ones, into `ways` sub-bands each: fold the taps to the inputs of the inverse FFT,
-// rotate, transform. `y` receives ways * line_count complex sub-bands.
+// Splits a delay line, or two neighbouring ones, into `ways` sub-bands each: fold the taps to the inputs of the inverse
+// FFT, rotate, transform. `y` receives ways * line_count complex sub-bands.
 template <int ways, int line_count>
 KRL_INLINE void split(float* y, const float* line, const float* prototype, krl_fft_kernel* inverse_fft) {
     static constexpr rotations<ways> rotation;
@@ -99,7 +102,8 @@ KRL_INLINE void split(float* y, const float* line, const float* prototype, krl_f
         inverse_fft(y + 2 * ways * i, u[i], ways);
 }
 
-// Bands 1 and 2 side by side: a half-band filter and its complement. out: low and high of band 1, low and high of band 2.
+// Bands 1 and 2 side by side: a half-band filter and its complement. out: low and high of band 1, low and high of
+// band 2.
 KRL_INLINE void split_in_two(float* out, const float* line) {
     f32x4 sides = splat<f32x4>(krl_hyb_p2_6[0]) * load_sample<2>(line, 1);
     for (uint32_t i = 1; i < 6; i++)
@@ -110,7 +114,8 @@ KRL_INLINE void split_in_two(float* out, const float* line) {
     store(out + 4, band2);
 }
 
-// Every delay line moves down by one sample; what slides from one line into the next is overwritten with the new samples.
+// Every delay line moves down by one sample; what slides from one line into the next is overwritten with the new
+// samples.
 void append(float* state, const float* in) {
     uint32_t i = 0;
     for (; i + lanes<f32v> <= state_floats - 2; i += lanes<f32v>)
@@ -144,7 +149,7 @@ void analyse10(const krl_hybrid_analysis& bank, float* out) {
     split_in_two(out + 12, bank.state + line_floats);
 }
 
-// ---- synthesis -------------------------------------------------------------------------------------------------------
+// ---- synthesis ------------------------------------------------------------------------------------------------------
 
 // The sum of an even number of complex samples, two at a time.
 KRL_INLINE void add_up(float* out, const float* y, uint32_t count) {
@@ -155,7 +160,7 @@ KRL_INLINE void add_up(float* out, const float* y, uint32_t count) {
     std::memcpy(out, &sum, 2 * sizeof(float));
 }
 
-// ---- instances -------------------------------------------------------------------------------------------------------
+// ---- instances ------------------------------------------------------------------------------------------------------
 
 bool is_valid(int32_t config) { return (config & 2) == 0; }
 uint32_t split_of(int32_t config) { return static_cast<uint32_t>(config) & 3; }
@@ -166,7 +171,8 @@ const krl_fft_pair* inverse_pair(uint32_t n) {
     return pair ? pair : KRL_r4_cplx_inv_pair(n);
 }
 
-uint32_t report_bytes(uint32_t* state, uint32_t* scratch, uint32_t* instance, uint32_t state_size, uint32_t instance_size) {
+uint32_t report_bytes(uint32_t* state, uint32_t* scratch, uint32_t* instance, uint32_t state_size,
+                      uint32_t instance_size) {
     if (state)
         *state = state_size;
     if (scratch)

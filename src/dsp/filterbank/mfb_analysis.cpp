@@ -4,9 +4,9 @@
 //
 //     sum over n = 0 .. 10M-1 of c[n] w[n] e^(-i pi (2m+1) n / (2M)).
 //
-// Block j contributes the factor (-i)^j, which is real for even blocks and imaginary for odd ones: E and O collect them.
-// What is left over k, e^(-i pi k / (2M)) e^(-2 pi i q k / M) for m = 2q, is the twiddle and an FFT of length M; bins from
-// the upper half, conjugated, are the bands in between.
+// Block j contributes the factor (-i)^j, which is real for even blocks and imaginary for odd ones: E and O collect
+// them. What is left over k, e^(-i pi k / (2M)) e^(-2 pi i q k / M) for m = 2q, is the twiddle and an FFT of length M;
+// bins from the upper half, conjugated, are the bands in between.
 #include "dsp/core/lanes.h"
 #include "dsp/filterbank/band_order.h"
 #include "dsp/filterbank/mfb_state.h"
@@ -34,7 +34,8 @@ void fold(float* v, float* const (&ring)[state_blocks], const float* prototype, 
         const float* c = prototype + tap_blocks * k;
         const auto taps = [&](uint32_t j) { return load_groups<V, 4 * tap_blocks>(c + 4 * j); }; // j and j + 1
         const auto past = [&](uint32_t j) { return load<V>(ring[j] + k); };
-        const V newest = splat<V>(0.5f) * (form.reversed_input ? reverse(load<V>(in + bands - lanes<V> - k)) : load<V>(in + k));
+        const V newest =
+            splat<V>(0.5f) * (form.reversed_input ? reverse(load<V>(in + bands - lanes<V> - k)) : load<V>(in + k));
 
         auto [c_even, c_odd] = taps(0);
         V even = c_even * past(0), odd = c_odd * past(1);

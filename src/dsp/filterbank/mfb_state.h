@@ -8,14 +8,14 @@
 
 namespace krl::mfb {
 
-inline constexpr uint32_t tap_blocks = 10;                // a prototype has this many taps per band
-inline constexpr uint32_t state_blocks = tap_blocks - 1;  // floats of state per band
-inline constexpr uint32_t band_multiple = 8;              // the widest step over the bands
+inline constexpr uint32_t tap_blocks = 10;               // a prototype has this many taps per band
+inline constexpr uint32_t state_blocks = tap_blocks - 1; // floats of state per band
+inline constexpr uint32_t band_multiple = 8;             // the widest step over the bands
 
 struct state {
-    float** channels;         // one block of 9M floats per channel
-    const krl_fft_pair* fft;  // forward, length M
-    uint32_t slot;            // analysis: ring phase, the slot counter modulo 9
+    float** channels;        // one block of 9M floats per channel
+    const krl_fft_pair* fft; // forward, length M
+    uint32_t slot;           // analysis: ring phase, the slot counter modulo 9
     uint32_t bands, channel_count;
 };
 static_assert(sizeof(state) == 32);
@@ -44,7 +44,8 @@ inline void clear_channel(state& s, uint32_t channel) {
 }
 
 // Places the record, the channel pointers and the channel blocks, all cleared. Null for what no bank can be made of.
-template <class Instance> Instance* place(uint32_t channels, uint32_t bands, void* memory) {
+template <class Instance>
+Instance* place(uint32_t channels, uint32_t bands, void* memory) {
     static_assert(sizeof(Instance) == sizeof(state));
     const krl_fft_pair* pair = fft_pair(bands);
     if (!memory || bands % band_multiple != 0 || !pair)
@@ -63,7 +64,8 @@ template <class Instance> Instance* place(uint32_t channels, uint32_t bands, voi
     return instance;
 }
 
-template <class Pointer> bool any_null(const Pointer* const* slots, uint32_t slot_count, uint32_t channels) {
+template <class Pointer>
+bool any_null(const Pointer* const* slots, uint32_t slot_count, uint32_t channels) {
     for (uint32_t slot = 0; slot < slot_count; slot++) {
         if (!slots[slot])
             return true;

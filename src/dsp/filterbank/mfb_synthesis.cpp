@@ -4,13 +4,13 @@
 //
 //     2 h[n] Re(X[m] conj(phi_m) e^(i pi (2m+1) (n + 9M - D) / (2M)))
 //
-// with phi_m the phase that the analysis gave the band, h the synthesis prototype and D the delay of the chain. As in the
-// analysis, block j turns by a power of i, so that even taps take the real and odd taps the imaginary part of the rotated
-// FFT (or the other way round), with signs in pairs: one delay line serves all.
+// with phi_m the phase that the analysis gave the band, h the synthesis prototype and D the delay of the chain. As in
+// the analysis, block j turns by a power of i, so that even taps take the real and odd taps the imaginary part of the
+// rotated FFT (or the other way round), with signs in pairs: one delay line serves all.
 #include "dsp/core/lanes.h"
 #include "dsp/filterbank/band_order.h"
-#include "dsp/filterbank/paired_delay_line.h"
 #include "dsp/filterbank/mfb_state.h"
+#include "dsp/filterbank/paired_delay_line.h"
 
 namespace krl::mfb {
 namespace {
@@ -21,7 +21,8 @@ enum class part { re, minus_re, im, minus_im };
 // h_j of band k: c_j[k], c_(9-j)[k], or c_(9-j)[M-1-k], the prototype backwards in time sample by sample.
 enum class tap_order { forward, backward_blocks, backward };
 
-// Conventions with a factor i on all bins (legacy, even_1, even_3) carry it behind the FFT instead: it turns re into im.
+// Conventions with a factor i on all bins (legacy, even_1, even_3) carry it behind the FFT instead: it turns re into
+// im.
 struct convention {
     conjugated half;
     part even, odd;
@@ -38,12 +39,17 @@ constexpr convention even_1{odd_bands, minus_re, im, tap_order::backward, true};
 constexpr convention even_2{odd_bands, re, im, tap_order::backward, false};
 constexpr convention even_3{even_bands, minus_re, im, tap_order::backward, true};
 
-template <part which> KRL_INLINE f32x4 part_of(f32x4 real, f32x4 imaginary) {
+template <part which>
+KRL_INLINE f32x4 part_of(f32x4 real, f32x4 imaginary) {
     switch (which) {
-    case re: return real;
-    case minus_re: return -real;
-    case im: return imaginary;
-    case minus_im: return -imaginary;
+    case re:
+        return real;
+    case minus_re:
+        return -real;
+    case im:
+        return imaginary;
+    case minus_im:
+        return -imaginary;
     }
 }
 
@@ -106,7 +112,8 @@ void KRL_Lmfb_p10km_synthesisCL_close(krl_mfb_synthesis*) {}
 
 #define KRL_MFB_SYNTHESIS(name, form)                                                                                  \
     void name(krl_mfb_synthesis* instance, const float* prototype, const float* twiddle, void* scratch,                \
-              uint32_t channels, uint32_t slots, uint32_t m, float* const* const* out, const float* const* const* in) { \
+              uint32_t channels, uint32_t slots, uint32_t m, float* const* const* out,                                 \
+              const float* const* const* in) {                                                                         \
         synthesise<form>(instance, prototype, twiddle, scratch, channels, slots, m, out, in);                          \
     }
 KRL_MFB_SYNTHESIS(KRL_Lmfb_p10km_synthesisCL_symmetric, symmetric)

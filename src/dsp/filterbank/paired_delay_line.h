@@ -5,8 +5,8 @@
 //
 //     out(t) = sum over j of s_j h_j in_j(t - j),    in_j = a for even j, b for odd j
 //
-// Transposed, the line holds partial sums instead of inputs: out = S_0 + s_0 h_0 a, then S_j-1 = S_j + s_j h_j in_j. It reads
-// and writes 2P-1 values per phase, and an input is needed only in the slot it arrives in.
+// Transposed, the line holds partial sums instead of inputs: out = S_0 + s_0 h_0 a, then S_j-1 = S_j + s_j h_j in_j. It
+// reads and writes 2P-1 values per phase, and an input is needed only in the slot it arrives in.
 //
 // Four phases at a time, their state is 2P-1 vectors of four in a row. Two neighbouring taps are one step, because the
 // state and the taps of both lie side by side.
