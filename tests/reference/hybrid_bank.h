@@ -2,6 +2,7 @@
 #pragma once
 
 #include <complex>
+#include <cstdlib>
 #include <numbers>
 #include <vector>
 
@@ -10,42 +11,24 @@ namespace korla_test {
 class HybridBank {
 public:
     using complex = std::complex<double>;
-    explicit HybridBank(int config)
-        : split_(config & 3), interleaved_((config & 4) != 0), past_(3, std::vector<complex>(13)) {}
+    using Line = std::vector<complex>;
+    explicit HybridBank(int config) : config_(config), past_(3, Line(13)) {}
 
-    std::vector<complex> analyse(const float* in) {
+    Line analyse(const float* in) {
         for (size_t b = 0; b < 3; b++) {
             past_[b].erase(past_[b].begin());
             past_[b].emplace_back(in[2 * b], in[2 * b + 1]);
         }
-        const auto y = modulated(past_[0], prototype8, 8);
-        if (split_ == 0) {
-            std::vector<complex> out{y[0], y[1], y[2] + y[5], y[3] + y[4], y[6], y[7]};
-            for (size_t b = 1; b < 3; b++)
-                for (int high = 0; high < 2; high++) {
-                    complex sum = 0;
-                    for (int n = 0; n < 13;
-                         n++) // the high band's response is the low band's with every odd distance negated
-                        sum += half_band[std::abs(n - 6)] * (high && n % 2 != 0 ? -1.0 : 1.0) *
-                               past_[b][static_cast<size_t>(n)];
-                    out.push_back(sum);
-                }
-            return out;
+        const Line y = modulated(past_[0], prototype8, 8, 0.5);
+        if (config_ == 0 || config_ == 4) {
+            const Line z = modulated(past_[1], half_band, 2, 0), w = modulated(past_[2], half_band, 2, 0);
+            return {y[0], y[1], y[2] + y[5], y[3] + y[4], y[6], y[7], z[0], z[1], w[0], w[1]};
         }
-        const auto z = modulated(past_[1], prototype4, 4), w = modulated(past_[2], prototype4, 4);
-        if (interleaved_)
-            return {y[0], std::conj(y[7]),
-                    y[1], std::conj(y[6]),
-                    y[2], z[1],
-                    y[3], y[4],
-                    z[2], y[5],
-                    z[3], w[3],
-                    z[0], w[0],
-                    w[1], w[2]};
-        std::vector<complex> out = y;
-        out.insert(out.end(), z.begin(), z.end());
-        out.insert(out.end(), w.begin(), w.end());
-        return out;
+        const Line z = modulated(past_[1], prototype4, 4, 0.5), w = modulated(past_[2], prototype4, 4, 0.5);
+        if (config_ == 1)
+            return {y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7], z[0], z[1], z[2], z[3], w[0], w[1], w[2], w[3]};
+        const complex y6 = std::conj(y[6]), y7 = std::conj(y[7]);
+        return {y[0], y7, y[1], y6, y[2], z[1], y[3], y[4], z[2], y[5], z[3], w[3], z[0], w[0], w[1], w[2]};
     }
 
 private:
@@ -56,21 +39,18 @@ private:
                                              0,    -0.00794862304, -0.00305151916};
     static constexpr double half_band[7] = {0.5, 0.305966318, 0, -0.072931394, 0, 0.0189948753, 0};
 
-    static std::vector<complex> modulated(const std::vector<complex>& s, const double (&g)[7], int count) {
-        std::vector<complex> out;
-        for (int q = 0; q < count; q++) {
-            complex sum = 0;
-            for (int n = 0; n < 13; n++)
-                sum += g[std::abs(n - 6)] * s[static_cast<size_t>(n)] *
-                       std::polar(1.0, -2 * std::numbers::pi / count * (q + 0.5) * (n - 6));
-            out.push_back(sum);
-        }
+    // Band q is centred at (q + offset) / count of the sampling rate.
+    static Line modulated(const Line& s, const double (&g)[7], int count, double offset) {
+        Line out(static_cast<size_t>(count));
+        for (int q = 0; q < count; q++)
+            for (int n = -6; n <= 6; n++)
+                out[static_cast<size_t>(q)] += g[std::abs(n)] * s[static_cast<size_t>(n + 6)] *
+                                               std::polar(1.0, -2 * std::numbers::pi / count * (q + offset) * n);
         return out;
     }
 
-    int split_;
-    bool interleaved_;
-    std::vector<std::vector<complex>> past_;
+    int config_;
+    std::vector<Line> past_;
 };
 
 } // namespace korla_test

@@ -10,74 +10,65 @@
 
 namespace korla_test {
 
-class ModulatedBank {
-public:
+struct ModulatedBank {
     using complex = std::complex<double>;
 
     // c[jM + k] in time order. legacy: the phases of the legacy analysis, whose table holds every block reversed.
     // offset: d of the twiddle e^(-i pi (2k + d) / (4M)). delay: D of the synthesis, in samples.
-    ModulatedBank(size_t bands, std::vector<double> c, bool legacy, int offset, size_t delay)
-        : m_(bands), analysis_(c), turn_(4 * bands) {
-        for (size_t n = 0; n < turn_.size(); n++)
-            turn_[n] = std::polar(1.0, 2 * std::numbers::pi * static_cast<double>(n) / static_cast<double>(4 * m_));
-        const auto angle = std::numbers::pi * offset / static_cast<double>(4 * m_);
-        for (size_t m = 0; m < m_; m++) {
+    ModulatedBank(size_t bands, const std::vector<double>& c, bool legacy, int offset, size_t delay)
+        : M(bands), analysis(c), phase(M), advance(45 * M - delay) { // 36M more than 9M: whole periods keep it positive
+        for (size_t m = 0; m < M; m++) {
             const double sign = m % 2 == 0 ? 1.0 : -1.0;
-            complex phase = sign * complex(0, 1) * std::polar(1.0, -sign * angle);
+            phase[m] = std::polar(1.0, sign * std::numbers::pi * (0.5 - offset / static_cast<double>(4 * M)));
             if (legacy)
-                phase = std::conj(phase) * turn((2 * m + 1) * (m_ - 1));
-            phase_.push_back(phase);
+                phase[m] = std::conj(phase[m]) * turn(m, M - 1);
         }
-        if (legacy)
-            for (size_t n = 0; n < analysis_.size(); n++)
-                analysis_[n] = c[n / m_ * m_ + m_ - 1 - n % m_];
+        for (size_t n = 0; legacy && n < 10 * M; n++)
+            analysis[n] = c[n / M * M + M - 1 - n % M];
         // All delays but nine blocks (and its neighbour) belong to prototypes that the synthesis runs backwards.
-        synthesis_ = analysis_;
-        if (delay != 9 * m_)
-            synthesis_.assign(analysis_.rbegin(), analysis_.rend());
-        advance_ = 36 * m_ + 9 * m_ - delay; // a multiple of the period 4M keeps it positive
-        past_.assign(10 * m_, 0.0);
-        future_.assign(10 * m_, 0.0);
+        synthesis = analysis;
+        if (delay != 9 * M)
+            synthesis.assign(analysis.rbegin(), analysis.rend());
     }
 
-    // One slot: M samples to M bands.
-    std::vector<complex> analyse(const float* x) {
-        past_.erase(past_.begin(), past_.begin() + static_cast<ptrdiff_t>(m_));
-        past_.insert(past_.end(), x, x + m_);
-        std::vector<complex> bands(m_);
-        for (size_t m = 0; m < m_; m++) {
-            complex sum = 0;
-            for (size_t n = 0; n < 10 * m_; n++)
-                sum += analysis_[n] * past_[n] * std::conj(turn((2 * m + 1) * n));
-            bands[m] = phase_[m] * sum / (2.0 * static_cast<double>(m_));
-        }
+    // All slots: M samples each to M bands, real and imaginary parts in turn.
+    std::vector<double> analyse(const std::vector<float>& x) const {
+        std::vector<double> bands;
+        for (size_t end = M; end <= x.size(); end += M)
+            for (size_t m = 0; m < M; m++) {
+                complex sum = 0;
+                for (size_t n = end < 10 * M ? 10 * M - end : 0; n < 10 * M; n++)
+                    sum += analysis[n] * x[end + n - 10 * M] * std::conj(turn(m, n));
+                sum *= phase[m] / static_cast<double>(2 * M);
+                bands.insert(bands.end(), {sum.real(), sum.imag()});
+            }
         return bands;
     }
 
-    // One slot: M bands to M samples.
-    std::vector<double> synthesise(const float* bands) {
-        for (size_t n = 0; n < 10 * m_; n++) {
-            double sum = 0;
-            for (size_t m = 0; m < m_; m++)
-                sum += (complex(bands[2 * m], bands[2 * m + 1]) * std::conj(phase_[m]) *
-                        turn((2 * m + 1) * (n + advance_)))
-                           .real();
-            future_[n] += 2 * synthesis_[n] * sum;
+    // All slots: M bands each to M samples.
+    std::vector<double> synthesise(const std::vector<float>& bands) const {
+        std::vector<double> x(bands.size() / 2);
+        for (size_t i = 0; i < x.size(); i++) { // band m of a slot
+            const size_t m = i % M, start = i - m;
+            const complex band = complex(bands[2 * i], bands[2 * i + 1]) * std::conj(phase[m]);
+            for (size_t n = 0; n < 10 * M && start + n < x.size(); n++)
+                x[start + n] += 2 * synthesis[n] * (band * turn(m, n + advance)).real();
         }
-        const std::vector<double> out(future_.begin(), future_.begin() + static_cast<ptrdiff_t>(m_));
-        future_.erase(future_.begin(), future_.begin() + static_cast<ptrdiff_t>(m_));
-        future_.resize(10 * m_, 0.0);
-        return out;
+        return x;
     }
 
-private:
-    complex turn(size_t n) const { return turn_[n % turn_.size()]; } // e^(i pi n / (2M))
+    // e^(i pi (2m + 1) n / (2M))
+    complex turn(size_t m, size_t n) const { return turns[(2 * m + 1) * n % (4 * M)]; }
 
-    size_t m_;
-    std::vector<double> analysis_, synthesis_;
-    std::vector<complex> turn_, phase_;
-    size_t advance_;
-    std::vector<double> past_, future_;
+    size_t M;
+    std::vector<double> analysis, synthesis;
+    std::vector<complex> phase, turns = [this] {
+        std::vector<complex> all(4 * M);
+        for (size_t n = 0; n < 4 * M; n++)
+            all[n] = std::polar(1.0, std::numbers::pi * static_cast<double>(n) / static_cast<double>(2 * M));
+        return all;
+    }();
+    size_t advance;
 };
 
 } // namespace korla_test
