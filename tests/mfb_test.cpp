@@ -1,10 +1,7 @@
 // The modulated filter bank against its definition, and what a chain of analysis and synthesis promises.
 #include <korla/dsp/mfb.h>
-#include <korla/dsp/qmf.h>
 
 #include <gtest/gtest.h>
-
-#include <tuple>
 
 #include "guarded_buffer.h"
 #include "reference/modulated_bank.h"
@@ -13,6 +10,7 @@
 namespace {
 
 using korla_test::GuardedBuffer;
+using korla_test::relative_error;
 using Signal = std::vector<float>; // channel after channel, slot after slot
 struct Tables {
     const float *prototype, *twiddle;
@@ -62,26 +60,24 @@ using Synthesis = Bank<KRL_mfb_p10km_synthesisCL_query_mem, KRL_mfb_p10km_synthe
                        KRL_Lmfb_p10km_synthesisCL_init, 2, 1>;
 
 size_t real_part(size_t k) { return k / 4 * 8 + k % 4; } // in the layout of twiddles; the imaginary part 4 further on
-// scale * e^(-i pi (2k + offset) / (4 quarters)), k = 0..m-1
-Signal twiddle_formula(size_t m, int offset, double quarters, double scale = 1) {
+// e^(-i pi (2k + offset) / (4m)), k = 0..m-1
+Signal twiddle_formula(size_t m, int offset) {
     Signal table(2 * m);
     for (size_t k = 0; k < m; k++) {
-        const auto e = std::polar(scale, -std::numbers::pi * (2 * static_cast<double>(k) + offset) / (4 * quarters));
-        table[real_part(k)] = static_cast<float>(e.real());
-        table[real_part(k) + 4] = static_cast<float>(e.imag());
+        const double angle = std::numbers::pi * (2 * static_cast<double>(k) + offset) / (4 * static_cast<double>(m));
+        table[real_part(k)] = static_cast<float>(std::cos(angle));
+        table[real_part(k) + 4] = static_cast<float>(-std::sin(angle));
     }
     return table;
 }
 
-// The legacy analysis with a further rotation by e, as a process function.
-template <const Signal& e>
+const Signal extra_twiddle = noise(128);
 void legacy_twiddle(krl_mfb_analysis* instance, const float* prototype, const float* twiddle, void* scratch,
                     uint32_t channels, uint32_t slots, uint32_t m, float* const* const* out,
                     const float* const* const* in) {
-    KRL_CLmfb_p10km_analysisL_legacy_twiddle(instance, prototype, twiddle, scratch, e.empty() ? nullptr : e.data(),
-                                             channels, slots, m, out, in);
+    KRL_CLmfb_p10km_analysisL_legacy_twiddle(instance, prototype, twiddle, scratch, extra_twiddle.data(), channels,
+                                             slots, m, out, in);
 }
-const Signal no_rotation, any_rotation = noise(128), qmf_rotation = twiddle_formula(64, 1, 64, -1);
 
 // A synthesis with its analysis: which phases, whether the bands are handed over conjugated, the delay of the chain.
 struct Form {
@@ -93,9 +89,8 @@ struct Form {
     size_t delay_blocks, delay_samples;
     size_t delay(size_t m) const { return delay_blocks * m + delay_samples; }
     std::complex<double> rotation(size_t k) const {
-        return analysis == legacy_twiddle<any_rotation>
-                   ? std::complex(any_rotation[real_part(k)], any_rotation[real_part(k) + 4])
-                   : 1.0f;
+        const size_t re = real_part(k);
+        return analysis == legacy_twiddle ? std::complex(extra_twiddle[re], extra_twiddle[re + 4]) : 1.0f;
     }
 };
 const Form forms[] = {
@@ -106,16 +101,7 @@ const Form forms[] = {
     {"even_1", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_even_1, true, 1, 4, 0},
     {"even_2", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_even_2, false, -1, 4, 0},
     {"even_3", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_even_3, true, -1, 4, 0},
-    {"rotated", legacy_twiddle<any_rotation>, KRL_Lmfb_p10km_synthesisCL_legacy, true, 1, 9, 0}};
-
-// Root mean square of the error, relative to what is expected; NaN when a value is not finite.
-template <class Expected>
-double error(const Signal& actual, const Expected& expected) {
-    double square = 0, expected_square = 0;
-    for (size_t i = 0; i < expected.size(); i++)
-        square += std::pow(actual[i] - expected[i], 2), expected_square += std::pow(expected[i], 2);
-    return std::sqrt(square / expected_square);
-}
+    {"rotated", legacy_twiddle, KRL_Lmfb_p10km_synthesisCL_legacy, true, 1, 9, 0}};
 
 // With prototypes that no symmetry can hide behind.
 TEST(ModulatedBank, HoldsItsDefinitionForAnyPrototypeChannelsAndCutIntoCalls) {
@@ -125,7 +111,7 @@ TEST(ModulatedBank, HoldsItsDefinitionForAnyPrototypeChannelsAndCutIntoCalls) {
             if (offset == 1 && form.delay_samples == 1) // the extra latency is tied to the twiddle without offset
                 continue;
             SCOPED_TRACE(form.name + std::string(" ") + std::to_string(m) + (offset ? "E" : "O"));
-            const Signal prototype = noise(10 * m, m), twiddle = twiddle_formula(m, offset, m);
+            const Signal prototype = noise(10 * m, m), twiddle = twiddle_formula(m, offset);
             const Tables tables{prototype.data(), twiddle.data()};
             std::vector<double> c(10 * m); // in time order
             for (size_t n = 0; n < 10 * m; n++)
@@ -147,8 +133,8 @@ TEST(ModulatedBank, HoldsItsDefinitionForAnyPrototypeChannelsAndCutIntoCalls) {
                 }
                 const Signal Y = Analysis(m, 1, tables, 17 * channel).process(form.analysis, x, slots);
                 const Signal y = Synthesis(m, 1, tables, 17 * channel).process(form.synthesis, X, slots);
-                EXPECT_LT(error(Y, expected_bands), 1e-6);
-                EXPECT_LT(error(y, expected_time), 1e-6);
+                EXPECT_LT(relative_error(Y, expected_bands, Y.size()), 1e-6);
+                EXPECT_LT(relative_error(y, expected_time, y.size()), 1e-6);
                 EXPECT_BITS_EQ(&analysed[channel * Y.size()], Y, Y.size());
                 EXPECT_BITS_EQ(&synthesised[channel * y.size()], y, y.size());
             }
@@ -163,26 +149,27 @@ Signal chain(const Form& form, uint32_t m, Tables tables, const Signal& in) {
 }
 
 TEST(ModulatedBank, ChainReconstructsWithUnitGainAtItsDelay) {
-    using Prototype = std::tuple<const float*, uint32_t, size_t, size_t>; // table, bands, first and last form
-    using Twiddle = std::tuple<const float*, uint32_t, int>;              // table, bands, offset
-    for (const auto& [twiddle, m, offset] : {Twiddle{KRL_MFB_TWID64O, 64, 0},
-                                             {KRL_MFB_TWID64E, 64, 1},
-                                             {KRL_MFB_TWID128E, 128, 1},
-                                             {KRL_MFB_TWID256E, 256, 1}}) {
-        EXPECT_LT(error({twiddle, twiddle + 2 * m}, twiddle_formula(m, offset, m)), 1e-7);
-        for (const auto& [prototype, bands, first, last] : {Prototype{KRL_MFB_P10KM_P64KVX301, 64, 0, 1},
-                                                            {KRL_MFB_P10KM_P64KVX301_LEGACY, 64, 1, 2},
-                                                            {KRL_MFB_P10KM_P4_319SC, 64, 3, 6},
-                                                            {KRL_MFB_P10KM_P4_319SC_128M, 128, 3, 6},
-                                                            {KRL_MFB_P10KM_P4_319SC_256M, 256, 3, 6}})
-            for (size_t f = first; bands == m && f <= last; f++) {
-                Signal expected = noise(200 * m);
-                const Signal out = chain(forms[f], m, {prototype, twiddle}, expected);
-                expected.insert(expected.begin(), forms[f].delay(m), 0.0f);
-                expected.resize(out.size());
-                if (offset == 0 || forms[f].delay_samples == 0)
-                    EXPECT_LT(error(out, expected), 5e-7) << forms[f].name << " " << m;
-            }
+    struct Case {
+        const float *prototype, *twiddle;
+        uint32_t m;
+        size_t first_form, last_form;
+    };
+    for (const auto& [prototype, twiddle, m, first_form, last_form] :
+         {Case{KRL_MFB_P10KM_P64KVX301, KRL_MFB_TWID64E, 64, 0, 1},
+          {KRL_MFB_P10KM_P64KVX301, KRL_MFB_TWID64O, 64, 0, 1},
+          {KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64E, 64, 1, 1},
+          {KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O, 64, 1, 2},
+          {KRL_MFB_P10KM_P4_319SC, KRL_MFB_TWID64E, 64, 3, 6},
+          {KRL_MFB_P10KM_P4_319SC, KRL_MFB_TWID64O, 64, 3, 6},
+          {KRL_MFB_P10KM_P4_319SC_128M, KRL_MFB_TWID128E, 128, 3, 6},
+          {KRL_MFB_P10KM_P4_319SC_256M, KRL_MFB_TWID256E, 256, 3, 6}}) {
+        EXPECT_LT(relative_error(twiddle, twiddle_formula(m, twiddle != KRL_MFB_TWID64O), 2 * m), 1e-7) << m;
+        for (size_t f = first_form; f <= last_form; f++) {
+            Signal expected = noise(200 * m);
+            const Signal out = chain(forms[f], m, {prototype, twiddle}, expected);
+            expected.insert(expected.begin(), forms[f].delay(m), 0.0f);
+            EXPECT_LT(relative_error(out, expected, out.size()), 5e-7) << forms[f].name << " " << m;
+        }
     }
 }
 
@@ -193,25 +180,6 @@ TEST(ModulatedBank, ForgetsNaNAfterTenSlots) {
     const Signal out = chain(forms[0], 64, design, in);
     EXPECT_TRUE(std::isnan(out[10 * 64]));
     EXPECT_BITS_EQ(&out[25 * 64], &clean[25 * 64], 15 * 64);
-}
-
-// The legacy convention was made to continue the QMF banks: with their prototype and the twiddle without offset it is
-// the complex QMF bank, with and without its full twiddles.
-TEST(ModulatedBank, LegacyAnalysisIsTheComplexQmfBank) {
-    const Signal in = noise(40 * 64);
-    std::vector<char> state(1 << 14), scratch(1 << 14), instance(1 << 14);
-    for (const uint32_t mode : {0u, 1u}) {
-        Signal bands(2 * in.size());
-        std::vector<float*> slots;
-        for (size_t i = 0; i < bands.size(); i += 128)
-            slots.push_back(&bands[i]);
-        KRL_CLqmf_analysisL(krl_qmf_analysisL_open(64, 40, mode, 5, krl_qmf_filter_coeff_P5_p64kvx301_vec_ana,
-                                                   state.data(), scratch.data(), instance.data()),
-                            slots.data(), in.data());
-        Analysis analysis(64, 1, {KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O});
-        const auto function = mode == 1 ? legacy_twiddle<qmf_rotation> : KRL_CLmfb_p10km_analysisL_legacy;
-        EXPECT_LT(error(analysis.process(function, in), bands), 5e-7);
-    }
 }
 
 TEST(ModulatedBank, ResetClearsOneChannelAtAnyRingPhase) {
@@ -239,11 +207,11 @@ TEST(ModulatedBank, MemorySizesAndRefusedSizes) {
             EXPECT_TRUE(Analysis(64, channels, design, misalignment).instance &&
                         Synthesis(64, channels, design, misalignment).instance);
     std::vector<uint8_t> memory(1 << 16);
-    for (uint32_t m : {0u, 1u, 4u, 12u, 20u, 56u, 60u, 65u, 8192u, 0x80000000u, UINT32_MAX, 64u})
-        for (void* place : {static_cast<void*>(m == 64 ? nullptr : memory.data()), static_cast<void*>(nullptr)}) {
-            EXPECT_EQ(KRL_CLmfb_p10km_analysisL_init(1, 0, m, place), nullptr) << m;
-            EXPECT_EQ(KRL_Lmfb_p10km_synthesisCL_init(1, 0, m, place), nullptr) << m;
-        }
+    for (uint32_t m : {0u, 1u, 4u, 12u, 20u, 56u, 60u, 65u, 8192u, 0x80000000u, UINT32_MAX, 64u}) {
+        void* place = m == 64 ? nullptr : memory.data();
+        EXPECT_EQ(KRL_CLmfb_p10km_analysisL_init(1, 0, m, place), nullptr) << m;
+        EXPECT_EQ(KRL_Lmfb_p10km_synthesisCL_init(1, 0, m, place), nullptr) << m;
+    }
     EXPECT_EQ(memory, std::vector<uint8_t>(memory.size()));
 }
 
@@ -255,15 +223,24 @@ void expect_bad_calls_change_nothing(Function function) {
     BankType bank(64, 2), untouched(64, 2);
     EXPECT_EQ(bank.process(function, in), untouched.process(function, in));
     GuardedBuffer<float> target(64 * 2), work(64 * 4 + 8);
-    float *to[] = {target.data(), target.data(), target.data()}, *to_null[] = {target.data(), nullptr, nullptr};
-    const float *from[] = {&in[0], &in[0], &in[0]}, *from_null[] = {&in[0], nullptr, nullptr};
-    float* const* outs[][2] = {{to, to}, {to, nullptr}, {to, to_null}};
-    const float* const* ins[][2] = {{from, from}, {from, nullptr}, {from, from_null}};
-    const auto call = [&](int null, uint32_t channels, uint32_t slots, uint32_t m, int out = 0, int source = 0) {
-        function(null == 1 ? nullptr : bank.instance, null == 2 ? nullptr : design.prototype,
-                 null == 3 ? nullptr : design.twiddle, null == 4 ? nullptr : work.data(), channels, slots, m,
-                 null == 5 ? nullptr : outs[out], null == 6 ? nullptr : ins[source]);
+    const auto call = [&](int null, uint32_t channels = 2, uint32_t slots = 2, uint32_t m = 64) {
+        float *t = target.data(), *to[] = {t, t, t}, *to_last[] = {t, null == 1 ? nullptr : t, t};
+        const float *f = in.data(), *from[] = {f, f, f}, *from_last[] = {f, null == 2 ? nullptr : f, f};
+        float* const* out[] = {to, null == 3 ? nullptr : to_last};
+        const float* const* source[] = {from, null == 4 ? nullptr : from_last};
+        function(null == 5 ? nullptr : bank.instance, null == 6 ? nullptr : design.prototype,
+                 null == 7 ? nullptr : design.twiddle, null == 8 ? nullptr : work.data(), channels, slots, m,
+                 null == 9 ? nullptr : out, null == 10 ? nullptr : source);
+        if constexpr (std::is_same_v<BankType, Analysis>)
+            KRL_CLmfb_p10km_analysisL_legacy_twiddle(bank.instance, design.prototype, design.twiddle, work.data(),
+                                                     nullptr, 2, 1, 64, out, source);
     };
+    for (int null = 1; null <= 10; null++)
+        call(null);
+    call(0, 3);         // more channels than it has
+    call(0, 2, 2, 128); // another size
+    call(0, 0);         // nothing to do
+    call(0, 2, 0);
     if constexpr (std::is_same_v<BankType, Analysis>) {
         KRL_mfb_p10km_analysisL_reset_channel(bank.instance, 64, 2);  // no such channel
         KRL_mfb_p10km_analysisL_reset_channel(bank.instance, 128, 0); // not its size
@@ -271,19 +248,8 @@ void expect_bad_calls_change_nothing(Function function) {
         KRL_load_mfb_p10km_analysisL_filter_state(bank.instance, &in[0]); // these do nothing by definition
         KRL_unload_mfb_p10km_analysisL_filter_state(bank.instance, target.data());
         KRL_CLmfb_p10km_analysisL_close(bank.instance);
-        legacy_twiddle<no_rotation>(bank.instance, design.prototype, design.twiddle, work.data(), 2, 2, 64, outs[0],
-                                    ins[0]);
-    }
-    for (int null = 1; null <= 6; null++)
-        call(null, 2, 2, 64);
-    for (int null_in_array : {1, 2}) {
-        call(0, 2, 2, 64, null_in_array, 0);
-        call(0, 2, 2, 64, 0, null_in_array);
-    }
-    call(0, 3, 2, 64);  // more channels than it has
-    call(0, 2, 2, 128); // another size
-    call(0, 2, 0, 64);  // nothing to do
-    call(0, 0, 2, 64);
+    } else
+        KRL_Lmfb_p10km_synthesisCL_close(bank.instance);
     EXPECT_EQ(target.values(), Signal(target.size()));
     EXPECT_EQ(work.values(), Signal(work.size()));
     EXPECT_EQ(bank.process(function, in), untouched.process(function, in));
@@ -294,7 +260,6 @@ TEST(ModulatedBank, BadCallsChangeNothing) {
         expect_bad_calls_change_nothing<Analysis>(form.analysis);
         expect_bad_calls_change_nothing<Synthesis>(form.synthesis);
     }
-    KRL_Lmfb_p10km_synthesisCL_close(nullptr);
 }
 
 } // namespace

@@ -81,17 +81,26 @@ TEST(QmfPrototype, IsSymmetricPowerComplementarySelectiveAndTheSameInAllForms) {
 }
 
 TEST(ModulatedPrototype, SelectsOneBand) {
-    const std::pair<std::span<const float>, double> tables[] = {{KRL_MFB_P10KM_P64KVX301, 54.4},
-                                                                {KRL_MFB_P10KM_P4_319SC, 45.4},
-                                                                {KRL_MFB_P10KM_P4_319SC_128M, 45.4},
-                                                                {KRL_MFB_P10KM_P4_319SC_256M, 45.4}};
-    for (const auto& [table, least] : tables) {
+    struct Design {
+        std::span<const float> table;
+        double attenuation;
+    };
+    for (const auto& [table, least] : {Design{KRL_MFB_P10KM_P64KVX301, 54.4},
+                                       {KRL_MFB_P10KM_P4_319SC, 45.4},
+                                       {KRL_MFB_P10KM_P4_319SC_128M, 45.4},
+                                       {KRL_MFB_P10KM_P4_319SC_256M, 45.4}}) {
         const size_t M = table.size() / 10;
-        Taps c(table.size()); // in time order, from the layout by groups of four bands
+        Taps c(table.size()); // in time order
         for (size_t n = 0; n < table.size(); n++)
             c[n / 4 % 10 * M + n / 40 * 4 + n % 4] = table[n];
         EXPECT_GE(attenuation(c, M, 1.0), least) << M;
     }
+    // The legacy table is a QMF prototype with every block reversed.
+    const float* qmf = krl_qmf_filter_coeff_P5_p64kvx301_vec_ana;
+    for (size_t j = 0; j < 10; j++)
+        for (size_t k = 0; k < 64; k++)
+            ASSERT_EQ(KRL_MFB_P10KM_P64KVX301_LEGACY[k / 4 * 40 + 4 * j + k % 4],
+                      (j % 4 < 2 ? 1.0f : -1.0f) * qmf[64 * j + 63 - k]);
 }
 
 } // namespace

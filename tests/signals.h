@@ -49,4 +49,16 @@ template <class A, class B>
 }
 #define EXPECT_BITS_EQ(actual, expected, n) EXPECT_TRUE(::korla_test::bit_equal(actual, expected, n))
 
+// Root mean square of the error, relative to what is expected; NaN when a value is not finite.
+template <class A, class B>
+double relative_error(const A& actual, const B& expected, size_t n) {
+    double square = 0, expected_square = 0;
+    for (size_t i = 0; i < n; i++) {
+        const double reference = expected[i], error = actual[i] - reference;
+        square += error * error;
+        expected_square += reference * reference;
+    }
+    return std::sqrt(square / expected_square);
+}
+
 } // namespace korla_test
