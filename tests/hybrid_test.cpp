@@ -17,26 +17,23 @@ const std::vector<float> silence(6);
 
 // An analysis and a synthesis in memory of exactly the queried sizes at an awkward address.
 struct Banks {
-    explicit Banks(int32_t config, size_t misalignment = 3)
-        : state(343, misalignment), analysis_memory(39, misalignment), synthesis_memory(15, misalignment),
-          analysis(KRL_hybrid_analysisCL_open(config, state.data(), nullptr, analysis_memory.data())),
-          synthesis(KRL_hybrid_synthesisCL_open(config, nullptr, nullptr, synthesis_memory.data())),
-          bands(config & 1 ? 32 : 20) {}
+    const int32_t config;
+    const size_t shift = 3;
+    GuardedBuffer<uint8_t> state{343, shift}, analysis_memory{39, shift}, synthesis_memory{15, shift};
+    GuardedBuffer<float> bands{config & 1 ? 32u : 20u};
+    krl_hybrid_analysis* analysis = KRL_hybrid_analysisCL_open(config, state.data(), nullptr, analysis_memory.data());
+    krl_hybrid_synthesis* synthesis = KRL_hybrid_synthesisCL_open(config, nullptr, nullptr, synthesis_memory.data());
     std::vector<float> analyse(const float* in) {
         KRL_CLhybrid_analysisCL(analysis, bands.data(), in);
         return bands.values();
     }
-    GuardedBuffer<uint8_t> state, analysis_memory, synthesis_memory;
-    krl_hybrid_analysis* analysis;
-    krl_hybrid_synthesis* synthesis;
-    GuardedBuffer<float> bands;
 };
 
 class HybridBank : public testing::TestWithParam<int32_t> {};
 INSTANTIATE_TEST_SUITE_P(Configurations, HybridBank, testing::Values(0, 1, 4, 5));
 
 TEST_P(HybridBank, IsTheDirectConvolutionAndReconstructsAfterSixSlots) {
-    Banks banks(GetParam()), in_place(GetParam(), 8);
+    Banks banks{GetParam()}, in_place{GetParam(), 8};
     EXPECT_EQ(KRL_hybrid_analysisCL_get_delay(banks.analysis), 6u);
     EXPECT_EQ(KRL_hybrid_synthesisCL_get_delay(banks.synthesis), 6u);
     korla_test::HybridBank model(GetParam());
@@ -60,7 +57,7 @@ TEST_P(HybridBank, IsTheDirectConvolutionAndReconstructsAfterSixSlots) {
 }
 
 TEST_P(HybridBank, StateIsMeasuredShiftedAndClearedAndKeptByRefusedCalls) {
-    Banks banks(GetParam()), shifted(GetParam());
+    Banks banks{GetParam()}, shifted{GetParam()};
     EXPECT_EQ(KRL_hybrid_analysisCL_get_scale(banks.analysis), 60u); // silence
     const float in[6] = {0.01f, 0.0f, 0.0f, -0.2f, 0.0f, 0.3f};
     const auto before = banks.analyse(in), zeros = std::vector<float>(before.size());
@@ -91,7 +88,7 @@ TEST_P(HybridBank, StateIsMeasuredShiftedAndClearedAndKeptByRefusedCalls) {
 
 // The 4-way split gives two samples no weight: what they are does not matter, even if it is not a number.
 TEST(HybridBank, NaNCountsOnlyWhereItHasWeightAndLeavesAfterThirteenSlots) {
-    Banks banks(1);
+    Banks banks{1};
     const float in[6] = {0, 0, NAN, NAN, 0, 0};
     for (int slot = 0; slot < 14; slot++) {
         const auto bands = banks.analyse(slot == 0 ? in : silence.data());
@@ -116,7 +113,7 @@ TEST(HybridBank, MemorySizesAndRefusedConfigurations) {
     EXPECT_EQ(KRL_hybrid_analysisCL_open(1, nullptr, nullptr, instance.data()), nullptr);
     EXPECT_EQ(instance, std::vector<uint8_t>(39));
     for (size_t misalignment = 0; misalignment < 32; misalignment++) // the canaries watch
-        Banks(1, misalignment).analyse(silence.data());
+        Banks{1, misalignment}.analyse(silence.data());
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// What the prototype filters were designed for, checked on the exported tables in double precision. That the modulated
-// bank's tables reconstruct shows in its chains.
+// What the prototype filters were designed for, checked on the exported tables in double precision. That they
+// reconstruct shows in the chains of the banks.
 #include <korla/dsp/mfb_tables.h>
 #include <korla/dsp/qmf_tables.h>
 
@@ -10,13 +10,13 @@
 #include <numbers>
 #include <numeric>
 #include <span>
+#include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
 
 using Taps = std::vector<double>;
-
-double gain_at_zero(const Taps& p) { return std::accumulate(p.begin(), p.end(), 0.0); }
 
 // Least attenuation in dB relative to zero frequency from edge * pi / M to pi, on a grid of eight points per side lobe.
 double attenuation(const Taps& p, size_t bands, double edge) {
@@ -29,17 +29,14 @@ double attenuation(const Taps& p, size_t bands, double edge) {
             response = response * step + p[n];
         peak = std::max(peak, std::abs(response));
     }
-    return -20.0 * std::log10(peak / gain_at_zero(p));
+    return -20.0 * std::log10(peak / std::accumulate(p.begin(), p.end(), 0.0));
 }
 
-struct QmfDesign {
-    const char* name;
-    std::span<const float> compact, analysis, synthesis;
-    size_t bands, periods;
-    double attenuation, attenuation_later; // from pi/M and from 1.25 pi/M, dB
-};
+using Table = std::span<const float>;
+// Compact, analysis and synthesis table, bands, periods, least attenuation from pi/M and from 1.25 pi/M in dB.
+using QmfDesign = std::tuple<Table, Table, Table, size_t, size_t, double, double>;
 #define QMF_DESIGN(name, bands, periods, from_edge, later)                                                             \
-    QmfDesign { #name, name, name##_vec_ana, name##_vec_syn, bands, periods, from_edge, later }
+    QmfDesign { name, name##_vec_ana, name##_vec_syn, bands, periods, from_edge, later }
 const QmfDesign qmf_designs[] = {
     QMF_DESIGN(krl_qmf_filter_coeff_P5, 64, 5, 37.5, 52.0),
     QMF_DESIGN(krl_qmf_filter_coeff_P5_32, 32, 5, 38.1, 47.7),
@@ -52,9 +49,9 @@ const QmfDesign qmf_designs[] = {
     QMF_DESIGN(krl_qmf_filter_coeff_P5_p64kvx301_8, 8, 5, 37.7, 37.7),
 };
 
-TEST(QmfPrototype, IsSymmetricPowerComplementarySelectiveAndTheSameInAllForms) {
-    for (const auto& [name, compact, analysis, synthesis, M, periods, from_edge, later] : qmf_designs) {
-        SCOPED_TRACE(name);
+TEST(QmfPrototype, IsSymmetricSelectiveAndTheSameInAllForms) {
+    for (const auto& [compact, analysis, synthesis, M, periods, from_edge, later] : qmf_designs) {
+        SCOPED_TRACE(std::to_string(M) + " bands, attenuation " + std::to_string(from_edge));
         ASSERT_EQ(analysis.size(), 2 * periods * M);
         EXPECT_TRUE(std::equal(analysis.begin(), analysis.end(), synthesis.rbegin(), synthesis.rend()));
         Taps p{0.0}; // taps 0 .. 2PM: the block signs removed, the zero at the start added
@@ -64,43 +61,27 @@ TEST(QmfPrototype, IsSymmetricPowerComplementarySelectiveAndTheSameInAllForms) {
         ASSERT_EQ(compact.size(), (M + (M == 32 ? 1 : 2)) * periods); // a row of zeros at the end, but for 32 bands
         for (size_t i = 0; i < compact.size(); i++)
             ASSERT_EQ(compact[i], i / periods <= M ? p[2 * (i % periods) * M + i / periods] : 0.0) << "value " << i;
-        for (size_t k = 0; k < M; k++)
-            for (size_t e = 0; e < periods; e++) {
-                double product = 0.0;
-                for (size_t j = 0; j + 2 * e < 2 * periods; j++)
-                    product += p[j * M + k] * p[(j + 2 * e) * M + k];
-                // Rounding the taps gives 1e-7. Two phases pair with themselves; one equation of each is open by
-                // design.
-                const bool open = e + 1 == periods && (k == 0 || k == M / 2);
-                ASSERT_NEAR(product, e == 0 ? 1.0 : 0.0, open ? 5.5e-7 : 3e-7) << "phase " << k << ", distance " << e;
-            }
         EXPECT_GE(attenuation(p, M, 1.0), from_edge);
         EXPECT_GE(attenuation(p, M, 1.25), later);
-        EXPECT_NEAR(gain_at_zero(p) / static_cast<double>(M), std::numbers::sqrt2, 4.2e-3);
     }
 }
 
 TEST(ModulatedPrototype, SelectsOneBand) {
-    struct Design {
-        std::span<const float> table;
-        double attenuation;
-    };
-    for (const auto& [table, least] : {Design{KRL_MFB_P10KM_P64KVX301, 54.4},
-                                       {KRL_MFB_P10KM_P4_319SC, 45.4},
-                                       {KRL_MFB_P10KM_P4_319SC_128M, 45.4},
-                                       {KRL_MFB_P10KM_P4_319SC_256M, 45.4}}) {
+    const Table tables[] = {KRL_MFB_P10KM_P64KVX301, KRL_MFB_P10KM_P4_319SC, KRL_MFB_P10KM_P4_319SC_128M,
+                            KRL_MFB_P10KM_P4_319SC_256M};
+    for (const Table& table : tables) {
         const size_t M = table.size() / 10;
         Taps c(table.size()); // in time order
         for (size_t n = 0; n < table.size(); n++)
             c[n / 4 % 10 * M + n / 40 * 4 + n % 4] = table[n];
-        EXPECT_GE(attenuation(c, M, 1.0), least) << M;
+        EXPECT_GE(attenuation(c, M, 1.0), &table == tables ? 54.4 : 45.4) << M;
     }
-    // The legacy table is a QMF prototype with every block reversed.
-    const float* qmf = krl_qmf_filter_coeff_P5_p64kvx301_vec_ana;
-    for (size_t j = 0; j < 10; j++)
-        for (size_t k = 0; k < 64; k++)
-            ASSERT_EQ(KRL_MFB_P10KM_P64KVX301_LEGACY[k / 4 * 40 + 4 * j + k % 4],
-                      (j % 4 < 2 ? 1.0f : -1.0f) * qmf[64 * j + 63 - k]);
+}
+
+TEST(ModulatedPrototype, LegacyTableIsTheQmfPrototypeWithEveryBlockReversed) {
+    for (size_t n = 0; n < 640; n++)
+        ASSERT_EQ(KRL_MFB_P10KM_P64KVX301_LEGACY[n % 64 / 4 * 40 + n / 64 * 4 + n % 4],
+                  (n / 64 % 4 < 2 ? 1 : -1) * krl_qmf_filter_coeff_P5_p64kvx301_vec_ana[n / 64 * 64 + 63 - n % 64]);
 }
 
 } // namespace
