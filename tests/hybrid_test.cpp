@@ -36,7 +36,7 @@ TEST_P(HybridBank, IsTheDirectConvolutionAndReconstructsAfterSixSlots) {
     Banks banks{GetParam()}, in_place{GetParam(), 8};
     EXPECT_EQ(KRL_hybrid_analysisCL_get_delay(banks.analysis), 6u);
     EXPECT_EQ(KRL_hybrid_synthesisCL_get_delay(banks.synthesis), 6u);
-    korla_test::HybridBank model(GetParam());
+    korla_test::HybridBank model{GetParam()};
     std::vector<float> in = Random(5).vector(6 * 106);
     std::fill_n(in.begin(), 36, 0.0f); // before the first slot
     for (size_t slot = 0; slot < 100; slot++) {

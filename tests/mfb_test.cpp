@@ -181,6 +181,12 @@ TEST(ModulatedBank, ResetClearsOneChannelAtAnyRingPhase) {
         analysis.process(forms[0].analysis, before);
         alone.process(forms[0].analysis, Signal(&before[0], &before[slots * 64]));
         KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 64, 1);
+        KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 64, 2);  // no such channel
+        KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 128, 0); // not its size
+        KRL_mfb_p10km_analysisL_reset_channel(nullptr, 64, 0);
+        KRL_load_mfb_p10km_analysisL_filter_state(analysis.instance, &before[0]); // these do nothing
+        KRL_unload_mfb_p10km_analysisL_filter_state(analysis.instance, nullptr);
+        KRL_CLmfb_p10km_analysisL_close(analysis.instance);
         Signal expected = alone.process(forms[0].analysis, Signal(12 * 64));
         EXPECT_NE(expected, zeros);
         expected.insert(expected.end(), zeros.begin(), zeros.end());
@@ -231,20 +237,12 @@ void expect_bad_calls_change_nothing(Function function) {
     call(0, 2, 2, 128); // another size
     call(0, 0);         // nothing to do
     call(0, 2, 0);
-    if constexpr (std::is_same_v<BankType, Analysis>) {
-        KRL_mfb_p10km_analysisL_reset_channel(bank.instance, 64, 2);  // no such channel
-        KRL_mfb_p10km_analysisL_reset_channel(bank.instance, 128, 0); // not its size
-        KRL_mfb_p10km_analysisL_reset_channel(nullptr, 64, 0);
-        KRL_load_mfb_p10km_analysisL_filter_state(bank.instance, &in[0]); // do nothing by definition, as do these:
-        KRL_unload_mfb_p10km_analysisL_filter_state(bank.instance, target.data());
-        KRL_CLmfb_p10km_analysisL_close(bank.instance);
-    } else
-        KRL_Lmfb_p10km_synthesisCL_close(bank.instance);
     EXPECT_EQ(target.values(), Signal(target.size()));
     EXPECT_EQ(work.values(), Signal(work.size()));
     EXPECT_EQ(bank.process(function, in), untouched.process(function, in));
 }
 TEST(ModulatedBank, BadCallsChangeNothing) {
+    KRL_Lmfb_p10km_synthesisCL_close(nullptr);
     for (const Form& form : forms) {
         SCOPED_TRACE(form.name);
         expect_bad_calls_change_nothing<Analysis>(form.analysis);

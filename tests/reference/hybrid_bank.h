@@ -8,30 +8,29 @@
 
 namespace korla_test {
 
-class HybridBank {
-public:
-    using complex = std::complex<double>;
-    using Line = std::vector<complex>;
-    explicit HybridBank(int config) : config_(config), past_(3, Line(13)) {}
+struct HybridBank {
+    using Line = std::vector<std::complex<double>>;
+    int config;
+    Line past[3] = {Line(13), Line(13), Line(13)};
 
     Line analyse(const float* in) {
-        for (size_t b = 0; b < 3; b++) {
-            past_[b].erase(past_[b].begin());
-            past_[b].emplace_back(in[2 * b], in[2 * b + 1]);
+        for (Line& line : past) {
+            line.erase(line.begin());
+            line.emplace_back(in[0], in[1]);
+            in += 2;
         }
-        const Line y = modulated(past_[0], prototype8, 8, 0.5);
-        if (config_ == 0 || config_ == 4) {
-            const Line z = modulated(past_[1], half_band, 2, 0), w = modulated(past_[2], half_band, 2, 0);
+        const Line y = modulated(past[0], prototype8, 8, 0.5);
+        if (config == 0 || config == 4) {
+            const Line z = modulated(past[1], half_band, 2, 0), w = modulated(past[2], half_band, 2, 0);
             return {y[0], y[1], y[2] + y[5], y[3] + y[4], y[6], y[7], z[0], z[1], w[0], w[1]};
         }
-        const Line z = modulated(past_[1], prototype4, 4, 0.5), w = modulated(past_[2], prototype4, 4, 0.5);
-        if (config_ == 1)
+        const Line z = modulated(past[1], prototype4, 4, 0.5), w = modulated(past[2], prototype4, 4, 0.5);
+        if (config == 1)
             return {y[0], y[1], y[2], y[3], y[4], y[5], y[6], y[7], z[0], z[1], z[2], z[3], w[0], w[1], w[2], w[3]};
-        const complex y6 = std::conj(y[6]), y7 = std::conj(y[7]);
+        const auto y6 = std::conj(y[6]), y7 = std::conj(y[7]);
         return {y[0], y7, y[1], y6, y[2], z[1], y[3], y[4], z[2], y[5], z[3], w[3], z[0], w[0], w[1], w[2]};
     }
 
-private:
     // By distance from the centre tap.
     static constexpr double prototype8[7] = {0.125,        0.117937103,  0.0988510847, 0.0726611391,
                                              0.0454686582, 0.0227042101, 0.00746082934};
@@ -48,9 +47,6 @@ private:
                                                std::polar(1.0, -2 * std::numbers::pi / count * (q + offset) * n);
         return out;
     }
-
-    int config_;
-    std::vector<Line> past_;
 };
 
 } // namespace korla_test
