@@ -64,16 +64,15 @@ protected:
 
 TEST_F(Host, OutputLinesUpWithInputInEveryFormat) {
     using Case = std::tuple<std::string, std::string, std::string, int, int>; // files, options, their formats
-    for (const auto& [in_name, out_name, options, format, expected] : {
-             Case{"a.wav", "o.wav", "", wav16, SF_FORMAT_WAVEX | SF_FORMAT_PCM_16},
-             {"a.wav", "o.wav", " --planar", SF_FORMAT_WAV | SF_FORMAT_PCM_24, SF_FORMAT_WAVEX | SF_FORMAT_PCM_24},
-             {"a.w64", "o.w64", " --block 512", SF_FORMAT_W64 | SF_FORMAT_PCM_32, SF_FORMAT_W64 | SF_FORMAT_PCM_32},
-             {"a.rf64", "o.rf64", " --planar", SF_FORMAT_RF64 | SF_FORMAT_FLOAT, SF_FORMAT_RF64 | SF_FORMAT_FLOAT},
-             {"a.caf", "o.caf", " --block 8192", SF_FORMAT_CAF | SF_FORMAT_DOUBLE, SF_FORMAT_CAF | SF_FORMAT_FLOAT},
-             {"a.flac", "o.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
-             {"a.wav", "o.wav", " --format s32", wav_float, SF_FORMAT_WAVEX | SF_FORMAT_PCM_32},
-             {"a.flac", "o.wav", " --format f32", flac16, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT},
-         }) {
+    for (const auto& [in_name, out_name, options, format, expected] :
+         {Case{"a.wav", "o.wav", "", wav16, SF_FORMAT_WAVEX | SF_FORMAT_PCM_16},
+          {"a.wav", "o.wav", " --planar", SF_FORMAT_WAV | SF_FORMAT_PCM_24, SF_FORMAT_WAVEX | SF_FORMAT_PCM_24},
+          {"a.w64", "o.w64", " --block 512", SF_FORMAT_W64 | SF_FORMAT_PCM_32, SF_FORMAT_W64 | SF_FORMAT_PCM_32},
+          {"a.rf64", "o.rf64", " --planar", SF_FORMAT_RF64 | SF_FORMAT_FLOAT, SF_FORMAT_RF64 | SF_FORMAT_FLOAT},
+          {"a.caf", "o.caf", " --block 8192", SF_FORMAT_CAF | SF_FORMAT_DOUBLE, SF_FORMAT_CAF | SF_FORMAT_FLOAT},
+          {"a.flac", "o.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+          {"a.wav", "o.wav", " --format s32", wav_float, SF_FORMAT_WAVEX | SF_FORMAT_PCM_32},
+          {"a.flac", "o.wav", " --format f32", flac16, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT}}) {
         SCOPED_TRACE(in_name + " " + out_name + options);
         write(in_name.c_str(), format, 6, noise(10007 * 6));
         const auto [status, report, errors] = host("run " + in_name + " " + out_name + " --layout stereo" + options);
@@ -156,28 +155,24 @@ TEST_F(Host, SpeakersKeepTheirNamesThroughFilesAndMatrices) {
         }
 }
 
-TEST_F(Host, ReportsWhatHappenedAndDescribesTheModule) {
+TEST_F(Host, ReportsWhatHappened) {
     Samples in(48000 * 6);
     for (size_t t = 0; t < 48000; t++)
         in[6 * t + 2] = t % 2 ? 0.5f : -0.5f;
     write("in.wav", wav_float, 6, in);
+    write("rate.wav", wav16, 6, noise(600), 22050);
     const auto report = nlohmann::json::parse(std::get<1>(host("--json run in.wav out.wav --layout stereo")));
-    EXPECT_EQ(report["stream"]["frames"], 48000);
     EXPECT_NEAR(report["worst_case"]["gain_db"], 20 * std::log10(1 + 2 * h), 1e-4);
     EXPECT_NEAR(report["levels"]["input"][2]["peak_dbfs"], -6.0206, 1e-3);
     EXPECT_TRUE(report["levels"]["input"][0]["peak_dbfs"].is_null());
     EXPECT_NEAR(report["levels"]["output"][0]["rms_dbfs"], -9.0206, 1e-3);
     EXPECT_EQ(report["notices"].size(), 1u); // the speakers were guessed
-    write("rate.wav", wav16, 6, noise(600), 22050);
-    const std::pair<const char*, const char*> texts[] = {
-        {"run in.wav out.wav --layout stereo", "FR                 .     0.0    -3.0       .       .    -3.0"},
-        {"run in.wav out.wav --layout stereo", "Latency       32 samples (0.67 ms), removed"},
-        {"run rate.wav out.wav --layout stereo", "limiter rests at 22050 Hz"},
-        {"run in.wav out.wav --layout 7.1.4", "has no matrix"},
-        {"info", "KorlaDownmixer"},
-        {"layouts", "7.1.4"}};
-    for (const auto& [arguments, text] : texts)
-        EXPECT_TRUE(contains(std::get<1>(host(arguments)), text)) << text;
+    const std::string text = std::get<1>(host("run in.wav out.wav --layout stereo"));
+    EXPECT_TRUE(contains(text, "FR                 .     0.0    -3.0       .       .    -3.0")) << text;
+    EXPECT_TRUE(contains(text, "Latency       32 samples (0.67 ms), removed")) << text;
+    EXPECT_TRUE(contains(std::get<1>(host("run rate.wav out.wav --layout stereo")), "limiter rests at 22050 Hz"));
+    EXPECT_TRUE(contains(std::get<1>(host("run in.wav out.wav --layout 7.1.4")), "has no matrix"));
+    EXPECT_TRUE(contains(std::get<1>(host("info")), "KorlaDownmixer"));
 }
 
 TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {

@@ -34,18 +34,17 @@ INSTANTIATE_TEST_SUITE_P(Configurations, HybridBank, testing::Values(0, 1, 4, 5)
 
 TEST_P(HybridBank, IsTheDirectConvolutionAndReconstructsAfterSixSlots) {
     Banks banks{GetParam()}, in_place{GetParam(), 8};
-    EXPECT_EQ(KRL_hybrid_analysisCL_get_delay(banks.analysis), 6u);
-    EXPECT_EQ(KRL_hybrid_synthesisCL_get_delay(banks.synthesis), 6u);
+    ASSERT_EQ(KRL_hybrid_analysisCL_get_delay(banks.analysis) + KRL_hybrid_synthesisCL_get_delay(banks.synthesis), 12u);
     korla_test::HybridBank model{GetParam()};
-    std::vector<float> in = Random(5).vector(6 * 106);
-    std::fill_n(in.begin(), 36, 0.0f); // before the first slot
+    std::vector<float> in(36), noise = Random(5).vector(600); // six silent slots before the first
+    in.insert(in.end(), noise.begin(), noise.end());
     for (size_t slot = 0; slot < 100; slot++) {
         GuardedBuffer<float> out(6, 1), shared(banks.bands.size(), 2);
         std::copy_n(&in[6 * (slot + 6)], 6, shared.data());
         const auto bands = banks.analyse(shared.data());
         const auto expected = model.analyse(shared.data());
-        ASSERT_EQ(2 * expected.size(), bands.size());
-        EXPECT_LT(relative_error(bands, reinterpret_cast<const double*>(&expected[0]), bands.size()), 1e-6) << slot;
+        EXPECT_LT(relative_error(bands, reinterpret_cast<const double*>(&expected[0]), 2 * expected.size()), 1e-6)
+            << slot;
         KRL_CLhybrid_synthesisCL(banks.synthesis, out.data(), bands.data());
         for (size_t i = 0; i < 6; i++)
             ASSERT_NEAR(out[i], in[6 * slot + i], 1e-6) << "slot " << slot;
@@ -60,7 +59,7 @@ TEST_P(HybridBank, StateIsMeasuredShiftedAndClearedAndKeptByRefusedCalls) {
     Banks banks{GetParam()}, shifted{GetParam()};
     EXPECT_EQ(KRL_hybrid_analysisCL_get_scale(banks.analysis), 60u); // silence
     const float in[6] = {0.01f, 0.0f, 0.0f, -0.2f, 0.0f, 0.3f};
-    const auto before = banks.analyse(in), zeros = std::vector<float>(before.size());
+    const auto before = banks.analyse(in);
     shifted.analyse(in);
     EXPECT_EQ(KRL_hybrid_analysisCL_get_scale(banks.analysis), krl_vec_UnormLU_flex(in, 6));
     for (int null : {0, 1, 2}) {
@@ -70,9 +69,6 @@ TEST_P(HybridBank, StateIsMeasuredShiftedAndClearedAndKeptByRefusedCalls) {
     }
     KRL_hybrid_analysisCL_init(nullptr);
     KRL_hybrid_analysisCL_shl(nullptr, 1);
-    KRL_hybrid_analysisCL_close(banks.analysis);
-    KRL_hybrid_synthesisCL_close(banks.synthesis);
-    KRL_hybrid_synthesisCL_init(banks.synthesis);
     EXPECT_EQ(banks.bands.values(), before);
     KRL_hybrid_analysisCL_shl(shifted.analysis, 3);
     for (int slot = 0; slot < 14; slot++) {
@@ -82,8 +78,7 @@ TEST_P(HybridBank, StateIsMeasuredShiftedAndClearedAndKeptByRefusedCalls) {
     }
     banks.analyse(in);
     KRL_hybrid_analysisCL_init(banks.analysis);
-    for (int slot = 0; slot < 13; slot++)
-        EXPECT_EQ(banks.analyse(silence.data()), zeros);
+    EXPECT_EQ(banks.state.values(), std::vector<uint8_t>(343));
 }
 
 // The 4-way split gives two samples no weight: what they are does not matter, even if it is not a number.

@@ -139,14 +139,7 @@ TEST(ModulatedBank, HoldsItsDefinitionForAnyPrototypeChannelsAndCutIntoCalls) {
         }
 }
 
-Signal chain(const Form& form, uint32_t m, Tables tables, const Signal& in) {
-    Signal bands = Analysis(m, 1, tables).process(form.analysis, in);
-    for (size_t i = 1; i < bands.size(); i += 2)
-        bands[i] *= form.sign;
-    return Synthesis(m, 1, tables, 11).process(form.synthesis, bands, 4);
-}
-
-TEST(ModulatedBank, ChainReconstructsWithUnitGainAtItsDelay) {
+TEST(ModulatedBank, ChainForgetsNaNAndReconstructsWithUnitGainAtItsDelay) {
     using Case = std::tuple<const float*, const float*, uint32_t, size_t, size_t>;
     for (const auto& [prototype, twiddle, m, first_form, last_form] :
          {Case{KRL_MFB_P10KM_P64KVX301, KRL_MFB_TWID64E, 64, 0, 1},
@@ -158,20 +151,16 @@ TEST(ModulatedBank, ChainReconstructsWithUnitGainAtItsDelay) {
         EXPECT_LT(relative_error(twiddle, twiddle_formula(m, twiddle != KRL_MFB_TWID64O), 2 * m), 1e-7) << m;
         for (size_t f = first_form; f <= last_form; f++) {
             Signal expected = noise(200 * m);
-            const Signal out = chain(forms[f], m, {prototype, twiddle}, expected);
+            expected[3] = NAN; // for ten slots in each direction
+            Signal bands = Analysis(m, 1, {prototype, twiddle}).process(forms[f].analysis, expected);
+            for (size_t i = 1; i < bands.size(); i += 2)
+                bands[i] *= forms[f].sign;
+            const Signal out = Synthesis(m, 1, {prototype, twiddle}).process(forms[f].synthesis, bands, 4);
+            EXPECT_TRUE(std::isnan(out[4 * m]));
             expected.insert(expected.begin(), forms[f].delay(m), 0.0f);
-            EXPECT_LT(relative_error(out, expected, out.size()), 5e-7) << forms[f].name << " " << m;
+            EXPECT_LT(relative_error(&out[19 * m], &expected[19 * m], 181 * m), 5e-7) << forms[f].name << " " << m;
         }
     }
-}
-
-TEST(ModulatedBank, ForgetsNaNAfterTenSlots) {
-    Signal in = noise(40 * 64);
-    const Signal clean = chain(forms[0], 64, design, in);
-    in[5 * 64 + 3] = NAN;
-    const Signal out = chain(forms[0], 64, design, in);
-    EXPECT_TRUE(std::isnan(out[10 * 64]));
-    EXPECT_BITS_EQ(&out[25 * 64], &clean[25 * 64], 15 * 64);
 }
 
 TEST(ModulatedBank, ResetClearsOneChannelAtAnyRingPhase) {
@@ -184,9 +173,6 @@ TEST(ModulatedBank, ResetClearsOneChannelAtAnyRingPhase) {
         KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 64, 2);  // no such channel
         KRL_mfb_p10km_analysisL_reset_channel(analysis.instance, 128, 0); // not its size
         KRL_mfb_p10km_analysisL_reset_channel(nullptr, 64, 0);
-        KRL_load_mfb_p10km_analysisL_filter_state(analysis.instance, &before[0]); // these do nothing
-        KRL_unload_mfb_p10km_analysisL_filter_state(analysis.instance, nullptr);
-        KRL_CLmfb_p10km_analysisL_close(analysis.instance);
         Signal expected = alone.process(forms[0].analysis, Signal(12 * 64));
         EXPECT_NE(expected, zeros);
         expected.insert(expected.end(), zeros.begin(), zeros.end());
@@ -242,7 +228,6 @@ void expect_bad_calls_change_nothing(Function function) {
     EXPECT_EQ(bank.process(function, in), untouched.process(function, in));
 }
 TEST(ModulatedBank, BadCallsChangeNothing) {
-    KRL_Lmfb_p10km_synthesisCL_close(nullptr);
     for (const Form& form : forms) {
         SCOPED_TRACE(form.name);
         expect_bad_calls_change_nothing<Analysis>(form.analysis);
