@@ -8,25 +8,17 @@
 
 namespace korla_test {
 
-// exp(j pi i / (2N)) for any i, from a table of one period.
-class Phasor {
-public:
-    explicit Phasor(size_t N) {
-        for (size_t i = 0; i < 4 * N; i++)
-            period_.push_back(std::polar(1.0, std::numbers::pi * static_cast<double>(i) / static_cast<double>(2 * N)));
-    }
-    std::complex<double> operator()(uint64_t i) const { return period_[i % period_.size()]; }
-
-private:
-    std::vector<std::complex<double>> period_;
-};
+// exp(j pi i / (2N)), exact in i
+inline std::complex<double> phasor(uint64_t i, uint64_t N) {
+    return std::polar(1.0, std::numbers::pi * static_cast<double>(i % (4 * N)) / static_cast<double>(2 * N));
+}
 
 // Output i of a transform of N samples: the sum over n of x[n] cos(pi a / (2N)), where a is (2n + 1) i for the DCT-II
 // and (2i + 1) n for the DCT-III.
-inline double cosine_sum(const Phasor& phasor, const std::vector<float>& x, size_t i, bool third) {
+inline double cosine_sum(const std::vector<float>& x, size_t i, bool third) {
     double sum = 0.0;
     for (size_t n = 0; n < x.size(); n++)
-        sum += x[n] * phasor(third ? (2 * i + 1) * n : (2 * n + 1) * i).real();
+        sum += x[n] * phasor(third ? (2 * i + 1) * n : (2 * n + 1) * i, x.size()).real();
     return sum;
 }
 

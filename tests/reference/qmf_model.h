@@ -10,12 +10,14 @@ public:
     using complex = std::complex<double>;
 
     QmfModel(size_t M, size_t P, const std::vector<float>& table, uint32_t mode, bool real)
-        : M(M), width(real ? M : 2 * M), real(real), taps_(table.begin(), table.end()), phasor_(M) {
+        : M(M), length(2 * P * M), width(real ? M : 2 * M) {
         // The tables carry the signs of the modulation's half periods; four periods have another pattern.
-        for (size_t n = 0; n < taps_.size(); n++)
-            taps_[n] *= (P == 5 ? "++--++--++" : "-++--++-")[n / M] == '-' ? -1.0 : 1.0;
-        for (size_t m = 0; m < M; m++)
-            rotations_.push_back(real ? 1.0 : rotation(static_cast<double>(m), static_cast<double>(M), mode));
+        for (size_t n = 0; n < length; n++)
+            taps.push_back((P == 5 ? "++--++--++" : "-++--++-")[n / M] == '-' ? -table[n] : table[n]);
+        for (size_t q = 0; q < M; q++)
+            for (size_t n = 0; n <= length; n++)
+                carrier.push_back(real ? phasor((2 * q + 1) * (n + 4 * M - M / 2), M).real()
+                                       : phasor((2 * q + 1) * n, M) * std::conj(rotation(q, mode)));
     }
 
     // The rows of all slots; samples before the start are 0. The analysis table holds taps 1..2PM of the prototype.
@@ -24,13 +26,12 @@ public:
         for (size_t end = M; end <= x.size(); end += M)
             for (size_t q = 0; q < M; q++) {
                 complex sum = 0.0;
-                for (size_t n = 1; n <= taps_.size(); n++)
-                    if (end + n > taps_.size())
-                        sum += taps_[n - 1] * x[end + n - taps_.size() - 1] * std::conj(carrier(q, n));
-                sum *= rotations_[q] / static_cast<double>(2 * M);
-                X.push_back(sum.real());
-                if (!real)
-                    X.push_back(sum.imag());
+                for (size_t n = 1; n <= length; n++)
+                    if (end + n > length)
+                        sum += taps[n - 1] * x[end + n - length - 1] * std::conj(carrier[q * (length + 1) + n]);
+                X.push_back(sum.real() / static_cast<double>(2 * M));
+                if (width != M)
+                    X.push_back(sum.imag() / static_cast<double>(2 * M));
             }
         return X;
     }
@@ -40,34 +41,30 @@ public:
         std::vector<double> y(X.size() / width * M);
         for (size_t s = 0; s < X.size() / width; s++)
             for (size_t q = 0; q < M; q++) {
-                const float* in = X.data() + s * width + (real ? q : 2 * q);
-                const complex subband = real ? 4.0 * in[0] : 2.0 * complex(in[0], in[1]) * std::conj(rotations_[q]);
-                for (size_t n = 0; n < taps_.size() && s * M + n < y.size(); n++)
-                    y[s * M + n] += taps_[n] * (subband * carrier(q, n)).real();
+                const float* in = &X[s * width + q * width / M];
+                const complex subband = width == M ? 4.0 * in[0] : 2.0 * complex(in[0], in[1]);
+                for (size_t n = 0; n < length && s * M + n < y.size(); n++)
+                    y[s * M + n] += taps[n] * (subband * carrier[q * (length + 1) + n]).real();
             }
         return y;
     }
 
-    const size_t M, width;
-    const bool real;
-
 private:
-    static complex rotation(double m, double M, uint32_t mode) {
+    complex rotation(size_t band, uint32_t mode) const {
         using std::numbers::pi;
+        const double m = static_cast<double>(band), bands = static_cast<double>(M);
         if (mode == 0)
             return 1.0;
         if (mode == 8)
-            return std::polar(1.0, pi * (2 * m + 1) * (64 - M) / (256 * M));
+            return std::polar(1.0, pi * (2 * m + 1) * (64 - bands) / (256 * bands));
         const double unit = pi / (M == 64 ? 256 : 128);
-        const double theta = m < M / 2 ? unit * (2 * m + 1) : pi / 2 - unit * (2 * (M - 1 - m) + 1);
+        const double theta = band < M / 2 ? unit * (2 * m + 1) : pi / 2 - unit * (2 * (bands - m) - 1);
         return {-std::cos(theta), std::sin(theta)};
     }
-    // exp(j pi (2q + 1) n / (2M)); half a slot earlier for real sub-bands, whose cosine is its real part
-    complex carrier(size_t q, size_t n) const { return phasor_((2 * q + 1) * (real ? n + 4 * M - M / 2 : n)); }
 
-    std::vector<double> taps_;
-    std::vector<complex> rotations_;
-    Phasor phasor_;
+    size_t M, length, width; // of the prototype, of a row of sub-bands
+    std::vector<double> taps;
+    std::vector<complex> carrier; // of band q at tap n: exp(j pi (2q + 1) n / (2M)), half a slot earlier when real
 };
 
 } // namespace korla_test
