@@ -3,6 +3,8 @@
 
 #include "reference/cosine_transforms.h"
 
+#include <algorithm>
+
 namespace korla_test {
 
 class QmfModel {
@@ -50,16 +52,13 @@ public:
     }
 
 private:
-    complex rotation(size_t band, uint32_t mode) const {
-        using std::numbers::pi;
-        const double m = static_cast<double>(band), bands = static_cast<double>(M);
-        if (mode == 0)
-            return 1.0;
-        if (mode == 8)
-            return std::polar(1.0, pi * (2 * m + 1) * (64 - bands) / (256 * bands));
-        const double unit = pi / (M == 64 ? 256 : 128);
-        const double theta = band < M / 2 ? unit * (2 * m + 1) : pi / 2 - unit * (2 * (bands - m) - 1);
-        return {-std::cos(theta), std::sin(theta)};
+    complex rotation(size_t m, uint32_t mode) const {
+        const double bands = static_cast<double>(M);
+        const auto odd = [](size_t i) { return std::numbers::pi * static_cast<double>(2 * i + 1); };
+        if (mode == 0 || mode == 8)
+            return std::polar(1.0, mode == 0 ? 0.0 : odd(m) * (64 - bands) / (256 * bands));
+        const double theta = odd(std::min(m, M - 1 - m)) / (M == 64 ? 256 : 128);
+        return m < M / 2 ? complex(-std::cos(theta), std::sin(theta)) : complex(-std::sin(theta), std::cos(theta));
     }
 
     size_t M, length, width; // of the prototype, of a row of sub-bands
