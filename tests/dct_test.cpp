@@ -83,22 +83,19 @@ TEST(Dct4, StepsFollowTheirFormulasAtEveryLengthForAnyTable) {
         auto s = random.vector(N + 1), c = random.vector(N + 1);
         if (N % 4 == 0) // other lengths take these for granted
             s[0] = 0.0f, c[0] = 1.0f;
-        GuardedBuffer<float> pre(2 * N, 1);
+        GuardedBuffer<float> pre(2 * N, 1), post(2 * N, 3);
         krl_dct4_premodulation(pre.data(), w.data(), a.data(), b.data(), N);
-        const auto postmodulate = [&](auto step, auto... shift) {
-            GuardedBuffer<float> out(2 * N, 3);
+        krl_dct4_postmodulation_shl0(post.data(), z.data(), s.data(), c.data(), N);
+        const auto expect_shifted = [&](int exponent, auto step, auto... shift) {
+            GuardedBuffer<float> out(2 * N, 2);
             step(out.data(), z.data(), s.data(), c.data(), shift..., N);
-            return out.values();
-        };
-        const auto post = postmodulate(krl_dct4_postmodulation_shl0);
-        const auto expect_shifted = [&](const std::vector<float>& shifted, int shift) {
             for (uint32_t i = 0; i < 2 * N; i++)
-                EXPECT_EQ(shifted[i], std::ldexp(post[i], shift)) << "N = " << N << ", shift " << shift;
+                EXPECT_EQ(out[i], std::ldexp(post[i], exponent)) << "N = " << N << ", shift " << exponent;
         };
-        expect_shifted(postmodulate(krl_dct4_postmodulation_shl1), 1);
-        expect_shifted(postmodulate(krl_dct4_postmodulation_shl2), 2);
+        expect_shifted(1, krl_dct4_postmodulation_shl1);
+        expect_shifted(2, krl_dct4_postmodulation_shl2);
         for (int32_t shift : {0, 1, 2, 127, -1, -126})
-            expect_shifted(postmodulate(krl_dct4_postmodulation_shl, shift), shift);
+            expect_shifted(shift, krl_dct4_postmodulation_shl, shift);
         s[0] = 0.0f, c[0] = 1.0f;
         for (uint32_t k = 0; k < N; k++) {
             const complex v = complex(a[k], b[k]) * complex(w[2 * N - 1 - 2 * k], -w[2 * k]);

@@ -13,7 +13,6 @@ using namespace korla_test;
 namespace {
 
 using Samples = std::vector<float>;
-constexpr double pi = std::numbers::pi;
 
 // ---- both families through one interface, in memory of exactly the stated size -------------------------------------
 
@@ -181,8 +180,8 @@ TEST_P(Qmf, HistoryTravelsAndIsForgotten) {
         Synthesis bands({M == 8 ? 16u : 8u, P, 0, prototype, f});
         a.run(true, x);
         copy_states[f](b.handle, a.handle);
-        copy_states[f](b.handle, periods.handle), copy_states[f](b.handle, bands.handle); // refused
-        copy_states[f](b.handle, nullptr);
+        for (const krl_qmf_synthesis* refused : {periods.handle, bands.handle, decltype(a.handle){}})
+            copy_states[f](b.handle, refused);
         expect_same(b.run(true, x), a.run(true, x));
 
         for (float bad : {NAN, INFINITY}) { // gone after 2P slots
@@ -243,7 +242,7 @@ TEST(QmfRefusal, HostileParametersTouchNothing) {
 
 TEST(QmfRefusal, NullInstancesAndLengthsWithoutTablesDoNothing) {
     GuardedBuffer<float> buffer(noise(64, 2));
-    float *x = buffer.data(), *rows[1] = {x};
+    float *x = buffer.data(), *rows[] = {x};
     for (Family f : {L, S}) {
         EXPECT_EQ(analysis_delay[f](nullptr) + synthesis_delay[f](nullptr), 0u);
         init_analysis[f](nullptr), init_synthesis[f](nullptr), copy_states[f](nullptr, nullptr);
@@ -324,7 +323,7 @@ TEST(QmfTables, HoldTheirFormulasToTheBit) {
     const auto check = [](const float* table, uint32_t pairs, double sine, double cosine, double offset, double ratio) {
         EXPECT_EQ(reinterpret_cast<uintptr_t>(table) % 32, 0u) << ratio;
         for (uint32_t m = 0; m < pairs; m++) {
-            const double angle = pi * (2 * m + offset) * ratio;
+            const double angle = std::numbers::pi * (2 * m + offset) * ratio;
             const float* at = table + m / 4 * 8 + m % 4;
             EXPECT_EQ(at[0], static_cast<float>(sine * std::sin(angle))) << ratio << ", pair " << m;
             EXPECT_EQ(at[4], static_cast<float>(cosine * std::cos(angle))) << ratio << ", pair " << m;
@@ -332,13 +331,10 @@ TEST(QmfTables, HoldTheirFormulasToTheBit) {
     };
 #define ROTATIONS(M)                                                                                                   \
     check(krl_cos_##M##_full, M, 0.5, 0.5, 0, 0.25 / M), check(krl_cos_##M##_full_scl, M, 0.5 / M, 0.5 / M, 0, 0.25 / M)
-    ROTATIONS(8), ROTATIONS(16), ROTATIONS(32), ROTATIONS(48), ROTATIONS(64);
-    check(krl_cos_64_full_twiddle, 32, 1, -1, 1, 1.0 / 256);
-    check(krl_cos_32_full_twiddle, 16, 1, -1, 1, 1.0 / 128);
-    check(krl_cos_8_ast_mini_twiddle, 8, 1, 1, 1, 7.0 / 256);
-    check(krl_cos_16_ast_mini_twiddle, 16, 1, 1, 1, 3.0 / 256);
-    check(krl_cos_32_ast_mini_twiddle, 32, 1, 1, 1, 1.0 / 256);
-    check(krl_cos_48_ast_mini_twiddle, 48, 1, 1, 1, 1.0 / 768);
+#define FULL(T) check(krl_cos_##T##_full_twiddle, T / 2, 1, -1, 1, 0.25 / T)
+#define SHORT(M, ratio) check(krl_cos_##M##_ast_mini_twiddle, M, 1, 1, 1, ratio)
+    ROTATIONS(8), ROTATIONS(16), ROTATIONS(32), ROTATIONS(48), ROTATIONS(64), FULL(64), FULL(32);
+    SHORT(8, 7.0 / 256), SHORT(16, 3.0 / 256), SHORT(32, 1.0 / 256), SHORT(48, 1.0 / 768);
 }
 
 } // namespace

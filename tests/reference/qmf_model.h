@@ -28,9 +28,8 @@ public:
         for (size_t end = M; end <= x.size(); end += M)
             for (size_t q = 0; q < M; q++) {
                 complex sum = 0.0;
-                for (size_t n = 1; n <= length; n++)
-                    if (end + n > length)
-                        sum += taps[n - 1] * x[end + n - length - 1] * std::conj(carrier[q * (length + 1) + n]);
+                for (size_t n = end < length ? length - end + 1 : 1; n <= length; n++)
+                    sum += taps[n - 1] * x[end + n - length - 1] * std::conj(carrier[q * (length + 1) + n]);
                 X.push_back(sum.real() / static_cast<double>(2 * M));
                 if (width != M)
                     X.push_back(sum.imag() / static_cast<double>(2 * M));
@@ -53,12 +52,10 @@ public:
 
 private:
     complex rotation(size_t m, uint32_t mode) const {
-        const double bands = static_cast<double>(M);
-        const auto odd = [](size_t i) { return std::numbers::pi * static_cast<double>(2 * i + 1); };
-        if (mode == 0 || mode == 8)
-            return std::polar(1.0, mode == 0 ? 0.0 : odd(m) * (64 - bands) / (256 * bands));
-        const double theta = odd(std::min(m, M - 1 - m)) / (M == 64 ? 256 : 128);
-        return m < M / 2 ? complex(-std::cos(theta), std::sin(theta)) : complex(-std::sin(theta), std::cos(theta));
+        if (mode == 0 || mode == 8) // (64 - M) / (256M) is 7/256, 3/256, 1/256, 1/768 and 0
+            return phasor(mode == 0 ? 0 : (2 * m + 1) * (64 - M), 128 * M);
+        const complex e = phasor(2 * std::min(m, M - 1 - m) + 1, M == 64 ? 128 : 64);
+        return m < M / 2 ? complex(-e.real(), e.imag()) : complex(-e.imag(), e.real());
     }
 
     size_t M, length, width; // of the prototype, of a row of sub-bands
