@@ -550,27 +550,10 @@ KRL_INLINE f32x4 reverse_complex(f32x4 v) { return __builtin_shufflevector(v, v,
 KRL_INLINE lane_pair<f32x4> interleave_complex(f32x4 a, f32x4 b) {
     return {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7)};
 }
-KRL_INLINE lane_pair<f32x4> deinterleave_complex(f32x4 lo, f32x4 hi) { return interleave_complex(lo, hi); }
 #if KRL_LANES == 8
 KRL_INLINE f32x8 conjugate(f32x8 v) {
     constexpr int32_t sign = INT32_MIN;
     return bit_cast<f32x8>(bit_cast<i32x8>(v) ^ i32x8{0, sign, 0, sign, 0, sign, 0, sign});
-}
-KRL_INLINE f32x8 reverse_complex(f32x8 v) {
-    const f64x4 z = bit_cast<f64x4>(v);
-    return bit_cast<f32x8>(__builtin_shufflevector(z, z, 3, 2, 1, 0));
-}
-KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
-    const f64x4 x = bit_cast<f64x4>(a), y = bit_cast<f64x4>(b);
-    const f64x4 even = __builtin_shufflevector(x, y, 0, 4, 2, 6), odd = __builtin_shufflevector(x, y, 1, 5, 3, 7);
-    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 1, 4, 5)),
-            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 2, 3, 6, 7))};
-}
-KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
-    const f64x4 x = bit_cast<f64x4>(lo), y = bit_cast<f64x4>(hi);
-    const f64x4 even = __builtin_shufflevector(x, y, 0, 1, 4, 5), odd = __builtin_shufflevector(x, y, 2, 3, 6, 7);
-    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 4, 2, 6)),
-            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 1, 5, 3, 7))};
 }
 #endif
 

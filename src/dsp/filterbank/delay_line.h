@@ -1,4 +1,5 @@
-// The transposed delay line in which every synthesis bank ends.
+// The transposed delay line of a synthesis bank, several slots at a time. Where a bank has memory for the input of one
+// slot only, dsp/filterbank/paired_delay_line.h does the same in memory.
 #pragma once
 
 #include "dsp/core/lanes.h"

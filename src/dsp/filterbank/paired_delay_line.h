@@ -1,4 +1,5 @@
-// The transposed polyphase delay line that every synthesis bank ends in.
+// The transposed polyphase delay line of a synthesis bank, one slot at a time. dsp/filterbank/delay_line.h runs several
+// slots in registers.
 //
 // A synthesis bank adds up, for each of its phases k, an even input a and an odd input b per slot, weighted by the taps
 // h_0 .. h_2P-1 of the phase and delayed by j slots for tap j:
