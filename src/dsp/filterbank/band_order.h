@@ -12,8 +12,7 @@ enum class conjugated { even_bands, odd_bands };
 
 namespace detail {
 
-template <bool wanted, class V>
-KRL_INLINE V conjugate_if(V v) {
+template <bool wanted, class V> KRL_INLINE V conjugate_if(V v) {
     if constexpr (wanted)
         return conjugate(v);
     else

@@ -25,8 +25,7 @@ enum class tap_signs {
 
 // One slot of four phases. `pairs` is P; in = (a, b); taps(i) gives (h_2i, h_2i+1), four phases each; state holds
 // S_0 .. S_2P-2. A caller that needs other signs negates a or b.
-template <int pairs, tap_signs signs, class Taps>
-KRL_INLINE f32x4 delay_line(float* state, f32x4x2 in, Taps taps) {
+template <int pairs, tap_signs signs, class Taps> KRL_INLINE f32x4 delay_line(float* state, f32x4x2 in, Taps taps) {
     const auto step = [&](int i, f32x4x2 sums) { // i is a constant once the loop below is unrolled
         return signs == tap_signs::alternating && i % 2 != 0 ? mul_sub_from(taps(i), in, sums)
                                                              : mul_add(taps(i), in, sums);

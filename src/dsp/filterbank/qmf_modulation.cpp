@@ -7,10 +7,7 @@ using namespace krl;
 
 namespace {
 
-template <class V>
-KRL_INLINE V load_backwards(const float* p) {
-    return reverse(load<V>(p - (lanes<V> - 1)));
-}
+template <class V> KRL_INLINE V load_backwards(const float* p) { return reverse(load<V>(p - (lanes<V> - 1))); }
 
 // ---- real sub-bands ------------------------------------------------------------------------------------------------
 
@@ -88,8 +85,7 @@ struct FullTwiddle {
     KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
 };
 
-template <class F>
-void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
+template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
     if (mode == qmf::no_twiddle || !table)
         f(NoTwiddle{});
     else if (mode == qmf::short_twiddle)
