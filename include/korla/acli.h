@@ -34,7 +34,7 @@ KRL_BEGIN_DECLS
 /** Channels in a map. */
 #define ACLI_MAX_CHANNELS 256
 
-/** Frames that the engine takes at once. Calls are cut into chunks of this length; see acli_process for what that
+/** Frames that the engine takes at once. Calls are cut into chunks of this length; see process for what that
  * means. */
 #define ACLI_MAX_CHUNK 256
 
@@ -78,7 +78,7 @@ typedef struct acli_media_format {
                                                          88200, 96000, 176400 and 192000; at other rates it rests: the
                                                          stream is mixed at its level but not limited. */
     uint32_t reserved_12;                           /**< not interpreted */
-    uint8_t interleaved;                            /**< in: nonzero: frame by frame; 0: see acli_process */
+    uint8_t interleaved;                            /**< in: nonzero: frame by frame; 0: see process */
     uint8_t reserved_17[3];                         /**< not read */
     uint32_t output_layout_mask;                    /**< out: the mask of layout_index, also in automatic mode */
     uint8_t explicit_layout;                        /**< in: nonzero: output is layout_index; 0: chosen by the engine */
