@@ -50,10 +50,8 @@ struct BankSetup {
 };
 
 // The three blocks are guarded and at odd addresses, with a pattern that open must not depend on.
-template <class Handle>
-struct Bank : BankSetup {
-    template <class Query, class Open>
-    Bank(const BankSetup& setup, Query query, Open open) : BankSetup(setup) {
+template <class Handle> struct Bank : BankSetup {
+    template <class Query, class Open> Bank(const BankSetup& setup, Query query, Open open) : BankSetup(setup) {
         uint32_t bytes[3];
         query(M, P, &bytes[0], &bytes[1], &bytes[2]);
         for (size_t i = 0; i < 3; i++)
