@@ -55,7 +55,7 @@ void print_row(const Contender& c, const Contender& bound, double ratio) {
     std::printf("%-44s %8.2f ns   %-28s %8.2f ns   %5.2f\n", c.name.c_str(), c.ns, bound.name.c_str(), bound.ns, ratio);
 }
 
-// ---- element-wise members and mixes ---------------------------------------------------------------------------------
+// ---- element-wise members and mixes --------------------------------------------------------------------------------
 
 struct Moving {
     Contender work;
@@ -165,7 +165,7 @@ std::vector<Moving> moving_filters() {
     };
 }
 
-// ---- recursions -----------------------------------------------------------------------------------------------------
+// ---- recursions ----------------------------------------------------------------------------------------------------
 
 #if defined(__x86_64__)
 #    define PIN(v) asm volatile("" : "+x"(v))
@@ -292,7 +292,7 @@ double bench_recursions() {
     return mean.value();
 }
 
-// ---- FIR ------------------------------------------------------------------------------------------------------------
+// ---- FIR -----------------------------------------------------------------------------------------------------------
 
 double bench_fir() {
     GeometricMean mean;

@@ -94,8 +94,7 @@ private:
     Plan fft;
 };
 
-template <class Call>
-Contender contender(const char* name, Call call) {
+template <class Call> Contender contender(const char* name, Call call) {
     return {name, [call](int repeats) {
                 for (int i = 0; i < repeats; i++) {
                     call();

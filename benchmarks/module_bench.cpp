@@ -192,8 +192,8 @@ int main() {
 
     std::printf("\n");
     for (const auto& [name, mean] : same_work_of)
-        std::printf("%s: pan+alimiter / module %.1f, fastest bare mixer / module %.2f (geometric means)\n", name.c_str(),
-                    mean.value(), bare_mixer_of[name].value());
+        std::printf("%s: pan+alimiter / module %.1f, fastest bare mixer / module %.2f (geometric means)\n",
+                    name.c_str(), mean.value(), bare_mixer_of[name].value());
     std::printf("module: pan+alimiter / module %.1f, fastest bare mixer / module %.2f, worst change of cost per frame "
                 "over block sizes %.2f, pass-through / memcpy %.2f (geometric means over %d cases)\n",
                 same_work.value(), bare_mixer.value(), flatness, copy.value(), same_work.count());

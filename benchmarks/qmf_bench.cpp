@@ -20,8 +20,7 @@ struct Memory {
                       instance = std::vector<char>(256);
 };
 
-template <class Call>
-Contender contender(const char* name, Call call) {
+template <class Call> Contender contender(const char* name, Call call) {
     return {name, [call](int repeats) {
                 for (int i = 0; i < repeats; i++)
                     call();

@@ -59,10 +59,8 @@ bool is_integer(int format) {
     case SF_FORMAT_ALAC_16:
     case SF_FORMAT_ALAC_20:
     case SF_FORMAT_ALAC_24:
-    case SF_FORMAT_ALAC_32:
-        return true;
-    default:
-        return false;
+    case SF_FORMAT_ALAC_32: return true;
+    default: return false;
     }
 }
 

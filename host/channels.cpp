@@ -135,23 +135,12 @@ ChannelMap map_from_positions(const std::vector<int>& positions) {
     for (int position : positions) {
         switch (position) {
         case SF_CHANNEL_MAP_MONO:
-        case SF_CHANNEL_MAP_FRONT_CENTER:
-            position = SF_CHANNEL_MAP_CENTER;
-            break;
-        case SF_CHANNEL_MAP_FRONT_LEFT:
-            position = SF_CHANNEL_MAP_LEFT;
-            break;
-        case SF_CHANNEL_MAP_FRONT_RIGHT:
-            position = SF_CHANNEL_MAP_RIGHT;
-            break;
-        case SF_CHANNEL_MAP_REAR_LEFT:
-            position = sides ? position : SF_CHANNEL_MAP_SIDE_LEFT;
-            break;
-        case SF_CHANNEL_MAP_REAR_RIGHT:
-            position = sides ? position : SF_CHANNEL_MAP_SIDE_RIGHT;
-            break;
-        default:
-            break;
+        case SF_CHANNEL_MAP_FRONT_CENTER: position = SF_CHANNEL_MAP_CENTER; break;
+        case SF_CHANNEL_MAP_FRONT_LEFT: position = SF_CHANNEL_MAP_LEFT; break;
+        case SF_CHANNEL_MAP_FRONT_RIGHT: position = SF_CHANNEL_MAP_RIGHT; break;
+        case SF_CHANNEL_MAP_REAR_LEFT: position = sides ? position : SF_CHANNEL_MAP_SIDE_LEFT; break;
+        case SF_CHANNEL_MAP_REAR_RIGHT: position = sides ? position : SF_CHANNEL_MAP_SIDE_RIGHT; break;
+        default: break;
         }
         const auto* speaker = std::find_if(std::begin(speakers), std::end(speakers),
                                            [&](auto& s) { return s.mask_bit >= 0 && s.position == position; });

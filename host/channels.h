@@ -43,8 +43,7 @@ struct FileOrder {
 // The order in which files hold the channels of an output map: that of the mask bits.
 FileOrder file_order(const ChannelMap& map);
 
-template <class T>
-std::vector<T> reordered(const std::vector<T>& values, const std::vector<size_t>& order) {
+template <class T> std::vector<T> reordered(const std::vector<T>& values, const std::vector<size_t>& order) {
     std::vector<T> result;
     for (size_t source : order)
         result.push_back(values[source]);

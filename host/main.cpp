@@ -19,8 +19,7 @@ void catch_interrupts() {
     std::signal(SIGXFSZ, SIG_IGN); // a file size limit shows as a failed write
 }
 
-template <class Report>
-void print(const Report& report, bool as_json) {
+template <class Report> void print(const Report& report, bool as_json) {
     std::fputs((as_json ? json(report) : text(report)).c_str(), stdout);
 }
 

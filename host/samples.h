@@ -29,12 +29,9 @@ inline double sample_value(const std::byte* buffer, SampleFormat f, size_t i) {
         return static_cast<double>(value) * scale;
     };
     switch (f) {
-    case SampleFormat::s16:
-        return load(int16_t{}, 0x1p-15);
-    case SampleFormat::s32:
-        return load(int32_t{}, 0x1p-31);
-    default:
-        return load(float{}, 1.0);
+    case SampleFormat::s16: return load(int16_t{}, 0x1p-15);
+    case SampleFormat::s32: return load(int32_t{}, 0x1p-31);
+    default: return load(float{}, 1.0);
     }
 }
 

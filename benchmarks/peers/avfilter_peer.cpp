@@ -56,8 +56,9 @@ public:
                       job.limit, job.make_up_gain);
         const std::string rate = std::to_string(job.sample_rate_hz);
         const std::string description = "abuffer@in=sample_rate=" + rate + ":sample_fmt=" + format +
-                                        ":channel_layout=" + layout_of(job.inputs) + ":time_base=1/" + rate + ",pan=" +
-                                        pan + "," + limiter + ",aformat=sample_fmts=" + format + ",abuffersink@out";
+                                        ":channel_layout=" + layout_of(job.inputs) + ":time_base=1/" + rate +
+                                        ",pan=" + pan + "," + limiter + ",aformat=sample_fmts=" + format +
+                                        ",abuffersink@out";
         AVFilterInOut *inputs = nullptr, *outputs = nullptr;
         ready_ = avfilter_graph_parse2(graph_, description.c_str(), &inputs, &outputs) >= 0 &&
                  avfilter_graph_config(graph_, nullptr) >= 0;

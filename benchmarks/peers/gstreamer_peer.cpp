@@ -44,8 +44,8 @@ public:
 
     bool process(const void* in, void* out, int frames) override {
         gpointer source = const_cast<void*>(in);
-        return converter_ && gst_audio_converter_samples(converter_, GST_AUDIO_CONVERTER_FLAG_NONE, &source, frames,
-                                                         &out, frames);
+        return converter_ &&
+               gst_audio_converter_samples(converter_, GST_AUDIO_CONVERTER_FLAG_NONE, &source, frames, &out, frames);
     }
 
 private:

@@ -1,7 +1,7 @@
 /* The module interface: how a host audio framework drives the downmixer.
  *
- * A host resolves one data symbol, ACLI, and knows the module only through it. Per stream it creates an instance, applies
- * a media format and processes buffers:
+ * A host resolves one data symbol, ACLI, and knows the module only through it. Per stream it creates an instance,
+ * applies a media format and processes buffers:
  *
  *     const acli_descriptor *module = dlsym(library, "ACLI");
  *     void *stream;
@@ -34,7 +34,8 @@ KRL_BEGIN_DECLS
 /** Channels in a map. */
 #define ACLI_MAX_CHANNELS 256
 
-/** Frames that the engine takes at once. Calls are cut into chunks of this length; see acli_process for what that means. */
+/** Frames that the engine takes at once. Calls are cut into chunks of this length; see process for what that
+ * means. */
 #define ACLI_MAX_CHUNK 256
 
 /** Result codes of the entry points. */
@@ -62,45 +63,45 @@ enum {
 
 /** The media format of a stream: 2088 bytes.
  *
- * Channel maps hold host channel codes 0..48; 0 is an empty slot. The common ones: 1 front left, 2 front right, 3 centre,
- * 4 left surround, 5 right surround, 6 LFE, 7 back centre, 8 left back, 9 right back, 25/26 top middle left/right,
- * 35/36 top front left/right, 37/38 top back left/right. Entries beyond the channel count are 0.
+ * Channel maps hold host channel codes 0..48; 0 is an empty slot. The common ones: 1 front left, 2 front right, 3
+ * centre, 4 left surround, 5 right surround, 6 LFE, 7 back centre, 8 left back, 9 right back, 25/26 top middle
+ * left/right, 35/36 top front left/right, 37/38 top back left/right. Entries beyond the channel count are 0.
  *
  * Samples of a frame stand in map order. Built-in matrices assume the canonical order in which output maps are listed:
  * front left/right, centre, LFE, surrounds, backs, heights. A map with empty slots in front of channels is read by
  * position all the same: use compact maps.
  */
 typedef struct acli_media_format {
-    uint32_t input_channel_count;                     /**< in */
-    uint32_t output_channel_count;                    /**< out */
-    uint32_t sample_rate;                             /**< in, Hz. The limiter works at 24000, 32000, 44100, 48000, 64000,
-                                                           88200, 96000, 176400 and 192000; at other rates it rests: the
-                                                           stream is mixed at its level but not limited. */
-    uint32_t reserved_12;                             /**< not interpreted */
-    uint8_t interleaved;                              /**< in: nonzero: frame by frame; 0: see acli_process */
-    uint8_t reserved_17[3];                           /**< not read */
-    uint32_t output_layout_mask;                      /**< out: the mask of layout_index, also in automatic mode */
-    uint8_t explicit_layout;                          /**< in: nonzero: output is layout_index; 0: chosen by the engine */
-    uint8_t reserved_25[3];                           /**< not read */
-    uint32_t layout_index;                            /**< in, 0..31; see docs/layouts.md */
-    uint32_t sample_format;                           /**< in: ACLI_SAMPLE_* */
-    uint32_t input_channel_map[ACLI_MAX_CHANNELS];    /**< in */
-    uint32_t output_channel_map[ACLI_MAX_CHANNELS];   /**< out */
-    uint32_t reserved_2084;                           /**< not interpreted, kept */
+    uint32_t input_channel_count;                   /**< in */
+    uint32_t output_channel_count;                  /**< out */
+    uint32_t sample_rate;                           /**< in, Hz. The limiter works at 24000, 32000, 44100, 48000, 64000,
+                                                         88200, 96000, 176400 and 192000; at other rates it rests: the
+                                                         stream is mixed at its level but not limited. */
+    uint32_t reserved_12;                           /**< not interpreted */
+    uint8_t interleaved;                            /**< in: nonzero: frame by frame; 0: see process */
+    uint8_t reserved_17[3];                         /**< not read */
+    uint32_t output_layout_mask;                    /**< out: the mask of layout_index, also in automatic mode */
+    uint8_t explicit_layout;                        /**< in: nonzero: output is layout_index; 0: chosen by the engine */
+    uint8_t reserved_25[3];                         /**< not read */
+    uint32_t layout_index;                          /**< in, 0..31; see docs/layouts.md */
+    uint32_t sample_format;                         /**< in: ACLI_SAMPLE_* */
+    uint32_t input_channel_map[ACLI_MAX_CHANNELS];  /**< in */
+    uint32_t output_channel_map[ACLI_MAX_CHANNELS]; /**< out */
+    uint32_t reserved_2084;                         /**< not interpreted, kept */
 } acli_media_format;
 
 /** The value record of set_param. */
 typedef struct acli_param_value {
     uint32_t mode; /**< ACLI_MODE_* */
     uint32_t reserved_4;
-    acli_media_format *format;
+    acli_media_format* format;
 } acli_param_value;
 
 /** A host buffer. Only the named fields are read or written; a host's record may go on behind them. */
 typedef struct acli_buffer {
     uint32_t reserved_0;
     uint32_t bytes; /**< input: valid bytes. Output: capacity on entry, bytes produced after success. */
-    void *data;     /**< samples, at any alignment */
+    void* data;     /**< samples, at any alignment */
     uint8_t reserved_16[32];
     uint32_t channels; /**< input only */
     uint8_t reserved_52[32];
@@ -111,29 +112,29 @@ typedef struct acli_buffer {
 typedef struct acli_descriptor {
     char magic[4]; /**< ACLI_MAGIC without its NUL */
     uint32_t interface_version;
-    const char *name;   /**< "KorlaDownmixer" */
-    const char *vendor; /**< "NRX" */
+    const char* name;   /**< "KorlaDownmixer" */
+    const char* vendor; /**< "NRX" */
 
-    /** id 1: stores a new copy of the module name through out and returns it; the caller gives it to free_name. Any other
-     * id, no memory: stores and returns null. */
-    char *(*get_name)(uint32_t id, char **out);
+    /** id 1: stores a new copy of the module name through out and returns it; the caller gives it to free_name. Any
+     * other id, no memory: stores and returns null. */
+    char* (*get_name)(uint32_t id, char** out);
 
     /** Frees what get_name gave; null is allowed. Returns 0. */
-    int32_t (*free_name)(void *name);
+    int32_t (*free_name)(void* name);
 
-    /** Null handle: -1. id other than 3: -2. Null in: -1. *in other than 2: -2. Null out7 or out8: -1. Otherwise stores 4
-     * through out7 and 0 through out8 and returns 0. The unnamed arguments are ignored. */
-    int32_t (*query)(void *handle, uint32_t id, uintptr_t, uintptr_t, const uint32_t *in, uintptr_t, uint32_t *out7,
-                     uint32_t *out8);
+    /** Null handle: -1. id other than 3: -2. Null in: -1. *in other than 2: -2. Null out7 or out8: -1. Otherwise stores
+     * 4 through out7 and 0 through out8 and returns 0. The unnamed arguments are ignored. */
+    int32_t (*query)(void* handle, uint32_t id, uintptr_t, uintptr_t, const uint32_t* in, uintptr_t, uint32_t* out7,
+                     uint32_t* out8);
 
     /** Not offered: -1 for a null handle, else -2. */
-    int32_t (*unsupported_3)(void *handle, ...);
+    int32_t (*unsupported_3)(void* handle, ...);
 
-    /** Allocates an unconfigured instance and stores its handle: 0; -1 when there is no memory or out is null. The first two
-     * arguments are ignored. */
-    int32_t (*create)(uintptr_t, uintptr_t, void **out_handle);
+    /** Allocates an unconfigured instance and stores its handle: 0; -1 when there is no memory or out is null. The
+     * first two arguments are ignored. */
+    int32_t (*create)(uintptr_t, uintptr_t, void** out_handle);
 
-    int32_t (*unsupported_5)(void *handle, ...);
+    int32_t (*unsupported_5)(void* handle, ...);
 
     /** Mixes one buffer. Returns 0, and stores the bytes produced in out->bytes, or -1.
      *
@@ -146,27 +147,27 @@ typedef struct acli_descriptor {
      * Latency is 32 frames, except in pass-through. Feed multiples of 256 frames: the limiter always advances by whole
      * chunks, so a call that ends in a shorter one leaves a gap in the stream.
      *
-     * Pass-through (input map equal to the output map, or an explicit layout for which there is no matrix) copies frames;
-     * a frame whose input and output sizes differ is copied as far as both reach.
+     * Pass-through (input map equal to the output map, or an explicit layout for which there is no matrix) copies
+     * frames; a frame whose input and output sizes differ is copied as far as both reach.
      *
-     * -1: null handle or descriptor, no media format, output too small (nothing is written then), null data, unsupported
-     * sample format or channel map, counts that contradict the configuration, no memory. */
-    int32_t (*process)(void *handle, const acli_buffer *in, acli_buffer *out);
+     * -1: null handle or descriptor, no media format, output too small (nothing is written then), null data,
+     * unsupported sample format or channel map, counts that contradict the configuration, no memory. */
+    int32_t (*process)(void* handle, const acli_buffer* in, acli_buffer* out);
 
     /** Parameter ACLI_PARAM_MEDIA_FORMAT takes an acli_param_value. Any other parameter or mode does nothing.
      *
      * Returns 0 also when the block was refused; a refusal shows as output_channel_count 0: set it to 0 before the
-     * call, since an automatic map without any channel is refused without writing it. Refused are layout indexes above 31
-     * (explicit), host codes above 48, automatic layouts that the engine does not know, maps without a channel.
-     * -1: null handle, or null value or block with parameter ACLI_PARAM_MEDIA_FORMAT. */
-    int32_t (*set_param)(void *handle, uint32_t param_id, uintptr_t, uintptr_t, const acli_param_value *value);
+     * call, since an automatic map without any channel is refused without writing it. Refused are layout indexes above
+     * 31 (explicit), host codes above 48, automatic layouts that the engine does not know, maps without a channel. -1:
+     * null handle, or null value or block with parameter ACLI_PARAM_MEDIA_FORMAT. */
+    int32_t (*set_param)(void* handle, uint32_t param_id, uintptr_t, uintptr_t, const acli_param_value* value);
 
-    int32_t (*unsupported_8)(void *handle, ...);
+    int32_t (*unsupported_8)(void* handle, ...);
 
     /** Frees the instance. Null: -1. */
-    int32_t (*destroy)(void *handle);
+    int32_t (*destroy)(void* handle);
 
-    void *reserved[2]; /**< null */
+    void* reserved[2]; /**< null */
 } acli_descriptor;
 
 /** The module. */

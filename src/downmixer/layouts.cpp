@@ -14,7 +14,7 @@ enum SecondOccurrence : int { second_9 = 39, second_10 = 40, second_3 = 41 };
 constexpr bool has(uint64_t mask, int code) { return mask >> code & 1; }
 
 // The order in which the matrices expect the input channels.
-constexpr int canonical_order[] = {0,  1,  2,  3,  9,  10, 4,  5,  6,  7,  8,  11,       12,
+constexpr int canonical_order[] = {0,  1,  2,  3,  9,  10, 4,  5,  6,  7,  8,        11,        12,
                                    25, 26, 28, 29, 30, 31, 33, 34, 32, 27, second_9, second_10, second_3};
 
 struct Layout {
@@ -22,6 +22,7 @@ struct Layout {
     int outputs;
 };
 
+// clang-format off
 constexpr Layout layouts[] = {
     // mono and stereo
     {0x1, 2}, {0x3, 2}, {0x4, 2}, {0xC, 2},
@@ -40,6 +41,7 @@ constexpr Layout layouts[] = {
     // 7.1.2, 5.1.4 and 7.1.4
     {0xC000063F, 10}, {0x63000060F, 10}, {0x63000063F, 12},
 };
+// clang-format on
 constexpr int layout_count = std::size(layouts);
 static_assert(layout_count == 73);
 
@@ -73,7 +75,8 @@ constexpr CodeList rows_of(Layout layout) {
     add(0, 1);
     if (layout.outputs > 2)
         add(2, 3, 9, 10);
-    const bool backs = layout.outputs == 12 || (layout.outputs == 10 && heights == 2) || (layout.outputs == 8 && heights < 2);
+    const bool backs =
+        layout.outputs == 12 || (layout.outputs == 10 && heights == 2) || (layout.outputs == 8 && heights < 2);
     if (backs)
         add(4, 5);
     if (layout.outputs >= 8 && heights == 2)

@@ -9,8 +9,8 @@ using namespace krl;
 namespace korla::downmixer {
 namespace {
 
-// One row of the matrix over `groups` vectors of frames. The sum starts from +0, so that a row whose products are all -0
-// gives +0; a zero gain is no term at all, so that it does not turn an infinite sample into NaN.
+// One row of the matrix over `groups` vectors of frames. The sum starts from +0, so that a row whose products are all
+// -0 gives +0; a zero gain is no term at all, so that it does not turn an infinite sample into NaN.
 template <class V, int groups>
 KRL_INLINE V mix_row(float* out, const float* gains, uint32_t used, PlanarBuffer in, V peak) {
     V sum[groups];

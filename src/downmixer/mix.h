@@ -10,7 +10,7 @@
 namespace korla::downmixer {
 
 struct Matrix {
-    const float* gains;         // [outputs][inputs]
+    const float* gains;          // [outputs][inputs]
     const uint16_t* used_inputs; // [outputs] bit i: the gain of input i is not zero
     uint32_t outputs;
     uint32_t inputs; // at most max_inputs

@@ -20,9 +20,9 @@ float peak_of_tile(PlanarBuffer rows, uint32_t channels) {
     return peak;
 }
 
-// Through the work buffers, in two phases over groups of tiles. First every tile is converted, mixed and measured, while
-// the gain computer follows one tile behind the mixing; then every channel is delayed and faded in one run, and the tiles
-// are converted back.
+// Through the work buffers, in two phases over groups of tiles. First every tile is converted, mixed and measured,
+// while the gain computer follows one tile behind the mixing; then every channel is delayed and faded in one run, and
+// the tiles are converted back.
 //
 // Behind a short chunk `out` still holds what the limiter gave in earlier calls. It passes through the limiter again,
 // because the limiter always advances by a whole block.
@@ -36,7 +36,9 @@ void process_staged(korvex_downmixer_state& state, const korvex_downmixer_buffer
 
     for (uint32_t first = 0; first < state.block; first += group_frames) {
         const uint32_t tiles = std::min(group_frames, state.block - first) / tile_frames;
-        auto valid_frames = [&](uint32_t tile_first) { return std::min(tile_frames, frames - std::min(frames, tile_first)); };
+        auto valid_frames = [&](uint32_t tile_first) {
+            return std::min(tile_frames, frames - std::min(frames, tile_first));
+        };
 
         limiter::Fade fades[group_tiles];
         for (uint32_t k = 0; k < tiles; k++) {

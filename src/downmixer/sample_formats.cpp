@@ -9,11 +9,12 @@ using namespace krl;
 namespace korla::downmixer {
 namespace {
 
-// ---- the formats -------------------------------------------------------------------------------------------------------
+// ---- the formats ---------------------------------------------------------------------------------------------------
 //
 // A format names its slot and moves slots between memory and "raw" lanes of 32 bits, four or two at a time and at any
-// alignment; decode and encode turn raw lanes into samples and back. Moving data before decoding and after encoding lets
-// the transposition between frames and rows work on raw lanes of any format. Full scale is defined once per format.
+// alignment; decode and encode turn raw lanes into samples and back. Moving data before decoding and after encoding
+// lets the transposition between frames and rows work on raw lanes of any format. Full scale is defined once per
+// format.
 
 using f32x2 = float __attribute__((vector_size(8)));
 template <class V> using ints_of = typename lane_traits<V>::mask;
@@ -93,16 +94,14 @@ struct Double : Float {
     using Slot = double;
     static KRL_INLINE f32x2 load2(const Slot* p) { return __builtin_convertvector(load_bytes<f64x2>(p), f32x2); }
     static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, __builtin_convertvector(raw, f64x2)); }
-    static KRL_INLINE f32x4 load4(const Slot* p) {
-        return __builtin_shufflevector(load2(p), load2(p + 2), 0, 1, 2, 3);
-    }
+    static KRL_INLINE f32x4 load4(const Slot* p) { return __builtin_shufflevector(load2(p), load2(p + 2), 0, 1, 2, 3); }
     static KRL_INLINE void store4(Slot* p, f32x4 raw) {
         store2(p, __builtin_shufflevector(raw, raw, 0, 1));
         store2(p + 2, __builtin_shufflevector(raw, raw, 2, 3));
     }
 };
 
-// ---- one slot, one run of slots --------------------------------------------------------------------------------------
+// ---- one slot, one run of slots ------------------------------------------------------------------------------------
 
 template <class Format> float load_one(const typename Format::Slot* p) {
     typename Format::Slot slots[4] = {};
@@ -138,12 +137,13 @@ template <class Format> void store_run(typename Format::Slot* dst, const float* 
         store_one<Format>(dst + i, src[i]);
 }
 
-// ---- between packed frames and rows ----------------------------------------------------------------------------------
+// ---- between packed frames and rows --------------------------------------------------------------------------------
 //
 // Tiles of four channels by one vector of frames are transposed in registers; what is left over are a pair of channels
 // and a single one. Half h of a vector of frames holds frames 4h .. 4h + 3.
 
-template <class Format> KRL_INLINE void load_four(f32v (&rows)[4], const typename Format::Slot* packed, uint32_t channels) {
+template <class Format>
+KRL_INLINE void load_four(f32v (&rows)[4], const typename Format::Slot* packed, uint32_t channels) {
     for (int j = 0; j < 4; j++)
         rows[j] = from_halves([=](int h) { return Format::load4(packed + (4 * h + j) * channels); });
     transpose(rows[0], rows[1], rows[2], rows[3]);
@@ -168,8 +168,7 @@ template <class Format> KRL_INLINE lane_pair<f32v> load_pair(const typename Form
     const f32v b = from_halves([=](int h) { return krl::deinterleave(frames(h, 0), frames(h, 2)).b; });
     return {Format::decode(a), Format::decode(b)};
 }
-template <class Format>
-KRL_INLINE void store_pair(typename Format::Slot* packed, f32v a, f32v b, uint32_t channels) {
+template <class Format> KRL_INLINE void store_pair(typename Format::Slot* packed, f32v a, f32v b, uint32_t channels) {
     a = Format::encode(a);
     b = Format::encode(b);
     auto store_two_frames = [=](int first, f32x4 frames) {
@@ -263,8 +262,8 @@ void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channe
                 store_four<Format>(packed + t * channels + c, rows, channels);
             },
             [=](uint32_t c, uint32_t t) {
-                store_pair<Format>(packed + t * channels + c, load<f32v>(src.row(c) + t), load<f32v>(src.row(c + 1) + t),
-                                   channels);
+                store_pair<Format>(packed + t * channels + c, load<f32v>(src.row(c) + t),
+                                   load<f32v>(src.row(c + 1) + t), channels);
             },
             [=](uint32_t t) {
                 const auto [lo, hi] = krl::interleave(Format::encode(load<f32v>(src.row(0) + t)),
@@ -276,7 +275,7 @@ void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channe
     });
 }
 
-// ---- the layouts of the caller's buffer ------------------------------------------------------------------------------
+// ---- the layouts of the caller's buffer ----------------------------------------------------------------------------
 
 // Frame follows frame without a gap.
 template <class Slot> bool is_packed(const korvex_downmixer_buffer& buffer, uint32_t channels) {
@@ -294,12 +293,14 @@ template <class Format> auto* slot_of(const korvex_downmixer_buffer& buffer, uin
 }
 
 template <class Format>
-void read_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first, uint32_t frames) {
+void read_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+                 uint32_t frames) {
     for (uint32_t c = 0; c < channels; c++)
         load_run<Format>(dst.row(c), slot_of<Format>(src, c, first), frames);
 }
 template <class Format>
-void read_packed(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first, uint32_t frames) {
+void read_packed(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+                 uint32_t frames) {
     deinterleave<Format>(dst, slot_of<Format>(src, 0, first), channels, frames);
 }
 template <class Format>
@@ -311,12 +312,14 @@ void read_scattered(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32
 }
 
 template <class Format>
-void write_planar(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first, uint32_t frames) {
+void write_planar(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+                  uint32_t frames) {
     for (uint32_t c = 0; c < channels; c++)
         store_run<Format>(slot_of<Format>(dst, c, first), src.row(c), frames);
 }
 template <class Format>
-void write_packed(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first, uint32_t frames) {
+void write_packed(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+                  uint32_t frames) {
     interleave<Format>(slot_of<Format>(dst, 0, first), src, channels, frames);
 }
 template <class Format>

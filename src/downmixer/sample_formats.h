@@ -19,8 +19,8 @@ struct PlanarBuffer {
 // Frames that are converted at a time.
 inline constexpr uint32_t tile_frames = 32;
 
-// Converts `frames` frames, at most tile_frames, from `first` on, of the first `channels` channels of the caller's buffer;
-// the planar side starts at its frame 0.
+// Converts `frames` frames, at most tile_frames, from `first` on, of the first `channels` channels of the caller's
+// buffer; the planar side starts at its frame 0.
 using ReadTile = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
                           uint32_t frames);
 using WriteTile = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,

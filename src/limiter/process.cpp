@@ -133,7 +133,8 @@ void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detec
 template <class V> KRL_INLINE V below(V x, float peak) { return select(x < peak, x, splat<V>(peak)); }
 KRL_INLINE float below(float x, float peak) { return x < peak ? x : peak; }
 
-void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* in, size_t in_stride, size_t out_stride) {
+void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* in, size_t in_stride,
+               size_t out_stride) {
     const float peak = l.peak, boost = l.boost;
     const bool in_blocks = in_stride == 1 && out_stride == 1 && l.subblock_len % block_length == 0;
     for (uint32_t c = 0; c < l.num_channels; c++) {
@@ -143,8 +144,8 @@ void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* 
             const float factor = boost * boost_scale;
             for (uint32_t i = 0; i < l.block_size; i += block_length)
                 map_block<flex>(
-                    out[c] + i,
-                    [=](auto x) { return max_nan(below(x, peak), splat<decltype(x)>(-peak)) * factor; }, in[c] + i);
+                    out[c] + i, [=](auto x) { return max_nan(below(x, peak), splat<decltype(x)>(-peak)) * factor; },
+                    in[c] + i);
         } else {
             for (size_t i = 0; i < l.block_size; i++) {
                 const float y = below(in[c][i * in_stride], peak);

@@ -9,7 +9,7 @@
 namespace korla::limiter {
 namespace {
 
-// ---- windows ----------------------------------------------------------------------------------------------------------
+// ---- windows -------------------------------------------------------------------------------------------------------
 
 // w[i] = sin^2(pi (i + 0.5) / (2N)) = (1 - cos(2 pi (2i + 1) / (4N))) / 2, rounded to 1/32768 with halves up, at most
 // 32767/32768. w[i] + w[N-1-i] is 1 except at the ends of the longest window.
@@ -19,16 +19,16 @@ constexpr float window_value(int i, int n) {
     return static_cast<float>(steps < 32767 ? steps : 32767) / 32768.0f;
 }
 
-// ---- coefficients ------------------------------------------------------------------------------------------------------
+// ---- coefficients --------------------------------------------------------------------------------------------------
 
 constexpr krl::Table<8> set(int c0, int c2, int c4, int c5) {
     auto unit = [](int numerator) { return static_cast<float>(numerator) / 32768.0f; };
     return {{unit(c0), unit(32768 - c0), unit(c2), unit(32768 - c2), unit(c4), unit(c5), 0.0f, 0.0f}};
 }
 
-// {slow fall, 1 - it, slow recovery, 1 - it, release, unused, 0, 0}, one set per sub-block duration T: slow fall = exp(-T / 57.7 ms), slow recovery = exp(-T / 230.7 ms), release =
-// exp(-T / 7.21 ms), unused = exp(-T / 14.4 ms), in steps of 1/32768. The
-// numbers, not the formulas, are the contract.
+// {slow fall, 1 - it, slow recovery, 1 - it, release, unused, 0, 0}, one set per sub-block duration T: slow fall =
+// exp(-T / 57.7 ms), slow recovery = exp(-T / 230.7 ms), release = exp(-T / 7.21 ms), unused = exp(-T / 14.4 ms), in
+// steps of 1/32768. The numbers, not the formulas, are the contract.
 constexpr krl::Table<8> sets[21] = {
     set(32673, 32744, 32020, 32392), //  0  0.1667 ms
     set(32665, 32742, 31954, 32359), //  1  0.1814
@@ -74,7 +74,7 @@ KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_64, window<64>());
 KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_128, window<128>());
 KRL_DEFINE_TABLE(korvex_ht_a_kvlim_win_256, window<256>());
 
-//                                                         192    176.4  96     88.2   64     48     44.1   32     24 kHz
+// By rate: 192, 176.4, 96, 88.2, 64, 48, 44.1, 32 and 24 kHz.
 KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_256, coefficients(16, 17, 20, none, none, none, none, none, none));
 KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_128, coefficients(10, 11, 16, 17, 19, 20, none, none, none));
 KRL_DEFINE_TABLE(korvex_ht_ap_kvlim_coefs_64, coefficients(4, 5, 10, 11, 14, 16, 17, 19, 20));

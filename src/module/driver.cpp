@@ -68,8 +68,9 @@ bool bring_up_engine(Instance& instance) {
     instance.engine_memory = std::calloc(1, size);
     if (!instance.engine_memory)
         return false;
-    instance.engine = korvex_downmixer_init(ACLI_MAX_CHUNK, format.sample_rate, instance.engine_codes,
-                                            format.output_channel_count, instance.custom_matrix, instance.engine_memory);
+    instance.engine =
+        korvex_downmixer_init(ACLI_MAX_CHUNK, format.sample_rate, instance.engine_codes, format.output_channel_count,
+                              instance.custom_matrix, instance.engine_memory);
     if (!instance.engine) {
         std::free(instance.engine_memory);
         instance.engine_memory = nullptr;
@@ -125,9 +126,9 @@ bool process(Instance& instance, const acli_buffer& in, acli_buffer& out) {
 
     // What the host says of the buffer must agree with what the stream was configured for.
     const uint64_t slot = bytes_per_sample(engine_format);
-    if (format.input_channel_count > ACLI_MAX_CHANNELS ||
-        format.input_channel_count < instance.engine->matrix.inputs ||
-        frames * slot * format.input_channel_count > in.bytes || frames * slot * format.output_channel_count > out.bytes)
+    if (format.input_channel_count > ACLI_MAX_CHANNELS || format.input_channel_count < instance.engine->matrix.inputs ||
+        frames * slot * format.input_channel_count > in.bytes ||
+        frames * slot * format.output_channel_count > out.bytes)
         return false;
 
     korvex_downmixer_buffer input =

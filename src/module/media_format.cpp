@@ -32,7 +32,8 @@ uint32_t mask_of(const uint8_t* codes) {
     uint32_t mask = 0;
     for (int i = 0; i < ACLI_MAX_CHANNELS; i++)
         for (size_t bit = 0; bit < std::size(layout_bits); bit++)
-            if (codes[i] != empty_slot && (codes[i] == layout_bits[bit].codes[0] || codes[i] == layout_bits[bit].codes[1]))
+            if (codes[i] != empty_slot &&
+                (codes[i] == layout_bits[bit].codes[0] || codes[i] == layout_bits[bit].codes[1]))
                 mask |= 1u << bit;
     return mask;
 }

@@ -89,9 +89,9 @@ int32_t acli_process(void* handle, const acli_buffer* in, acli_buffer* out) {
 } // namespace
 
 acli_descriptor ACLI = {
-    {'T', 'L', 'C', 'A'}, ACLI_INTERFACE_VERSION, "KorlaDownmixer", "NRX",
-    acli_get_name,        acli_free_name,         acli_query,       acli_unsupported,
-    acli_create,          acli_unsupported,       acli_process,     acli_set_param,
+    {'T', 'L', 'C', 'A'}, ACLI_INTERFACE_VERSION, "KorlaDownmixer",   "NRX",
+    acli_get_name,        acli_free_name,         acli_query,         acli_unsupported,
+    acli_create,          acli_unsupported,       acli_process,       acli_set_param,
     acli_unsupported,     acli_destroy,           {nullptr, nullptr},
 };
 static_assert(sizeof(ACLI) == 120);

@@ -40,28 +40,28 @@ typedef struct krl_iir1_state {
 } krl_iir1_state;
 
 /** y[n] = fma(b0, x[n], fma(b1, x[n-1], a1 * y[n-1])). */
-KRL_API void krl_blk_Liir1L_flex(float *dst, const float *x, const float *coef, krl_iir1_state *state);
-KRL_API void KRL_blk_Liir1L_strict(float *dst, const float *x, const float *coef, krl_iir1_state *state);
-KRL_API void KRL_blk_Liir1L_setup(krl_iir1_state *state);
-KRL_API void KRL_blk_Liir1L_set_coef(const float *coef);
+KRL_API void krl_blk_Liir1L_flex(float* dst, const float* x, const float* coef, krl_iir1_state* state);
+KRL_API void KRL_blk_Liir1L_strict(float* dst, const float* x, const float* coef, krl_iir1_state* state);
+KRL_API void KRL_blk_Liir1L_setup(krl_iir1_state* state);
+KRL_API void KRL_blk_Liir1L_set_coef(const float* coef);
 
 /** dst[n] = 2^u * y[n] with y of blk_Liir1L; the state keeps y unscaled.
  *
  * u is 0..127; for other u nothing outside the buffers is touched, but the factor is unspecified.
  */
-KRL_API void krl_blk_Liir1_shlLU_flex(float *dst, const float *x, const float *coef, krl_iir1_state *state, uint32_t u);
-KRL_API void KRL_blk_Liir1_shlLU_strict(float *dst, const float *x, const float *coef, krl_iir1_state *state,
+KRL_API void krl_blk_Liir1_shlLU_flex(float* dst, const float* x, const float* coef, krl_iir1_state* state, uint32_t u);
+KRL_API void KRL_blk_Liir1_shlLU_strict(float* dst, const float* x, const float* coef, krl_iir1_state* state,
                                         uint32_t u);
-KRL_API void KRL_blk_Liir1_shlLU_setup(krl_iir1_state *state);
-KRL_API void KRL_blk_Liir1_shlLU_set_coef(const float *coef);
+KRL_API void KRL_blk_Liir1_shlLU_setup(krl_iir1_state* state);
+KRL_API void KRL_blk_Liir1_shlLU_set_coef(const float* coef);
 
 /** dst[n] = fma(y[n], 2, other[n]) with y of blk_Liir1L over x. */
-KRL_API void krl_blk_Liir1_shl_addLL_flex(float *dst, const float *x, const float *other, const float *coef,
-                                          krl_iir1_state *state);
-KRL_API void KRL_blk_Liir1_shl_addLL_strict(float *dst, const float *x, const float *other, const float *coef,
-                                            krl_iir1_state *state);
-KRL_API void KRL_blk_Liir1_shl_addLL_setup(krl_iir1_state *state);
-KRL_API void KRL_blk_Liir1_shl_addLL_set_coef(const float *coef);
+KRL_API void krl_blk_Liir1_shl_addLL_flex(float* dst, const float* x, const float* other, const float* coef,
+                                          krl_iir1_state* state);
+KRL_API void KRL_blk_Liir1_shl_addLL_strict(float* dst, const float* x, const float* other, const float* coef,
+                                            krl_iir1_state* state);
+KRL_API void KRL_blk_Liir1_shl_addLL_setup(krl_iir1_state* state);
+KRL_API void KRL_blk_Liir1_shl_addLL_set_coef(const float* coef);
 
 typedef struct krl_iir1x_state {
     float x1;  /* x[n-1] */
@@ -71,10 +71,10 @@ typedef struct krl_iir1x_state {
 /** The first-order filter in double precision, for poles close to the unit circle: coefficients and x widened,
  * y[n] = fma(x[n], b0, fma(y[n-1], a1, x[n-1] * b1)), dst[n] = y[n] rounded to single.
  */
-KRL_API void krl_blk_Liir1xL_flex(float *dst, const float *x, const float *coef, krl_iir1x_state *state);
-KRL_API void KRL_blk_Liir1xL_strict(float *dst, const float *x, const float *coef, krl_iir1x_state *state);
-KRL_API void KRL_blk_Liir1xL_setup(krl_iir1x_state *state);
-KRL_API void KRL_blk_Liir1xL_set_coef(const float *coef);
+KRL_API void krl_blk_Liir1xL_flex(float* dst, const float* x, const float* coef, krl_iir1x_state* state);
+KRL_API void KRL_blk_Liir1xL_strict(float* dst, const float* x, const float* coef, krl_iir1x_state* state);
+KRL_API void KRL_blk_Liir1xL_setup(krl_iir1x_state* state);
+KRL_API void KRL_blk_Liir1xL_set_coef(const float* coef);
 
 /* ---- second-order section, direct form I ------------------------------------------------------------------------ */
 
@@ -90,10 +90,10 @@ typedef struct krl_iir2df1_state {
  *
  * y[n] = fma(b0, x[n], fma(a1, y[n-1], fma(b1, x[n-1], fma(b2, x[n-2], a2 * y[n-2])))), with a1 = a1/2 + a1/2.
  */
-KRL_API void krl_blk_Liir2df1L_flex(float *dst, const float *x, const float *coef, krl_iir2df1_state *state);
-KRL_API void KRL_blk_Liir2df1L_strict(float *dst, const float *x, const float *coef, krl_iir2df1_state *state);
-KRL_API void KRL_blk_Liir2df1L_setup(krl_iir2df1_state *state);
-KRL_API void KRL_blk_Liir2df1L_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2df1L_flex(float* dst, const float* x, const float* coef, krl_iir2df1_state* state);
+KRL_API void KRL_blk_Liir2df1L_strict(float* dst, const float* x, const float* coef, krl_iir2df1_state* state);
+KRL_API void KRL_blk_Liir2df1L_setup(krl_iir2df1_state* state);
+KRL_API void KRL_blk_Liir2df1L_set_coef(const float* coef);
 
 /* ---- second-order sections in state-space form ------------------------------------------------------------------ *
  *
@@ -114,72 +114,72 @@ typedef struct krl_iir2ss_state {
 } krl_iir2ss_state;
 
 /** Section ssv1. */
-KRL_API void krl_blk_Liir2ssv1L_flex(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1L_strict(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1L_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1L_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2ssv1L_flex(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1L_strict(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1L_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1L_set_coef(const float* coef);
 
 /** Section ssv1 under a second name. */
-KRL_API void krl_blk_Liir2ssv1efL_flex(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1efL_strict(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1efL_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1efL_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2ssv1efL_flex(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1efL_strict(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1efL_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1efL_set_coef(const float* coef);
 
 /** Section ssv1 over the 64 samples of x; dst[0..31] keeps its outputs at even n. */
-KRL_API void krl_blk_Liir2ssv1_dsmpL_flex(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1_dsmpL_strict(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1_dsmpL_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1_dsmpL_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2ssv1_dsmpL_flex(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1_dsmpL_strict(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1_dsmpL_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1_dsmpL_set_coef(const float* coef);
 
 /** Section ssv1 over the 32 samples of x with a zero inserted after each; dst holds 64 samples.
  *
  * The output at an inserted zero is 2 * (s0 + s1); the state moves on as for x = 0.
  */
-KRL_API void krl_blk_Liir2ssv1_usmpL_flex(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1_usmpL_strict(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1_usmpL_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv1_usmpL_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2ssv1_usmpL_flex(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1_usmpL_strict(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1_usmpL_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv1_usmpL_set_coef(const float* coef);
 
 /** Section ssv2. */
-KRL_API void krl_blk_Liir2ssv2L_flex(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv2L_strict(float *dst, const float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv2L_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv2L_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2ssv2L_flex(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv2L_strict(float* dst, const float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv2L_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv2L_set_coef(const float* coef);
 
 /** Section ssv2; y replaces x. */
-KRL_API void krl_blk_Liir2ssv2L_inplace_flex(float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv2L_inplace_strict(float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv2L_inplace_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv2L_inplace_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2ssv2L_inplace_flex(float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv2L_inplace_strict(float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv2L_inplace_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv2L_inplace_set_coef(const float* coef);
 
 /** Section ssv2 with y = 2^(u+1) * fma(-c0, x, s0).
  *
  * u is 0..126; for other u nothing outside the buffers is touched, but the factor is unspecified.
  */
-KRL_API void krl_blk_Liir2ssv2_shlLU_flex(float *dst, const float *x, const float *coef, krl_iir2ss_state *state,
+KRL_API void krl_blk_Liir2ssv2_shlLU_flex(float* dst, const float* x, const float* coef, krl_iir2ss_state* state,
                                           uint32_t u);
-KRL_API void KRL_blk_Liir2ssv2_shlLU_strict(float *dst, const float *x, const float *coef, krl_iir2ss_state *state,
+KRL_API void KRL_blk_Liir2ssv2_shlLU_strict(float* dst, const float* x, const float* coef, krl_iir2ss_state* state,
                                             uint32_t u);
-KRL_API void KRL_blk_Liir2ssv2_shlLU_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv2_shlLU_set_coef(const float *coef);
+KRL_API void KRL_blk_Liir2ssv2_shlLU_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv2_shlLU_set_coef(const float* coef);
 
 /** Section ssv3; y replaces x. */
-KRL_API void krl_blk_Liir2ssv3L_inplace_flex(float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv3L_inplace_strict(float *x, const float *coef, krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv3L_inplace_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv3L_inplace_set_coef(const float *coef);
+KRL_API void krl_blk_Liir2ssv3L_inplace_flex(float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv3L_inplace_strict(float* x, const float* coef, krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv3L_inplace_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv3L_inplace_set_coef(const float* coef);
 
 /** Section ssv3 in place on u independent signals: blocks[k] with states[k], one coefficient set for all.
  *
  * The blocks do not overlap each other and the records are distinct. The entry without a suffix takes blocks of any
  * alignment; _strict asks 32 bytes of each. _setup initialises one record.
  */
-KRL_API void KRL_blk_Liir2ssv3aLU_inplace(float *const *blocks, const float *coef, krl_iir2ss_state *const *states,
+KRL_API void KRL_blk_Liir2ssv3aLU_inplace(float* const* blocks, const float* coef, krl_iir2ss_state* const* states,
                                           uint32_t u);
-KRL_API void KRL_blk_Liir2ssv3aLU_inplace_strict(float *const *blocks, const float *coef,
-                                                 krl_iir2ss_state *const *states, uint32_t u);
-KRL_API void KRL_blk_Liir2ssv3aLU_inplace_setup(krl_iir2ss_state *state);
-KRL_API void KRL_blk_Liir2ssv3aLU_inplace_set_coef(const float *coef);
+KRL_API void KRL_blk_Liir2ssv3aLU_inplace_strict(float* const* blocks, const float* coef,
+                                                 krl_iir2ss_state* const* states, uint32_t u);
+KRL_API void KRL_blk_Liir2ssv3aLU_inplace_setup(krl_iir2ss_state* state);
+KRL_API void KRL_blk_Liir2ssv3aLU_inplace_set_coef(const float* coef);
 
 /* ---- transversal filters ---------------------------------------------------------------------------------------- */
 
@@ -188,10 +188,10 @@ typedef struct krl_fir2_state {
 } krl_fir2_state;
 
 /** Coefficients h0, h1: y[n] = fma(h0, x[n], h1 * x[n-1]). _setup zeroes the state. */
-KRL_API void krl_blk_Lfir2L_flex(float *dst, const float *x, const float *coef, krl_fir2_state *state);
-KRL_API void KRL_blk_Lfir2L_strict(float *dst, const float *x, const float *coef, krl_fir2_state *state);
-KRL_API void KRL_blk_Lfir2L_setup(krl_fir2_state *state);
-KRL_API void KRL_blk_Lfir2L_set_coef(const float *coef);
+KRL_API void krl_blk_Lfir2L_flex(float* dst, const float* x, const float* coef, krl_fir2_state* state);
+KRL_API void KRL_blk_Lfir2L_strict(float* dst, const float* x, const float* coef, krl_fir2_state* state);
+KRL_API void KRL_blk_Lfir2L_setup(krl_fir2_state* state);
+KRL_API void KRL_blk_Lfir2L_set_coef(const float* coef);
 
 typedef struct krl_fir3_state {
     float x1; /* x[n-1] */
@@ -199,10 +199,10 @@ typedef struct krl_fir3_state {
 } krl_fir3_state;
 
 /** Coefficients h0, h1, h2: y[n] = fma(h0, x[n], fma(h1, x[n-1], h2 * x[n-2])). _setup zeroes the state. */
-KRL_API void krl_blk_Lfir3L_flex(float *dst, const float *x, const float *coef, krl_fir3_state *state);
-KRL_API void KRL_blk_Lfir3L_strict(float *dst, const float *x, const float *coef, krl_fir3_state *state);
-KRL_API void KRL_blk_Lfir3L_setup(krl_fir3_state *state);
-KRL_API void KRL_blk_Lfir3L_set_coef(const float *coef);
+KRL_API void krl_blk_Lfir3L_flex(float* dst, const float* x, const float* coef, krl_fir3_state* state);
+KRL_API void KRL_blk_Lfir3L_strict(float* dst, const float* x, const float* coef, krl_fir3_state* state);
+KRL_API void KRL_blk_Lfir3L_setup(krl_fir3_state* state);
+KRL_API void KRL_blk_Lfir3L_set_coef(const float* coef);
 
 /** Coefficients h[0..u-1]: y[n] = sum over k < u of h[k] * x[n-k].
  *
@@ -211,10 +211,10 @@ KRL_API void KRL_blk_Lfir3L_set_coef(const float *coef);
  * in the order of k mod 8, then k; the two sums are added last. The error is below (u / 2 + 2) * 2^-24 times
  * the sum of |h[k] * x[n-k]|.
  */
-KRL_API void krl_blk_LfirUL_flex(float *dst, const float *x, uint32_t u, const float *coef, float *state);
-KRL_API void KRL_blk_LfirUL_strict(float *dst, const float *x, uint32_t u, const float *coef, float *state);
-KRL_API void KRL_blk_LfirUL_setup(float *state, uint32_t u);
-KRL_API void KRL_blk_LfirUL_set_coef(const float *coef);
+KRL_API void krl_blk_LfirUL_flex(float* dst, const float* x, uint32_t u, const float* coef, float* state);
+KRL_API void KRL_blk_LfirUL_strict(float* dst, const float* x, uint32_t u, const float* coef, float* state);
+KRL_API void KRL_blk_LfirUL_setup(float* state, uint32_t u);
+KRL_API void KRL_blk_LfirUL_set_coef(const float* coef);
 
 /* ---- envelope followers ----------------------------------------------------------------------------------------- */
 
@@ -229,21 +229,21 @@ typedef struct krl_envelope_state {
  * Coefficients k0, k1 in [0, 1]; 1 - k is formed in single precision. A rising input follows the larger coefficient, a
  * falling one the smaller: attack and decay without a branch. Feed it magnitudes. _setup sets e to 0.
  */
-KRL_API void krl_blk_Lattack_decay_iir1L_flex(float *dst, const float *x, const float *coef, krl_envelope_state *state);
-KRL_API void KRL_blk_Lattack_decay_iir1L_strict(float *dst, const float *x, const float *coef,
-                                                krl_envelope_state *state);
-KRL_API void KRL_blk_Lattack_decay_iir1L_setup(krl_envelope_state *state);
-KRL_API void KRL_blk_Lattack_decay_iir1L_set_coef(const float *coef);
+KRL_API void krl_blk_Lattack_decay_iir1L_flex(float* dst, const float* x, const float* coef, krl_envelope_state* state);
+KRL_API void KRL_blk_Lattack_decay_iir1L_strict(float* dst, const float* x, const float* coef,
+                                                krl_envelope_state* state);
+KRL_API void KRL_blk_Lattack_decay_iir1L_setup(krl_envelope_state* state);
+KRL_API void KRL_blk_Lattack_decay_iir1L_set_coef(const float* coef);
 
 /** blk_Lattack_decay_iir1L with a floor: coefficients k0, k1, kp; after the two updates e = maxNum(e, x * kp), in
  * double, so that the envelope never lies below kp times the input.
  */
-KRL_API void krl_blk_Lattack_decay_peak_iir1L_flex(float *dst, const float *x, const float *coef,
-                                                   krl_envelope_state *state);
-KRL_API void KRL_blk_Lattack_decay_peak_iir1L_strict(float *dst, const float *x, const float *coef,
-                                                     krl_envelope_state *state);
-KRL_API void KRL_blk_Lattack_decay_peak_iir1L_setup(krl_envelope_state *state);
-KRL_API void KRL_blk_Lattack_decay_peak_iir1L_set_coef(const float *coef);
+KRL_API void krl_blk_Lattack_decay_peak_iir1L_flex(float* dst, const float* x, const float* coef,
+                                                   krl_envelope_state* state);
+KRL_API void KRL_blk_Lattack_decay_peak_iir1L_strict(float* dst, const float* x, const float* coef,
+                                                     krl_envelope_state* state);
+KRL_API void KRL_blk_Lattack_decay_peak_iir1L_setup(krl_envelope_state* state);
+KRL_API void KRL_blk_Lattack_decay_peak_iir1L_set_coef(const float* coef);
 
 /* ---- integrator and reciprocal ---------------------------------------------------------------------------------- */
 
@@ -252,10 +252,10 @@ typedef struct krl_integrator_state {
 } krl_integrator_state;
 
 /** acc = minNum(maxNum(acc + x[n], lo), hi), dst[n] = acc. Coefficients hi, lo, in this order. _setup sets acc to 0. */
-KRL_API void krl_blk_LintegrateL_flex(float *dst, const float *x, const float *coef, krl_integrator_state *state);
-KRL_API void KRL_blk_LintegrateL_strict(float *dst, const float *x, const float *coef, krl_integrator_state *state);
-KRL_API void KRL_blk_LintegrateL_setup(krl_integrator_state *state);
-KRL_API void KRL_blk_LintegrateL_set_coef(const float *coef);
+KRL_API void krl_blk_LintegrateL_flex(float* dst, const float* x, const float* coef, krl_integrator_state* state);
+KRL_API void KRL_blk_LintegrateL_strict(float* dst, const float* x, const float* coef, krl_integrator_state* state);
+KRL_API void KRL_blk_LintegrateL_setup(krl_integrator_state* state);
+KRL_API void KRL_blk_LintegrateL_set_coef(const float* coef);
 
 typedef struct krl_reciprocal_state {
     float r;
@@ -268,9 +268,9 @@ typedef struct krl_reciprocal_state {
  * The clamp keeps a step from shrinking r by more than half. u is 0..127; for other u nothing outside the buffers is
  * touched, but the result is unspecified. _setup sets r to 2^-u. A NaN sample halves r.
  */
-KRL_API void krl_blk_LnrrecipLU_flex(float *dst, const float *x, uint32_t u, krl_reciprocal_state *state);
-KRL_API void KRL_blk_LnrrecipLU_strict(float *dst, const float *x, uint32_t u, krl_reciprocal_state *state);
-KRL_API void KRL_blk_LnrrecipLU_setup(krl_reciprocal_state *state, uint32_t u);
+KRL_API void krl_blk_LnrrecipLU_flex(float* dst, const float* x, uint32_t u, krl_reciprocal_state* state);
+KRL_API void KRL_blk_LnrrecipLU_strict(float* dst, const float* x, uint32_t u, krl_reciprocal_state* state);
+KRL_API void KRL_blk_LnrrecipLU_setup(krl_reciprocal_state* state, uint32_t u);
 
 /* ---- crossfade gain --------------------------------------------------------------------------------------------- */
 
@@ -286,11 +286,11 @@ typedef struct krl_crossfade_state {
  * of running past it (a window of no entries counts as zeros), so nothing outside the window is read. _setup sets pos
  * to 0 and keeps len; the window is not kept, it comes with each call.
  */
-KRL_API void krl_blk_Lcrossfade_gainLS_flex(float *dst, krl_crossfade_state *state, const float *x, const float *window,
+KRL_API void krl_blk_Lcrossfade_gainLS_flex(float* dst, krl_crossfade_state* state, const float* x, const float* window,
                                             float a, float b);
-KRL_API void KRL_blk_Lcrossfade_gainLS_strict(float *dst, krl_crossfade_state *state, const float *x,
-                                              const float *window, float a, float b);
-KRL_API void KRL_blk_Lcrossfade_gainLS_setup(krl_crossfade_state *state, const float *window, uint32_t len);
+KRL_API void KRL_blk_Lcrossfade_gainLS_strict(float* dst, krl_crossfade_state* state, const float* x,
+                                              const float* window, float a, float b);
+KRL_API void KRL_blk_Lcrossfade_gainLS_setup(krl_crossfade_state* state, const float* window, uint32_t len);
 
 /* ---- delay line ------------------------------------------------------------------------------------------------- *
  *
@@ -301,27 +301,28 @@ KRL_API void KRL_blk_Lcrossfade_gainLS_setup(krl_crossfade_state *state, const f
 typedef struct krl_delay_state {
     uint32_t pos; /* where the newest block starts in the ring */
     uint32_t len; /* samples in the ring */
-    float *buf;   /* len + 32 samples, owned by the caller */
+    float* buf;   /* len + 32 samples, owned by the caller */
 } krl_delay_state;
 
 /** len = max_delay rounded up to a multiple of 32, plus 32; pos = 0. buf holds len + 32 floats and is not touched:
- * clear it with blk_delay_clear where silence has to precede the first block. max_delay above 2^32 - 64 counts as 2^32 - 64.
+ * clear it with blk_delay_clear where silence has to precede the first block. max_delay above 2^32 - 64 counts as 2^32
+ * - 64.
  */
-KRL_API void krl_blk_delay_setup_flex(krl_delay_state *state, float *buf, uint32_t max_delay);
-KRL_API void KRL_blk_delay_setup_strict(krl_delay_state *state, float *buf, uint32_t max_delay);
+KRL_API void krl_blk_delay_setup_flex(krl_delay_state* state, float* buf, uint32_t max_delay);
+KRL_API void KRL_blk_delay_setup_strict(krl_delay_state* state, float* buf, uint32_t max_delay);
 
 /** Writes one block of 32 samples into the line. */
-KRL_API void krl_blk_delayL_flex(krl_delay_state *state, const float *x);
-KRL_API void KRL_blk_delayL_strict(krl_delay_state *state, const float *x);
+KRL_API void krl_blk_delayL_flex(krl_delay_state* state, const float* x);
+KRL_API void KRL_blk_delayL_strict(krl_delay_state* state, const float* x);
 
 /** Reads 32 samples, d samples late: d = 0 is the block written last, d = 32 the one before. d <= len - 32 reaches what
  * was written; at larger d the newest block stands in the place of the oldest samples, and d above len counts as len.
  */
-KRL_API void krl_blk_LdelayU_flex(const krl_delay_state *state, float *dst, uint32_t d);
-KRL_API void KRL_blk_LdelayU_strict(const krl_delay_state *state, float *dst, uint32_t d);
+KRL_API void krl_blk_LdelayU_flex(const krl_delay_state* state, float* dst, uint32_t d);
+KRL_API void KRL_blk_LdelayU_strict(const krl_delay_state* state, float* dst, uint32_t d);
 
 /** Where blk_LdelayU would read: 32 samples, valid until the next write. */
-KRL_API const float *KRL_blk_refLdelayU(const krl_delay_state *state, uint32_t d);
+KRL_API const float* KRL_blk_refLdelayU(const krl_delay_state* state, uint32_t d);
 
 /** Zeroes backwards: the n samples before end, or those from buf to end when there are fewer.
  *
@@ -329,8 +330,8 @@ KRL_API const float *KRL_blk_refLdelayU(const krl_delay_state *state, uint32_t d
  * buf. Returns end - n, the end for the next call, or null when n reached in front of buf: a long line can be cleared
  * in pieces. n = len + 32 from a null end clears the whole line and returns buf.
  */
-KRL_API float *krl_blk_delay_clear_flex(krl_delay_state *state, float *end, uint32_t n);
-KRL_API float *KRL_blk_delay_clear_strict(krl_delay_state *state, float *end, uint32_t n);
+KRL_API float* krl_blk_delay_clear_flex(krl_delay_state* state, float* end, uint32_t n);
+KRL_API float* KRL_blk_delay_clear_strict(krl_delay_state* state, float* end, uint32_t n);
 
 KRL_END_DECLS
 

@@ -29,60 +29,60 @@ KRL_BEGIN_DECLS
 /* ---- sums and copies --------------------------------------------------------------------------------------------- */
 
 /** d[k] = a[k] + b[k], k = 0..n-1. */
-KRL_API void krl_CLaddCLCLU_flex(float *d, const float *a, const float *b, uint32_t n);
-KRL_API void KRL_CLaddCLCLU_strict(float *d, const float *a, const float *b, uint32_t n);
+KRL_API void krl_CLaddCLCLU_flex(float* d, const float* a, const float* b, uint32_t n);
+KRL_API void KRL_CLaddCLCLU_strict(float* d, const float* a, const float* b, uint32_t n);
 
 /** d[k] = a[k] - b[k], k = 0..n-1. */
-KRL_API void krl_CLsubCLCLU_flex(float *d, const float *a, const float *b, uint32_t n);
-KRL_API void KRL_CLsubCLCLU_strict(float *d, const float *a, const float *b, uint32_t n);
+KRL_API void krl_CLsubCLCLU_flex(float* d, const float* a, const float* b, uint32_t n);
+KRL_API void KRL_CLsubCLCLU_strict(float* d, const float* a, const float* b, uint32_t n);
 
 /** d[k] = a[k], k = 0..n-1: 8n bytes, any overlap. The entries are the same function. */
-KRL_API void krl_CLcopyCLU_flex(float *d, const float *a, uint32_t n);
-KRL_API void KRL_CLcopyCLU_strict(float *d, const float *a, uint32_t n);
+KRL_API void krl_CLcopyCLU_flex(float* d, const float* a, uint32_t n);
+KRL_API void KRL_CLcopyCLU_strict(float* d, const float* a, uint32_t n);
 
 /** d[k] = 0, k = 0..n-1: 8n zero bytes. The entries are the same function. */
-KRL_API void krl_CLzeroCLU_flex(float *d, uint32_t n);
-KRL_API void KRL_CLzeroCLU_strict(float *d, uint32_t n);
+KRL_API void krl_CLzeroCLU_flex(float* d, uint32_t n);
+KRL_API void KRL_CLzeroCLU_strict(float* d, uint32_t n);
 
 /* ---- products ---------------------------------------------------------------------------------------------------- */
 
 /** d[k] = g * a[k], k = 0..n-1, g real. */
-KRL_API void krl_CLmpyCLSU_flex(float *d, const float *a, float g, uint32_t n);
-KRL_API void KRL_CLmpyCLSU_strict(float *d, const float *a, float g, uint32_t n);
+KRL_API void krl_CLmpyCLSU_flex(float* d, const float* a, float g, uint32_t n);
+KRL_API void KRL_CLmpyCLSU_strict(float* d, const float* a, float g, uint32_t n);
 
 /** d[k] = v[k] * a[k], k = 0..n-1, v a real vector of n floats. */
-KRL_API void krl_CLmpyCLVSU_flex(float *d, const float *a, const float *v, uint32_t n);
-KRL_API void KRL_CLmpyCLVSU_strict(float *d, const float *a, const float *v, uint32_t n);
+KRL_API void krl_CLmpyCLVSU_flex(float* d, const float* a, const float* v, uint32_t n);
+KRL_API void KRL_CLmpyCLVSU_strict(float* d, const float* a, const float* v, uint32_t n);
 
 /** d[k] = a[k] * b[k], k = 0..n-1.
  *
  * im = a.re b.im + [a.im b.re]. _flex: re = a.re b.re - [a.im b.im]; _strict: re = [a.re b.re] - a.im b.im. The real
  * parts of the entries can differ in the last bit.
  */
-KRL_API void krl_CLmpyCLCSU_flex(float *d, const float *a, const float *b, uint32_t n);
-KRL_API void KRL_CLmpyCLCSU_strict(float *d, const float *a, const float *b, uint32_t n);
+KRL_API void krl_CLmpyCLCSU_flex(float* d, const float* a, const float* b, uint32_t n);
+KRL_API void KRL_CLmpyCLCSU_strict(float* d, const float* a, const float* b, uint32_t n);
 
 /** acc[k] += a[k] * b[k], k = 0..n-1.
  *
  * re = (acc.re + a.re b.re) - a.im b.im: two fused steps; im = (a.re b.im + [a.im b.re]) + acc.im.
  */
-KRL_API void krl_CLmacCLCLU_flex(float *acc, const float *a, const float *b, uint32_t n);
-KRL_API void KRL_CLmacCLCLU_strict(float *acc, const float *a, const float *b, uint32_t n);
+KRL_API void krl_CLmacCLCLU_flex(float* acc, const float* a, const float* b, uint32_t n);
+KRL_API void KRL_CLmacCLCLU_strict(float* acc, const float* a, const float* b, uint32_t n);
 
 /** acc[k] += g * a[k], k = 0..n-1, g real; one fused step. */
-KRL_API void krl_CLmacCLLU_flex(float *acc, const float *a, float g, uint32_t n);
-KRL_API void KRL_CLmacCLLU_strict(float *acc, const float *a, float g, uint32_t n);
+KRL_API void krl_CLmacCLLU_flex(float* acc, const float* a, float g, uint32_t n);
+KRL_API void KRL_CLmacCLLU_strict(float* acc, const float* a, float g, uint32_t n);
 
 /** d[k] = a' * conj(b') with a' = 2^e a[k], b' = 2^e b[k], k = 0..n-1; the result carries 2^(2e).
  *
  * re = a'.re b'.re + [a'.im b'.im], im = a'.im b'.re - [a'.re b'.im].
  */
-KRL_API void krl_cvec_Lmpy_conjLLIU_flex(float *d, const float *a, const float *b, int32_t e, uint32_t n);
-KRL_API void KRL_cvec_Lmpy_conjLLIU_strict(float *d, const float *a, const float *b, int32_t e, uint32_t n);
+KRL_API void krl_cvec_Lmpy_conjLLIU_flex(float* d, const float* a, const float* b, int32_t e, uint32_t n);
+KRL_API void KRL_cvec_Lmpy_conjLLIU_strict(float* d, const float* a, const float* b, int32_t e, uint32_t n);
 
 /** v[k] = a'.re a'.re + [a'.im a'.im] with a' = 2^e a[k], k = 0..n-1; v is a real vector of n floats. */
-KRL_API void krl_VLsquaredmagCLIU_flex(float *v, const float *a, int32_t e, uint32_t n);
-KRL_API void KRL_VLsquaredmagCLIU_strict(float *v, const float *a, int32_t e, uint32_t n);
+KRL_API void krl_VLsquaredmagCLIU_flex(float* v, const float* a, int32_t e, uint32_t n);
+KRL_API void KRL_VLsquaredmagCLIU_strict(float* v, const float* a, int32_t e, uint32_t n);
 
 /* ---- mixes ------------------------------------------------------------------------------------------------------- *
  *
@@ -93,26 +93,26 @@ KRL_API void KRL_VLsquaredmagCLIU_strict(float *v, const float *a, int32_t e, ui
  */
 
 /** d[k] = [ga a[k]] + gb b[k], k = 0..n-1. */
-KRL_API void krl_CLmixCLCLSSU_flex(float *d, const float *a, const float *b, float ga, float gb, uint32_t n);
-KRL_API void KRL_CLmixCLCLSSU_strict(float *d, const float *a, const float *b, float ga, float gb, uint32_t n);
+KRL_API void krl_CLmixCLCLSSU_flex(float* d, const float* a, const float* b, float ga, float gb, uint32_t n);
+KRL_API void KRL_CLmixCLCLSSU_strict(float* d, const float* a, const float* b, float ga, float gb, uint32_t n);
 
 /** d[k] = sum over j = 0..3 of c[j] in_j[k], k = 0..n-1. */
-KRL_API void krl_CLmix4CL4SU_flex(float *d, const float *in, const float *c, uint32_t n);
-KRL_API void KRL_CLmix4CL4SU_strict(float *d, const float *in, const float *c, uint32_t n);
+KRL_API void krl_CLmix4CL4SU_flex(float* d, const float* in, const float* c, uint32_t n);
+KRL_API void KRL_CLmix4CL4SU_strict(float* d, const float* in, const float* c, uint32_t n);
 
 /** d0[k] = sum over j = 0..3 of c[j] in_j[k], d1[k] = sum of c[4+j] in_j[k], k = 0..n-1. */
-KRL_API void krl_CLCLmix4CL8SU_flex(float *d0, float *d1, const float *in, const float *c, uint32_t n);
-KRL_API void KRL_CLCLmix4CL8SU_strict(float *d0, float *d1, const float *in, const float *c, uint32_t n);
+KRL_API void krl_CLCLmix4CL8SU_flex(float* d0, float* d1, const float* in, const float* c, uint32_t n);
+KRL_API void KRL_CLCLmix4CL8SU_strict(float* d0, float* d1, const float* in, const float* c, uint32_t n);
 
 /** d0[k] = sum over j = 0..5 of c[j] in_j[k], d1[k] = sum of c[6+j] in_j[k], k = 0..n-1. */
-KRL_API void krl_CLCLmix6CL12SU_flex(float *d0, float *d1, const float *in, const float *c, uint32_t n);
-KRL_API void KRL_CLCLmix6CL12SU_strict(float *d0, float *d1, const float *in, const float *c, uint32_t n);
+KRL_API void krl_CLCLmix6CL12SU_flex(float* d0, float* d1, const float* in, const float* c, uint32_t n);
+KRL_API void KRL_CLCLmix6CL12SU_strict(float* d0, float* d1, const float* in, const float* c, uint32_t n);
 
 /** d0[k] = sum over j = 0..6 of c[j] in_j[k], d1[k] = sum of c[7+j] in_j[k], k = 0..n-1. The first four terms are those
  * of CLmix4CL4SU, the last three add to its result.
  */
-KRL_API void krl_CLCLmix7CL14SU_flex(float *d0, float *d1, const float *in, const float *c, uint32_t n);
-KRL_API void KRL_CLCLmix7CL14SU_strict(float *d0, float *d1, const float *in, const float *c, uint32_t n);
+KRL_API void krl_CLCLmix7CL14SU_flex(float* d0, float* d1, const float* in, const float* c, uint32_t n);
+KRL_API void KRL_CLCLmix7CL14SU_strict(float* d0, float* d1, const float* in, const float* c, uint32_t n);
 
 /** Reserved words, both 0. No operation reads them. */
 KRL_API extern const uint32_t krl_clclmix5cl10csu_c;
@@ -121,20 +121,20 @@ KRL_API extern const uint32_t krl_clclmix5cl10csu_order_coef_c;
 /* ---- powers of two ----------------------------------------------------------------------------------------------- */
 
 /** d[k] = 2^s a[k], k = 0..n-1, s 0..127. s = 0 copies the bits, and does nothing when d is a. */
-KRL_API void krl_CLshlCLUU_flex(float *d, const float *a, uint32_t s, uint32_t n);
-KRL_API void KRL_CLshlCLUU_strict(float *d, const float *a, uint32_t s, uint32_t n);
+KRL_API void krl_CLshlCLUU_flex(float* d, const float* a, uint32_t s, uint32_t n);
+KRL_API void KRL_CLshlCLUU_strict(float* d, const float* a, uint32_t s, uint32_t n);
 
 /** d[k] = 2^-s a[k], k = 0..n-1, s 0..126. s = 0 copies the bits, and does nothing when d is a. */
-KRL_API void krl_CLshrCLUU_flex(float *d, const float *a, uint32_t s, uint32_t n);
-KRL_API void KRL_CLshrCLUU_strict(float *d, const float *a, uint32_t s, uint32_t n);
+KRL_API void krl_CLshrCLUU_flex(float* d, const float* a, uint32_t s, uint32_t n);
+KRL_API void KRL_CLshrCLUU_strict(float* d, const float* a, uint32_t s, uint32_t n);
 
 /** d[k] = f a[k], k = 0..n-1, with f = g * 2^e rounded to single. */
-KRL_API void krl_CLmpy_shlCLSIU_flex(float *d, const float *a, float g, int32_t e, uint32_t n);
-KRL_API void KRL_CLmpy_shlCLSIU_strict(float *d, const float *a, float g, int32_t e, uint32_t n);
+KRL_API void krl_CLmpy_shlCLSIU_flex(float* d, const float* a, float g, int32_t e, uint32_t n);
+KRL_API void KRL_CLmpy_shlCLSIU_strict(float* d, const float* a, float g, int32_t e, uint32_t n);
 
 /** a[k] = f a[k], k = 0..n-1, with f = g * 2^e rounded to single. */
-KRL_API void krl_CLmpy_shlCLSIU_inplace_flex(float *a, float g, int32_t e, uint32_t n);
-KRL_API void KRL_CLmpy_shlCLSIU_inplace_strict(float *a, float g, int32_t e, uint32_t n);
+KRL_API void krl_CLmpy_shlCLSIU_inplace_flex(float* a, float g, int32_t e, uint32_t n);
+KRL_API void KRL_CLmpy_shlCLSIU_inplace_strict(float* a, float g, int32_t e, uint32_t n);
 
 /* ---- division ---------------------------------------------------------------------------------------------------- *
  *
@@ -145,19 +145,19 @@ KRL_API void KRL_CLmpy_shlCLSIU_inplace_strict(float *a, float g, int32_t e, uin
  */
 
 /** d[k] = 2^-s / a[k], k = 0..n-1, s 0..126: numerators [f a.re] and [-f a.im] with f = 2^-s. */
-KRL_API void krl_CLrecipCLUU_flex(float *d, const float *a, uint32_t s, uint32_t n);
-KRL_API void KRL_CLrecipCLUU_strict(float *d, const float *a, uint32_t s, uint32_t n);
+KRL_API void krl_CLrecipCLUU_flex(float* d, const float* a, uint32_t s, uint32_t n);
+KRL_API void KRL_CLrecipCLUU_strict(float* d, const float* a, uint32_t s, uint32_t n);
 
 /** d[k] = f / a[k], k = 0..n-1, with f = g * 2^e rounded to single: numerators [f a.re] and [-f a.im]. */
-KRL_API void krl_CLmpy_recipCLLIU_flex(float *d, const float *a, float g, int32_t e, uint32_t n);
-KRL_API void KRL_CLmpy_recipCLLIU_strict(float *d, const float *a, float g, int32_t e, uint32_t n);
+KRL_API void krl_CLmpy_recipCLLIU_flex(float* d, const float* a, float g, int32_t e, uint32_t n);
+KRL_API void KRL_CLmpy_recipCLLIU_strict(float* d, const float* a, float g, int32_t e, uint32_t n);
 
 /** d[k] = a[k] / b[k], k = 0..n-1: numerators a.re b.re + [a.im b.im] and a.im b.re - [a.re b.im].
  *
  * A sample over itself is 1 plus an imaginary part of at most one rounding error of a.re b.im over m.
  */
-KRL_API void krl_CLdivCLCLU_flex(float *d, const float *a, const float *b, uint32_t n);
-KRL_API void KRL_CLdivCLCLU_strict(float *d, const float *a, const float *b, uint32_t n);
+KRL_API void krl_CLdivCLCLU_flex(float* d, const float* a, const float* b, uint32_t n);
+KRL_API void KRL_CLdivCLCLU_strict(float* d, const float* a, const float* b, uint32_t n);
 
 KRL_END_DECLS
 

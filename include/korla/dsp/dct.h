@@ -35,8 +35,9 @@ KRL_BEGIN_DECLS
 
 /** Lengths with all seven forms. */
 #define KRL_DCT_TWIDDLE_LENGTHS(X)                                                                                     \
-    X(4) X(8) X(12) X(15) X(16) X(24) X(30) X(32) X(36) X(45) X(48) X(60) X(64) X(72) X(90) X(96) X(120) X(128) X(144) \
-    X(180) X(192) X(240) X(256) X(288) X(320) X(360) X(384) X(480) X(512) X(576) X(720) X(768) X(960) X(1024)
+    X(4)                                                                                                               \
+    X(8) X(12) X(15) X(16) X(24) X(30) X(32) X(36) X(45) X(48) X(60) X(64) X(72) X(90) X(96) X(120) X(128) X(144)      \
+        X(180) X(192) X(240) X(256) X(288) X(320) X(360) X(384) X(480) X(512) X(576) X(720) X(768) X(960) X(1024)
 /** Lengths with the _1_L, _rev_L and _rev_1_L forms: all. */
 #define KRL_DCT_TWIDDLE_LENGTHS_ALL(X) X(2) KRL_DCT_TWIDDLE_LENGTHS(X) X(640)
 /** Lengths with the plain, _1 and _2 forms. */
@@ -67,25 +68,25 @@ KRL_DCT_TWIDDLE_LENGTHS_COSINE(KRL_DCT_DECLARE_TWIDDLES_COSINE)
  */
 
 /** out[k] = (1/N) * sum over m = 0..N-1 of in[m] * cos(pi (2m + 1) k / (2N)), k = 0..N-1. */
-KRL_API void krl_dctII_scaled(const krl_fft_pair *pair, const float *table, float *out, float *in, uint32_t N);
+KRL_API void krl_dctII_scaled(const krl_fft_pair* pair, const float* table, float* out, float* in, uint32_t N);
 
 /** The same sum without the factor 1/N; the scaled result is exactly 1/N times this one up to rounding. */
-KRL_API void krl_dctII_unscaled(const krl_fft_pair *pair, const float *table, float *out, float *in, uint32_t N);
+KRL_API void krl_dctII_unscaled(const krl_fft_pair* pair, const float* table, float* out, float* in, uint32_t N);
 
 /** out[m] = (1/N) * sum over k = 0..N-1 of in[k] * cos(pi (2m + 1) k / (2N)), m = 0..N-1.
  *
  * in[0] has the same weight as the other coefficients: this is the transpose of the scaled DCT-II. To invert the
  * unscaled DCT-II, halve in[0] and double the result.
  */
-KRL_API void krl_dctIII_scaled(const krl_fft_pair *pair, const float *table, float *out, float *in, uint32_t N);
+KRL_API void krl_dctIII_scaled(const krl_fft_pair* pair, const float* table, float* out, float* in, uint32_t N);
 
 /** In-place forms: data, N floats, becomes its transform. N at most 2048; a greater N is refused.
  *
  * They copy data to 8 KiB of stack and transform from there.
  */
-KRL_API void _krl_ldct2_scaled_iplu(const krl_fft_pair *pair, const float *table, float *data, uint32_t N);
-KRL_API void _krl_ldct2_unscaled_iplu(const krl_fft_pair *pair, const float *table, float *data, uint32_t N);
-KRL_API void _krl_ldct3_scaled_iplu(const krl_fft_pair *pair, const float *table, float *data, uint32_t N);
+KRL_API void _krl_ldct2_scaled_iplu(const krl_fft_pair* pair, const float* table, float* data, uint32_t N);
+KRL_API void _krl_ldct2_unscaled_iplu(const krl_fft_pair* pair, const float* table, float* data, uint32_t N);
+KRL_API void _krl_ldct3_scaled_iplu(const krl_fft_pair* pair, const float* table, float* data, uint32_t N);
 
 /* ---- DCT-IV steps -------------------------------------------------------------------------------------------------
  *
@@ -97,23 +98,23 @@ KRL_API void _krl_ldct3_scaled_iplu(const krl_fft_pair *pair, const float *table
  *
  * out: N complex samples. w: 2N floats; with w[m] = sin(pi (2m + 1) / (8N)) the factor is exp(-j pi (4k + 1) / (8N)).
  */
-KRL_API void krl_dct4_premodulation(float *out, const float *w, const float *a, const float *b, uint32_t N);
+KRL_API void krl_dct4_premodulation(float* out, const float* w, const float* a, const float* b, uint32_t N);
 
 /** out[2k] = G (Re z[k] c[k] + Im z[k] s[k]), out[2N-1-2k] = G (Re z[k] s[k] - Im z[k] c[k]), k = 0..N-1, with G = 1.
  *
  * out: 2N floats. z: N complex samples. s, c: N floats with s[0] = 0 and c[0] = 1; when N is not a multiple of 4 these
  * two entries are not read as given but taken for 0 and 1.
  */
-KRL_API void krl_dct4_postmodulation_shl0(float *out, const float *z, const float *s, const float *c, uint32_t N);
+KRL_API void krl_dct4_postmodulation_shl0(float* out, const float* z, const float* s, const float* c, uint32_t N);
 
 /** As krl_dct4_postmodulation_shl0, with G = 2. */
-KRL_API void krl_dct4_postmodulation_shl1(float *out, const float *z, const float *s, const float *c, uint32_t N);
+KRL_API void krl_dct4_postmodulation_shl1(float* out, const float* z, const float* s, const float* c, uint32_t N);
 
 /** As krl_dct4_postmodulation_shl0, with G = 4. */
-KRL_API void krl_dct4_postmodulation_shl2(float *out, const float *z, const float *s, const float *c, uint32_t N);
+KRL_API void krl_dct4_postmodulation_shl2(float* out, const float* z, const float* s, const float* c, uint32_t N);
 
 /** As krl_dct4_postmodulation_shl0, with G = 2^shift exactly, shift = -126..127. */
-KRL_API void krl_dct4_postmodulation_shl(float *out, const float *z, const float *s, const float *c, int32_t shift,
+KRL_API void krl_dct4_postmodulation_shl(float* out, const float* z, const float* s, const float* c, int32_t shift,
                                          uint32_t N);
 
 KRL_END_DECLS

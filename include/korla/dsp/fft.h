@@ -40,8 +40,9 @@ KRL_BEGIN_DECLS
 #define KRL_FFT_POWERS_OF_TWO(X) KRL_FFT_ENTRY_POWERS_OF_TWO(X) X(4096)
 /** Mixed lengths; all have radix-4 kernels and per-length entries. */
 #define KRL_FFT_MIXED_LENGTHS(X)                                                                                       \
-    X(6) X(12) X(15) X(20) X(24) X(30) X(36) X(40) X(45) X(48) X(60) X(72) X(80) X(90) X(96) X(120) X(144) X(160)      \
-    X(180) X(192) X(240) X(288) X(320) X(360) X(384) X(480) X(576) X(640) X(720) X(768) X(960)
+    X(6)                                                                                                               \
+    X(12) X(15) X(20) X(24) X(30) X(36) X(40) X(45) X(48) X(60) X(72) X(80) X(90) X(96) X(120) X(144) X(160) X(180)    \
+        X(192) X(240) X(288) X(320) X(360) X(384) X(480) X(576) X(640) X(720) X(768) X(960)
 /** Lengths that have radix-8 kernels: powers of two, mixed. */
 #define KRL_FFT_RADIX8_POWERS_OF_TWO(X) X(64) X(128) X(256) X(512) X(1024) X(2048) X(4096)
 #define KRL_FFT_RADIX8_MIXED_LENGTHS(X) X(144) X(192) X(240) X(320) X(384) X(576) X(720) X(768) X(960)
@@ -66,13 +67,13 @@ KRL_BEGIN_DECLS
  * The radix-8 family gives the same transforms as the radix-4 family with full-precision twiddle factors at every
  * length; callers prefer it where it exists.
  */
-typedef void krl_fft_kernel(float *out, float *in, uint32_t n);
+typedef void krl_fft_kernel(float* out, float* in, uint32_t n);
 
 #define KRL_FFT_DECLARE_KERNELS(radix, N)                                                                              \
-    KRL_API void KRL_##radix##_fft_##N(float *out, float *in, uint32_t n);                                             \
-    KRL_API void KRL_##radix##_fft_##N##_s(float *out, float *in, uint32_t n);                                         \
-    KRL_API void KRL_##radix##_inv_fft_##N(float *out, float *in, uint32_t n);                                         \
-    KRL_API void KRL_##radix##_inv_fft_##N##_s(float *out, float *in, uint32_t n);
+    KRL_API void KRL_##radix##_fft_##N(float* out, float* in, uint32_t n);                                             \
+    KRL_API void KRL_##radix##_fft_##N##_s(float* out, float* in, uint32_t n);                                         \
+    KRL_API void KRL_##radix##_inv_fft_##N(float* out, float* in, uint32_t n);                                         \
+    KRL_API void KRL_##radix##_inv_fft_##N##_s(float* out, float* in, uint32_t n);
 #define KRL_FFT_DECLARE_RADIX4(N) KRL_FFT_DECLARE_KERNELS(r4, N)
 #define KRL_FFT_DECLARE_RADIX8(N) KRL_FFT_DECLARE_KERNELS(r8, N)
 KRL_FFT_POWERS_OF_TWO(KRL_FFT_DECLARE_RADIX4)
@@ -84,26 +85,26 @@ KRL_FFT_RADIX8_MIXED_LENGTHS(KRL_FFT_DECLARE_RADIX8)
 
 /** The unscaled and the scaled kernel of one length, direction and family. Pairs are constant data of the library. */
 typedef struct krl_fft_pair {
-    krl_fft_kernel *unscaled;
-    krl_fft_kernel *scaled;
+    krl_fft_kernel* unscaled;
+    krl_fft_kernel* scaled;
 } krl_fft_pair;
 
 /** The radix-4 kernel of length n: KRL_r4_fft_N, KRL_r4_fft_N_s, KRL_r4_inv_fft_N, KRL_r4_inv_fft_N_s; or null. */
-KRL_API krl_fft_kernel *KRL_r4_cplx_fwd_unscaled(uint32_t n);
-KRL_API krl_fft_kernel *KRL_r4_cplx_fwd_scaled(uint32_t n);
-KRL_API krl_fft_kernel *KRL_r4_cplx_inv_unscaled(uint32_t n);
-KRL_API krl_fft_kernel *KRL_r4_cplx_inv_scaled(uint32_t n);
+KRL_API krl_fft_kernel* KRL_r4_cplx_fwd_unscaled(uint32_t n);
+KRL_API krl_fft_kernel* KRL_r4_cplx_fwd_scaled(uint32_t n);
+KRL_API krl_fft_kernel* KRL_r4_cplx_inv_unscaled(uint32_t n);
+KRL_API krl_fft_kernel* KRL_r4_cplx_inv_scaled(uint32_t n);
 
 /** The radix-4 pair of length n {unscaled, scaled}, forward or inverse; null when there is none. */
-KRL_API const krl_fft_pair *KRL_r4_cplx_fwd_pair(uint32_t n);
-KRL_API const krl_fft_pair *KRL_r4_cplx_inv_pair(uint32_t n);
+KRL_API const krl_fft_pair* KRL_r4_cplx_fwd_pair(uint32_t n);
+KRL_API const krl_fft_pair* KRL_r4_cplx_inv_pair(uint32_t n);
 
 /** The radix-8 pair of length n, or null. For the fastest kernel ask here first, then the radix-4 selector. */
-KRL_API const krl_fft_pair *KRL_r8_cplx_fwd_pair(uint32_t n);
-KRL_API const krl_fft_pair *KRL_r8_cplx_inv_pair(uint32_t n);
+KRL_API const krl_fft_pair* KRL_r8_cplx_fwd_pair(uint32_t n);
+KRL_API const krl_fft_pair* KRL_r8_cplx_inv_pair(uint32_t n);
 
 /** 1 if pair is not null, else 0. */
-KRL_API int32_t krl_valid_pair_ptr(const krl_fft_pair *pair);
+KRL_API int32_t krl_valid_pair_ptr(const krl_fft_pair* pair);
 
 /* ---- per-length entries with a work area of their own --------------------------------------------------------------
  *
@@ -120,27 +121,27 @@ KRL_API int32_t krl_valid_pair_ptr(const krl_fft_pair *pair);
  *
  * Mixed lengths: work is ignored; in is the work area and must not overlap out (length 6 may run in place).
  */
-typedef void krl_fft_entry(float *out, float *in, float *work);
+typedef void krl_fft_entry(float* out, float* in, float* work);
 
 #define KRL_FFT_DECLARE_ENTRIES(N)                                                                                     \
-    KRL_API void krl_fft_fwd_scl_##N(float *out, float *in, float *work);                                              \
-    KRL_API void krl_fft_fwd_usc_##N(float *out, float *in, float *work);                                              \
-    KRL_API void krl_fft_inv_scl_##N(float *out, float *in, float *work);                                              \
-    KRL_API void krl_fft_inv_usc_##N(float *out, float *in, float *work);
+    KRL_API void krl_fft_fwd_scl_##N(float* out, float* in, float* work);                                              \
+    KRL_API void krl_fft_fwd_usc_##N(float* out, float* in, float* work);                                              \
+    KRL_API void krl_fft_inv_scl_##N(float* out, float* in, float* work);                                              \
+    KRL_API void krl_fft_inv_usc_##N(float* out, float* in, float* work);
 KRL_FFT_ENTRY_POWERS_OF_TWO(KRL_FFT_DECLARE_ENTRIES)
 KRL_FFT_MIXED_LENGTHS(KRL_FFT_DECLARE_ENTRIES)
 
 /** The entries of the powers of two, indexed by log2(N); element 0 is null. */
-KRL_API extern krl_fft_entry *const krl_fft_cplx_fwd_scl[12];
-KRL_API extern krl_fft_entry *const krl_fft_cplx_fwd_usc[12];
-KRL_API extern krl_fft_entry *const krl_fft_cplx_inv_scl[12];
-KRL_API extern krl_fft_entry *const krl_fft_cplx_inv_usc[12];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_fwd_scl[12];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_fwd_usc[12];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_inv_scl[12];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_inv_usc[12];
 
 /** The entries of the mixed lengths, in the order of krl_non_power_two_lengths. */
-KRL_API extern krl_fft_entry *const krl_odd_fft_cplx_fwd_scl[31];
-KRL_API extern krl_fft_entry *const krl_odd_fft_cplx_fwd_usc[31];
-KRL_API extern krl_fft_entry *const krl_odd_fft_cplx_inv_scl[31];
-KRL_API extern krl_fft_entry *const krl_odd_fft_cplx_inv_usc[31];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_fwd_scl[31];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_fwd_usc[31];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_inv_scl[31];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_inv_usc[31];
 
 /** The mixed lengths in ascending order, and their count. */
 KRL_API extern const uint32_t krl_non_power_two_lengths[31];
@@ -182,20 +183,20 @@ KRL_API uint32_t KRL_fft_scratch_query_mem(void);
 
 /** Places a state at the first multiple of 8 in memory and returns it; null when memory is null or the request is not
  * supported. Nothing in front of the state is written. */
-KRL_API krl_fft_state *KRL_fft_init(void *memory, uint32_t n, uint32_t transforms);
+KRL_API krl_fft_state* KRL_fft_init(void* memory, uint32_t n, uint32_t transforms);
 
 /** Clears the state. A null state is ignored. */
-KRL_API void KRL_fft_shutdown(krl_fft_state *state);
+KRL_API void KRL_fft_shutdown(krl_fft_state* state);
 
 /** Complex transforms of n samples, n as given at init: forward or inverse, with or without the factor 1/n.
  *
  * out and in hold n complex samples and must not overlap. in is the work area: unspecified after the call. The
  * transform must have been asked for at init; a state without it holds no kernel to run.
  */
-KRL_API void KRL_fft_CLfwd_scaledCL(const krl_fft_state *state, float *out, float *in);
-KRL_API void KRL_fft_CLfwd_unscaledCL(const krl_fft_state *state, float *out, float *in);
-KRL_API void KRL_fft_CLinv_scaledCL(const krl_fft_state *state, float *out, float *in);
-KRL_API void KRL_fft_CLinv_unscaledCL(const krl_fft_state *state, float *out, float *in);
+KRL_API void KRL_fft_CLfwd_scaledCL(const krl_fft_state* state, float* out, float* in);
+KRL_API void KRL_fft_CLfwd_unscaledCL(const krl_fft_state* state, float* out, float* in);
+KRL_API void KRL_fft_CLinv_scaledCL(const krl_fft_state* state, float* out, float* in);
+KRL_API void KRL_fft_CLinv_unscaledCL(const krl_fft_state* state, float* out, float* in);
 
 /** Forward transform of a real signal x[0..2n-1] to its packed spectrum of n complex values.
  *
@@ -203,16 +204,16 @@ KRL_API void KRL_fft_CLinv_unscaledCL(const krl_fft_state *state, float *out, fl
  * out[k] = X[k] for k = 1..n-1. The bins above n are the conjugates of those below.
  * in holds 2n floats and is unspecified after the call; out and in must not overlap.
  */
-KRL_API void KRL_fft_CLfwd_scaledL(const krl_fft_state *state, float *out, float *in);
-KRL_API void KRL_fft_CLfwd_unscaledL(const krl_fft_state *state, float *out, float *in);
+KRL_API void KRL_fft_CLfwd_scaledL(const krl_fft_state* state, float* out, float* in);
+KRL_API void KRL_fft_CLfwd_unscaledL(const krl_fft_state* state, float* out, float* in);
 
 /** Inverse of the above: packed spectrum to real signal, exactly the inverse when scaled, 2n times that when unscaled.
  *
  * in, the packed spectrum, is rewritten and unspecified after the call; out receives 2n floats; the two must not
  * overlap.
  */
-KRL_API void KRL_fft_Linv_scaledCL(const krl_fft_state *state, float *out, float *in);
-KRL_API void KRL_fft_Linv_unscaledCL(const krl_fft_state *state, float *out, float *in);
+KRL_API void KRL_fft_Linv_scaledCL(const krl_fft_state* state, float* out, float* in);
+KRL_API void KRL_fft_Linv_unscaledCL(const krl_fft_state* state, float* out, float* in);
 
 KRL_END_DECLS
 

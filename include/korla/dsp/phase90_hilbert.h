@@ -34,34 +34,34 @@ typedef struct Phase90Hilbert {
     uint16_t block_length;      /**< N: 512, 1024 or 2048 */
     float boundary;             /**< what the first output sample of the next block will be */
     float inverse_block_length; /**< 1/N */
-    float *history;             /**< KRL_PHASE90_DELAY floats: forward-filtered signal before the block */
-    float *work;                /**< N + KRL_PHASE90_DELAY floats */
+    float* history;             /**< KRL_PHASE90_DELAY floats: forward-filtered signal before the block */
+    float* work;                /**< N + KRL_PHASE90_DELAY floats */
 } Phase90Hilbert;
 
 /** Sizes in bytes of the three memory blocks for block length N: 104, (N + 1280) * 4 and 5120.
  *
  * For an unsupported N all three are set to 0. Null outputs are refused (2); the others are then set to 0.
  */
-KRL_API int32_t getRequiredBufferSize_Phase90Hilbert(uint32_t block_length, size_t *instance_bytes, size_t *work_bytes,
-                                                     size_t *history_bytes);
+KRL_API int32_t getRequiredBufferSize_Phase90Hilbert(uint32_t block_length, size_t* instance_bytes, size_t* work_bytes,
+                                                     size_t* history_bytes);
 
 /** Places an instance in caller memory: instance (aligned for a pointer), work and history of the sizes asked for,
  * which must not overlap and must live as long as the instance. States and history are zeroed.
  *
  * *handle receives the instance, or null when the call is refused.
  */
-KRL_API int32_t init_Phase90Hilbert(Phase90Hilbert **handle, uint32_t block_length, void *instance, float *work,
-                                    float *history);
+KRL_API int32_t init_Phase90Hilbert(Phase90Hilbert** handle, uint32_t block_length, void* instance, float* work,
+                                    float* history);
 
 /** Replaces N samples by the phase-shifted signal of 1280 samples earlier. samples: N floats, any float alignment,
  * apart from the instance's memory.
  *
  * The first output sample equals what the former block left for it (0 after init and reset).
  */
-KRL_API int32_t process_Phase90Hilbert(Phase90Hilbert *instance, float *samples);
+KRL_API int32_t process_Phase90Hilbert(Phase90Hilbert* instance, float* samples);
 
 /** Silence: zeroes the states of both chains, the boundary value and the history. N stays. */
-KRL_API int32_t reset_Phase90Hilbert(Phase90Hilbert *instance);
+KRL_API int32_t reset_Phase90Hilbert(Phase90Hilbert* instance);
 
 KRL_END_DECLS
 

@@ -65,10 +65,10 @@ typedef struct krl_qmf_synthesis krl_qmf_synthesis;
  *
  * Returns 127 (L) or 1024 (S). A size is given for any M; open takes only those with tables.
  */
-KRL_API uint32_t KRL_qmf_analysisL_query_mem(uint32_t M, uint32_t selector, uint32_t *state_bytes,
-                                             uint32_t *scratch_bytes, uint32_t *instance_bytes);
-KRL_API uint32_t KRL_qmf_analysisS_query_mem(uint32_t M, uint32_t selector, uint32_t *state_bytes,
-                                             uint32_t *scratch_bytes, uint32_t *instance_bytes);
+KRL_API uint32_t KRL_qmf_analysisL_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes,
+                                             uint32_t* scratch_bytes, uint32_t* instance_bytes);
+KRL_API uint32_t KRL_qmf_analysisS_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes,
+                                             uint32_t* scratch_bytes, uint32_t* instance_bytes);
 
 /** Places an analysis with a zero history in the three blocks and returns it.
  *
@@ -79,33 +79,33 @@ KRL_API uint32_t KRL_qmf_analysisS_query_mem(uint32_t M, uint32_t selector, uint
  * Null, and nothing is touched, when M has no tables (or is 48 with the full twiddle or in the S family), when P is
  * neither 4 nor 5, or when the prototype or a block is null.
  */
-KRL_API krl_qmf_analysis *krl_qmf_analysisL_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
-                                                 const float *prototype, void *state_memory, void *scratch_memory,
-                                                 void *instance_memory);
-KRL_API krl_qmf_analysis *krl_qmf_analysisS_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
-                                                 const float *prototype, void *state_memory, void *scratch_memory,
-                                                 void *instance_memory);
+KRL_API krl_qmf_analysis* krl_qmf_analysisL_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
+                                                 const float* prototype, void* state_memory, void* scratch_memory,
+                                                 void* instance_memory);
+KRL_API krl_qmf_analysis* krl_qmf_analysisS_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
+                                                 const float* prototype, void* state_memory, void* scratch_memory,
+                                                 void* instance_memory);
 
 /** New parameters inside the memory given at open, which must have been sized for the largest configuration.
  *
  * Clears the history and sets the slot increment to M. Returns 0; -1, and nothing changes, for what open would refuse.
  */
-KRL_API int32_t krl_qmf_analysisL_reconfig(krl_qmf_analysis *analysis, uint32_t M, uint32_t slots, uint32_t mode,
-                                           uint32_t P, const float *prototype);
-KRL_API int32_t krl_qmf_analysisS_reconfig(krl_qmf_analysis *analysis, uint32_t M, uint32_t slots, uint32_t mode,
-                                           uint32_t P, const float *prototype);
+KRL_API int32_t krl_qmf_analysisL_reconfig(krl_qmf_analysis* analysis, uint32_t M, uint32_t slots, uint32_t mode,
+                                           uint32_t P, const float* prototype);
+KRL_API int32_t krl_qmf_analysisS_reconfig(krl_qmf_analysis* analysis, uint32_t M, uint32_t slots, uint32_t mode,
+                                           uint32_t P, const float* prototype);
 
 /** Clears the history. */
-KRL_API void KRL_qmf_analysisL_init(krl_qmf_analysis *analysis);
-KRL_API void KRL_qmf_analysisS_init(krl_qmf_analysis *analysis);
+KRL_API void KRL_qmf_analysisL_init(krl_qmf_analysis* analysis);
+KRL_API void KRL_qmf_analysisS_init(krl_qmf_analysis* analysis);
 
 /** Sets the distance in floats between the rows of real sub-bands of consecutive slots; M after open and reconfig. */
-KRL_API void KRL_qmf_analysisL_set_slot_increment(krl_qmf_analysis *analysis, uint32_t increment);
-KRL_API void KRL_qmf_analysisS_set_slot_increment(krl_qmf_analysis *analysis, uint32_t increment);
+KRL_API void KRL_qmf_analysisL_set_slot_increment(krl_qmf_analysis* analysis, uint32_t increment);
+KRL_API void KRL_qmf_analysisS_set_slot_increment(krl_qmf_analysis* analysis, uint32_t increment);
 
 /** The share of the analysis in the delay of the chain: PM - M/2 samples. */
-KRL_API uint32_t KRL_qmf_analysisL_get_delay(const krl_qmf_analysis *analysis);
-KRL_API uint32_t KRL_qmf_analysisS_get_delay(const krl_qmf_analysis *analysis);
+KRL_API uint32_t KRL_qmf_analysisL_get_delay(const krl_qmf_analysis* analysis);
+KRL_API uint32_t KRL_qmf_analysisS_get_delay(const krl_qmf_analysis* analysis);
 
 /** Floats of history: 9 M for a nonzero selector (P = 5), 7 M for 0 (P = 4). */
 KRL_API uint32_t KRL_qmf_analysisL_get_filter_state_length(uint32_t selector, uint32_t M);
@@ -119,23 +119,23 @@ KRL_API uint32_t KRL_qmf_analysisS_get_max_filter_state_length(uint32_t selector
  *
  * Both do nothing unless P = 5.
  */
-KRL_API void KRL_load_CLqmf_analysisL_filter_stateL(krl_qmf_analysis *analysis, const float *src);
-KRL_API void KRL_load_CLqmf_analysisS_filter_stateL(krl_qmf_analysis *analysis, const float *src);
-KRL_API void KRL_Lunload_CLqmf_analysisL_filter_state(const krl_qmf_analysis *analysis, float *dst);
-KRL_API void KRL_Lunload_CLqmf_analysisS_filter_state(const krl_qmf_analysis *analysis, float *dst);
+KRL_API void KRL_load_CLqmf_analysisL_filter_stateL(krl_qmf_analysis* analysis, const float* src);
+KRL_API void KRL_load_CLqmf_analysisS_filter_stateL(krl_qmf_analysis* analysis, const float* src);
+KRL_API void KRL_Lunload_CLqmf_analysisL_filter_state(const krl_qmf_analysis* analysis, float* dst);
+KRL_API void KRL_Lunload_CLqmf_analysisS_filter_state(const krl_qmf_analysis* analysis, float* dst);
 
 /** Real analysis: slots * M samples in, one row of M sub-band samples per slot out; row i starts at out + i *
  * increment. */
-KRL_API void KRL_Lqmf_analysisL(krl_qmf_analysis *analysis, float *out, const float *in);
-KRL_API void KRL_Lqmf_analysisS(krl_qmf_analysis *analysis, float *out, const float *in);
+KRL_API void KRL_Lqmf_analysisL(krl_qmf_analysis* analysis, float* out, const float* in);
+KRL_API void KRL_Lqmf_analysisS(krl_qmf_analysis* analysis, float* out, const float* in);
 
 /** Complex analysis: slots * M samples in; out has one pointer per slot, to M complex sub-band samples. */
-KRL_API void KRL_CLqmf_analysisL(krl_qmf_analysis *analysis, float *const *out, const float *in);
-KRL_API void KRL_CLqmf_analysisS(krl_qmf_analysis *analysis, float *const *out, const float *in);
+KRL_API void KRL_CLqmf_analysisL(krl_qmf_analysis* analysis, float* const* out, const float* in);
+KRL_API void KRL_CLqmf_analysisS(krl_qmf_analysis* analysis, float* const* out, const float* in);
 
 /** Releases nothing. */
-KRL_API void KRL_qmf_analysisL_close(krl_qmf_analysis *analysis);
-KRL_API void KRL_qmf_analysisS_close(krl_qmf_analysis *analysis);
+KRL_API void KRL_qmf_analysisL_close(krl_qmf_analysis* analysis);
+KRL_API void KRL_qmf_analysisS_close(krl_qmf_analysis* analysis);
 
 /* ---- synthesis ------------------------------------------------------------------------------------------------- */
 
@@ -150,51 +150,51 @@ KRL_API void KRL_qmf_analysisS_close(krl_qmf_analysis *analysis);
  *
  * Returns 127 (L) or 1024 (S).
  */
-KRL_API uint32_t KRL_qmf_synthesisL_query_mem(uint32_t M, uint32_t selector, uint32_t *state_bytes,
-                                              uint32_t *scratch_bytes, uint32_t *instance_bytes);
-KRL_API uint32_t KRL_qmf_synthesisS_query_mem(uint32_t M, uint32_t selector, uint32_t *state_bytes,
-                                              uint32_t *scratch_bytes, uint32_t *instance_bytes);
+KRL_API uint32_t KRL_qmf_synthesisL_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes,
+                                              uint32_t* scratch_bytes, uint32_t* instance_bytes);
+KRL_API uint32_t KRL_qmf_synthesisS_query_mem(uint32_t M, uint32_t selector, uint32_t* state_bytes,
+                                              uint32_t* scratch_bytes, uint32_t* instance_bytes);
 
 /** Places a synthesis with a zero history in the three blocks and returns it; arguments and refusals as in the
  * analysis, but the prototype is a _vec_syn table. */
-KRL_API krl_qmf_synthesis *krl_qmf_synthesisL_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
-                                                   const float *prototype, void *state_memory, void *scratch_memory,
-                                                   void *instance_memory);
-KRL_API krl_qmf_synthesis *krl_qmf_synthesisS_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
-                                                   const float *prototype, void *state_memory, void *scratch_memory,
-                                                   void *instance_memory);
+KRL_API krl_qmf_synthesis* krl_qmf_synthesisL_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
+                                                   const float* prototype, void* state_memory, void* scratch_memory,
+                                                   void* instance_memory);
+KRL_API krl_qmf_synthesis* krl_qmf_synthesisS_open(uint32_t M, uint32_t slots, uint32_t mode, uint32_t P,
+                                                   const float* prototype, void* state_memory, void* scratch_memory,
+                                                   void* instance_memory);
 
 /** Clears the history. */
-KRL_API void KRL_qmf_synthesisL_init(krl_qmf_synthesis *synthesis);
-KRL_API void KRL_qmf_synthesisS_init(krl_qmf_synthesis *synthesis);
+KRL_API void KRL_qmf_synthesisL_init(krl_qmf_synthesis* synthesis);
+KRL_API void KRL_qmf_synthesisS_init(krl_qmf_synthesis* synthesis);
 
 /** Sets the distance in floats between the rows of real sub-bands of consecutive slots; M after open. */
-KRL_API void KRL_qmf_synthesisL_set_slot_increment(krl_qmf_synthesis *synthesis, uint32_t increment);
-KRL_API void KRL_qmf_synthesisS_set_slot_increment(krl_qmf_synthesis *synthesis, uint32_t increment);
+KRL_API void KRL_qmf_synthesisL_set_slot_increment(krl_qmf_synthesis* synthesis, uint32_t increment);
+KRL_API void KRL_qmf_synthesisS_set_slot_increment(krl_qmf_synthesis* synthesis, uint32_t increment);
 
 /** The share of the synthesis in the delay of the chain: PM + 1 - M/2 samples. */
-KRL_API uint32_t KRL_qmf_synthesisL_get_delay(const krl_qmf_synthesis *synthesis);
-KRL_API uint32_t KRL_qmf_synthesisS_get_delay(const krl_qmf_synthesis *synthesis);
+KRL_API uint32_t KRL_qmf_synthesisL_get_delay(const krl_qmf_synthesis* synthesis);
+KRL_API uint32_t KRL_qmf_synthesisS_get_delay(const krl_qmf_synthesis* synthesis);
 
 /** Copies the history of other into synthesis. Does nothing unless both have the same M and P. */
-KRL_API void KRL_qmf_synthesisL_copy_states(krl_qmf_synthesis *synthesis, const krl_qmf_synthesis *other);
-KRL_API void KRL_qmf_synthesisS_copy_states(krl_qmf_synthesis *synthesis, const krl_qmf_synthesis *other);
+KRL_API void KRL_qmf_synthesisL_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other);
+KRL_API void KRL_qmf_synthesisS_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other);
 
 /** Real synthesis: slots rows of M sub-band samples in, row i at in + i * increment; slots * M samples out. */
-KRL_API void KRL_Lqmf_synthesisL(krl_qmf_synthesis *synthesis, float *out, const float *in);
-KRL_API void KRL_Sqmf_synthesisL(krl_qmf_synthesis *synthesis, float *out, const float *in);
+KRL_API void KRL_Lqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in);
+KRL_API void KRL_Sqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in);
 
 /** Complex synthesis: in has one pointer per slot, to M complex sub-band samples; slots * M samples out. */
-KRL_API void KRL_Lqmf_synthesisCL(krl_qmf_synthesis *synthesis, float *out, const float *const *in);
-KRL_API void KRL_Sqmf_synthesisCL(krl_qmf_synthesis *synthesis, float *out, const float *const *in);
+KRL_API void KRL_Lqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
+KRL_API void KRL_Sqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
 
 /** Complex synthesis of sub-bands that arrive with one bit of headroom: twice KRL_Lqmf_synthesisCL. Half the sub-bands
  * here give the bits of whole ones there. */
-KRL_API void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis *synthesis, float *out, const float *const *in);
+KRL_API void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
 
 /** Releases nothing. */
-KRL_API void KRL_qmf_synthesisL_close(krl_qmf_synthesis *synthesis);
-KRL_API void KRL_qmf_synthesisS_close(krl_qmf_synthesis *synthesis);
+KRL_API void KRL_qmf_synthesisL_close(krl_qmf_synthesis* synthesis);
+KRL_API void KRL_qmf_synthesisS_close(krl_qmf_synthesis* synthesis);
 
 /* ---- modulation ---------------------------------------------------------------------------------------------------
  *
@@ -209,8 +209,8 @@ KRL_API void KRL_qmf_synthesisS_close(krl_qmf_synthesis *synthesis);
  *
  * tmp: M floats of work area, unspecified afterwards; it may be out when M <= 2048. f is kept.
  */
-KRL_API void krl_forwardModulationReal(const float *f, float *out, uint32_t M, const krl_fft_pair *pair,
-                                       const float *dct_table, float *tmp);
+KRL_API void krl_forwardModulationReal(const float* f, float* out, uint32_t M, const krl_fft_pair* pair,
+                                       const float* dct_table, float* tmp);
 
 /** X[2k] = conj(V[k]) w[2k], X[2k+1] = V[M-1-k] w[2k+1], k = 0..M/2-1, with V the unscaled forward FFT of v.
  *
@@ -218,24 +218,24 @@ KRL_API void krl_forwardModulationReal(const float *f, float *out, uint32_t M, c
  * twiddle: for mode 8 M pairs (a krl_cos_<M>_ast_mini_twiddle table), for other modes but 0 M/2 pairs (a full table);
  * null: w = 1.
  */
-KRL_API void krl_forwardModulationComplex(float *v, float *X, float *scratch, uint32_t M, uint32_t mode,
-                                          const float *twiddle, const krl_fft_pair *pair);
+KRL_API void krl_forwardModulationComplex(float* v, float* X, float* scratch, uint32_t M, uint32_t mode,
+                                          const float* twiddle, const krl_fft_pair* pair);
 
 /** g[r] = 2 sum over q of X[q] cos(pi (2q + 1) (r - M/2) / (2M)), r = 0..2M-1.
  *
  * X: M sub-band samples, overwritten with g[0..M-1]. Y: M floats, receives g[M..2M-1]. When Y == X the buffer holds 2M
  * floats and receives all of g; M is at most 2048 then.
  */
-KRL_API void krl_inverseModulationReal(float *X, float *Y, uint32_t M, const krl_fft_pair *pair,
-                                       const float *dct_table);
+KRL_API void krl_inverseModulationReal(float* X, float* Y, uint32_t M, const krl_fft_pair* pair,
+                                       const float* dct_table);
 
 /** Y = the unscaled forward FFT of V, V[k] = conj(X[2k]) w[2k], V[M-1-k] = X[2k+1] conj(w[2k+1]), k = 0..M/2-1.
  *
  * This undoes the reordering and rotation of krl_forwardModulationComplex. X: M complex samples, kept. Y, scratch: M
  * complex samples; scratch is unspecified afterwards.
  */
-KRL_API void krl_inverseModulationComplex(const float *X, float *Y, float *scratch, uint32_t M, uint32_t mode,
-                                          const float *twiddle, const krl_fft_pair *pair);
+KRL_API void krl_inverseModulationComplex(const float* X, float* Y, float* scratch, uint32_t M, uint32_t mode,
+                                          const float* twiddle, const krl_fft_pair* pair);
 
 /* ---- modulation tables --------------------------------------------------------------------------------------------
  *

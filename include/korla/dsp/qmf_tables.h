@@ -1,8 +1,8 @@
 /* Prototype filters of the QMF analysis and synthesis banks.
  *
- * A QMF bank of M bands with P prototype periods is modulated from one low-pass prototype p[0 .. 2PM], symmetric about tap
- * PM, with p[0] = p[2PM] = 0. All tables are designed by tools/design_prototypes.py; docs/prototype-filters.md has the
- * method, the measured figures and the responses.
+ * A QMF bank of M bands with P prototype periods is modulated from one low-pass prototype p[0 .. 2PM], symmetric about
+ * tap PM, with p[0] = p[2PM] = 0. All tables are designed by tools/design_prototypes.py; docs/prototype-filters.md has
+ * the method, the measured figures and the responses.
  *
  * Three tables hold each design:
  *
@@ -12,15 +12,15 @@
  * - `<name>_vec_syn`, 2PM values, is the prototype a synthesis open is given: the analysis table reversed,
  *   `c_syn[n] = c_ana[2PM - 1 - n]`.
  * - `<name>` is the compact form, P values per row, which no function reads: row r = 0 .. M holds
- *   `p[2 i M + r]` for i = 0 .. P-1. With the symmetry these rows hold every tap. A last row of zeros follows, except for
- *   32 bands.
+ *   `p[2 i M + r]` for i = 0 .. P-1. With the symmetry these rows hold every tap. A last row of zeros follows, except
+ * for 32 bands.
  *
  * What every design satisfies, for phases k = 0 .. M/2 and e = 0 .. P-1:
  * `sum over b = 0 .. 2P-1-2e of p[b M + k] p[(b + 2e) M + k] = 1 for e = 0, 0 otherwise`.
- * Analysis and synthesis with real sub-bands, or with complex sub-bands in any mode, then reconstruct the input with unit gain
- * after 2PM + 1 - M samples. Phases 0 and M/2 pair with themselves through the symmetry, so for them exact equations
- * would leave single taps. Their equation of the greatest distance, e = P-1, is left open by 3e-7 (phase 0) and 5e-7
- * (phase M/2), with P = 4 by 5e-7 in both: echoes 126 dB down, in two of the M output phases.
+ * Analysis and synthesis with real sub-bands, or with complex sub-bands in any mode, then reconstruct the input with
+ * unit gain after 2PM + 1 - M samples. Phases 0 and M/2 pair with themselves through the symmetry, so for them exact
+ * equations would leave single taps. Their equation of the greatest distance, e = P-1, is left open by 3e-7 (phase 0)
+ * and 5e-7 (phase M/2), with P = 4 by 5e-7 in both: echoes 126 dB down, in two of the M output phases.
  *
  * Squares over the blocks sum to 1 in every phase, so that the response at zero frequency is M sqrt(2) to within 0.3 %.
  *

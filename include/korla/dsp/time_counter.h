@@ -10,11 +10,11 @@
 KRL_BEGIN_DECLS
 
 /** Hooks for the beginning and the end of a measurement. They do nothing and do not look at their argument. */
-KRL_API void KRL_time_init(uint64_t *time);
-KRL_API void KRL_time_end(uint64_t *time);
+KRL_API void KRL_time_init(uint64_t* time);
+KRL_API void KRL_time_end(uint64_t* time);
 
 /** *time = 0. A null pointer is ignored. */
-KRL_API void KRL_time_reset(uint64_t *time);
+KRL_API void KRL_time_reset(uint64_t* time);
 
 /** a + b modulo 2^64. */
 KRL_API uint64_t KRL_time_add(uint64_t a, uint64_t b);

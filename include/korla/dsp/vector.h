@@ -26,39 +26,39 @@ KRL_BEGIN_DECLS
 /* ---- element-wise ------------------------------------------------------------------------------------------------ */
 
 /** dst[i] = x[i] * m[i], i = 0..n-1. */
-KRL_API void krl_vec_LmaskLSU_flex(float *dst, const float *x, const float *m, uint32_t n);
-KRL_API void KRL_vec_LmaskLSU_strict(float *dst, const float *x, const float *m, uint32_t n);
+KRL_API void krl_vec_LmaskLSU_flex(float* dst, const float* x, const float* m, uint32_t n);
+KRL_API void KRL_vec_LmaskLSU_strict(float* dst, const float* x, const float* m, uint32_t n);
 
 /** dst[i] = x[i] * m[n-1-i], i = 0..n-1: one half of a symmetric window serves both slopes. n < 1 does nothing.
  *
  * dst may coincide with or overlap x; m has to stay apart from dst.
  */
-KRL_API void krl_vec_Lmask_rev_coefLSU_flex(float *dst, const float *x, const float *m, int32_t n);
-KRL_API void KRL_vec_Lmask_rev_coefLSU_strict(float *dst, const float *x, const float *m, int32_t n);
+KRL_API void krl_vec_Lmask_rev_coefLSU_flex(float* dst, const float* x, const float* m, int32_t n);
+KRL_API void KRL_vec_Lmask_rev_coefLSU_strict(float* dst, const float* x, const float* m, int32_t n);
 
 /** dst[i] = x[i] * g, i = 0..n-1. */
-KRL_API void krl_vec_LmpyLSU_flex(float *dst, const float *x, float g, uint32_t n);
-KRL_API void KRL_vec_LmpyLSU_strict(float *dst, const float *x, float g, uint32_t n);
+KRL_API void krl_vec_LmpyLSU_flex(float* dst, const float* x, float g, uint32_t n);
+KRL_API void KRL_vec_LmpyLSU_strict(float* dst, const float* x, float g, uint32_t n);
 
 /** x[i] = x[i] * g, i = 0..n-1. */
-KRL_API void krl_vec_LmpyLSU_inplace_flex(float *x, float g, uint32_t n);
-KRL_API void KRL_vec_LmpyLSU_inplace_strict(float *x, float g, uint32_t n);
+KRL_API void krl_vec_LmpyLSU_inplace_flex(float* x, float g, uint32_t n);
+KRL_API void KRL_vec_LmpyLSU_inplace_strict(float* x, float g, uint32_t n);
 
 /** dst[i] = v, i = 0..n-1. */
-KRL_API void krl_vec_LsetLU_flex(float *dst, float v, uint32_t n);
-KRL_API void KRL_vec_LsetLU_strict(float *dst, float v, uint32_t n);
+KRL_API void krl_vec_LsetLU_flex(float* dst, float v, uint32_t n);
+KRL_API void KRL_vec_LsetLU_strict(float* dst, float v, uint32_t n);
 
 /** dst[i] = x[i] * 2^s, i = 0..n-1, with s limited to -60..60. One multiplication by the exact factor. */
-KRL_API void krl_vec_LshlLIU_flex(float *dst, const float *x, int32_t s, uint32_t n);
-KRL_API void KRL_vec_LshlLIU_strict(float *dst, const float *x, int32_t s, uint32_t n);
+KRL_API void krl_vec_LshlLIU_flex(float* dst, const float* x, int32_t s, uint32_t n);
+KRL_API void KRL_vec_LshlLIU_strict(float* dst, const float* x, int32_t s, uint32_t n);
 
 /** x[i] = x[i] * 2^s, i = 0..n-1, with s limited to -60..60. */
-KRL_API void krl_vec_LshlLIU_inplace_flex(float *x, int32_t s, uint32_t n);
-KRL_API void KRL_vec_LshlLIU_inplace_strict(float *x, int32_t s, uint32_t n);
+KRL_API void krl_vec_LshlLIU_inplace_flex(float* x, int32_t s, uint32_t n);
+KRL_API void KRL_vec_LshlLIU_inplace_strict(float* x, int32_t s, uint32_t n);
 
 /** LshlLIU_inplace for coefficients: x[i] = x[i] * 2^s, i = 0..n-1, with s limited to -60..60. */
-KRL_API void krl_vec_SshlSIU_inplace_flex(float *x, int32_t s, uint32_t n);
-KRL_API void KRL_vec_SshlSIU_inplace_strict(float *x, int32_t s, uint32_t n);
+KRL_API void krl_vec_SshlSIU_inplace_flex(float* x, int32_t s, uint32_t n);
+KRL_API void KRL_vec_SshlSIU_inplace_strict(float* x, int32_t s, uint32_t n);
 
 /* ---- reductions -------------------------------------------------------------------------------------------------- */
 
@@ -66,38 +66,38 @@ KRL_API void KRL_vec_SshlSIU_inplace_strict(float *x, int32_t s, uint32_t n);
  *
  * A difference that is NaN (a NaN sample, equal infinities) counts as equal.
  */
-KRL_API int32_t krl_vec_IeqLLU_flex(const float *a, const float *b, uint32_t n, float tol);
-KRL_API int32_t KRL_vec_IeqLLU_strict(const float *a, const float *b, uint32_t n, float tol);
+KRL_API int32_t krl_vec_IeqLLU_flex(const float* a, const float* b, uint32_t n, float tol);
+KRL_API int32_t KRL_vec_IeqLLU_strict(const float* a, const float* b, uint32_t n, float tol);
 
 /** The largest magnitude among x[0..n-1]; 0 for n = 0.
  *
  * NaN: _flex ignores NaN samples and gives NaN only when every sample is one; _strict gives NaN as soon as one sample
  * is.
  */
-KRL_API float krl_vec_Labs_maxLU_flex(const float *x, uint32_t n);
-KRL_API float KRL_vec_Labs_maxLU_strict(const float *x, uint32_t n);
+KRL_API float krl_vec_Labs_maxLU_flex(const float* x, uint32_t n);
+KRL_API float KRL_vec_Labs_maxLU_strict(const float* x, uint32_t n);
 
 /** Labs_maxLU for coefficients: the largest magnitude among x[0..n-1]; 0 for n = 0. */
-KRL_API float krl_vec_Sabs_maxSU_flex(const float *x, uint32_t n);
-KRL_API float KRL_vec_Sabs_maxSU_strict(const float *x, uint32_t n);
+KRL_API float krl_vec_Sabs_maxSU_flex(const float* x, uint32_t n);
+KRL_API float KRL_vec_Sabs_maxSU_strict(const float* x, uint32_t n);
 
 /** The sum of a[i] * b[i] over i = 0..n-1, accumulated in single precision; 0 for n = 0. */
-KRL_API float krl_vec_LdotLLU_flex(const float *a, const float *b, uint32_t n);
-KRL_API float KRL_vec_LdotLLU_strict(const float *a, const float *b, uint32_t n);
+KRL_API float krl_vec_LdotLLU_flex(const float* a, const float* b, uint32_t n);
+KRL_API float KRL_vec_LdotLLU_strict(const float* a, const float* b, uint32_t n);
 
 /** The sum of a[i] * b[i] over i = 0..n-1 in double precision: the samples are widened first, so every product is exact
  * before it is added. For long correlations. 0 for n = 0.
  */
-KRL_API double krl_vec_NdotLLU_flex(const float *a, const float *b, uint32_t n);
-KRL_API double KRL_vec_NdotLLU_strict(const float *a, const float *b, uint32_t n);
+KRL_API double krl_vec_NdotLLU_flex(const float* a, const float* b, uint32_t n);
+KRL_API double KRL_vec_NdotLLU_strict(const float* a, const float* b, uint32_t n);
 
 /** (The sum of x[i]^2 over i = 0..n-1) * 2^-shift, shift 0..126; 0 for n = 0. */
-KRL_API float krl_vec_Lsum_sqrLUU_flex(const float *x, uint32_t shift, uint32_t n);
-KRL_API float KRL_vec_Lsum_sqrLUU_strict(const float *x, uint32_t shift, uint32_t n);
+KRL_API float krl_vec_Lsum_sqrLUU_flex(const float* x, uint32_t shift, uint32_t n);
+KRL_API float KRL_vec_Lsum_sqrLUU_strict(const float* x, uint32_t shift, uint32_t n);
 
 /** (The sum of x[i]^2 over i = 0..n-1) * r with r = 1/n rounded to single; 0 for n = 0. */
-KRL_API float krl_vec_Lmean_sqrLU_flex(const float *x, uint32_t n);
-KRL_API float KRL_vec_Lmean_sqrLU_strict(const float *x, uint32_t n);
+KRL_API float krl_vec_Lmean_sqrLU_flex(const float* x, uint32_t n);
+KRL_API float KRL_vec_Lmean_sqrLU_strict(const float* x, uint32_t n);
 
 /** Headroom in bits: the largest s, limited to 0..60, for which max |x[i]| * 2^s stays below 1. 60 when all are zero
  * and for n = 0.
@@ -106,12 +106,12 @@ KRL_API float KRL_vec_Lmean_sqrLU_strict(const float *x, uint32_t n);
  * are the same function: the maximum is Labs_maxLU of the _strict entry (NaN propagates) when x is on 32 bytes and n
  * a multiple of 4, of the _flex entry (NaN ignored) otherwise.
  */
-KRL_API uint32_t krl_vec_UnormLU_flex(const float *x, uint32_t n);
-KRL_API uint32_t KRL_vec_UnormLU_strict(const float *x, uint32_t n);
+KRL_API uint32_t krl_vec_UnormLU_flex(const float* x, uint32_t n);
+KRL_API uint32_t KRL_vec_UnormLU_strict(const float* x, uint32_t n);
 
 /** UnormLU for coefficients, on Sabs_maxSU. */
-KRL_API uint32_t krl_vec_UnormSU_flex(const float *x, uint32_t n);
-KRL_API uint32_t KRL_vec_UnormSU_strict(const float *x, uint32_t n);
+KRL_API uint32_t krl_vec_UnormSU_flex(const float* x, uint32_t n);
+KRL_API uint32_t KRL_vec_UnormSU_strict(const float* x, uint32_t n);
 
 KRL_END_DECLS
 

@@ -15,9 +15,11 @@ auto minimum_of_three = [](auto a, auto b, auto c) { return min_num(min_num(a, b
 
 template <class access> KRL_INLINE void clip(float* dst, float low, float high, const float* x) {
     if (quick_is_exact_within(low, high))
-        map_block<access>(dst, [=]<class V>(V v) { return min_quick(max_quick(v, splat<V>(low)), splat<V>(high)); }, x);
+        map_block<access>(
+            dst, [=]<class V>(V v) { return min_quick(max_quick(v, splat<V>(low)), splat<V>(high)); }, x);
     else
-        map_block<access>(dst, [=]<class V>(V v) { return min_num(max_num(v, splat<V>(low)), splat<V>(high)); }, x);
+        map_block<access>(
+            dst, [=]<class V>(V v) { return min_num(max_num(v, splat<V>(low)), splat<V>(high)); }, x);
 }
 auto pick_greater = [](const float* values) {
     return [yes = values[0], no = values[1]]<class V>(V a, V b) { return select(a > b, splat<V>(yes), splat<V>(no)); };
@@ -42,7 +44,8 @@ auto scaled_double_product = [](uint32_t u) {
 } // namespace
 
 KRL_PAIR(void, krl_blk_LabsL_flex, KRL_blk_LabsL_strict, (float* dst, const float* x),
-         map_block<access>(dst, [](auto v) { return abs(v); }, x);)
+         map_block<access>(
+             dst, [](auto v) { return abs(v); }, x);)
 
 KRL_PAIR(void, krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (float* dst, const float* lim, const float* x),
          clip<access>(dst, lim[0], lim[1], x);)
@@ -69,10 +72,12 @@ KRL_PAIR(void, krl_blk_LminLLL_flex, KRL_blk_LminLLL_strict,
          map_block<access>(dst, minimum_of_three, a, b, c);)
 
 KRL_PAIR(void, krl_blk_LsaddLL_flex, KRL_blk_LsaddLL_strict, (float* dst, const float* a, const float* b),
-         map_block<access>(dst, [](auto x, auto y) { return x + y; }, a, b);)
+         map_block<access>(
+             dst, [](auto x, auto y) { return x + y; }, a, b);)
 
 KRL_PAIR(void, krl_blk_LsubLL_flex, KRL_blk_LsubLL_strict, (float* dst, const float* a, const float* b),
-         map_block<access>(dst, [](auto x, auto y) { return x - y; }, a, b);)
+         map_block<access>(
+             dst, [](auto x, auto y) { return x - y; }, a, b);)
 
 KRL_PAIR(void, krl_blk_LLdeshuffleLL_inplace_flex, KRL_blk_LLdeshuffleLL_inplace_strict, (float* a, float* b),
          map_block_pair<access>(a, b, sum_and_difference);)

@@ -85,8 +85,10 @@ auto insert_zeros = [](auto filter) {
 // Four signals at a time in four lanes: the same steps for each, at four times the speed of the latency-bound single
 // one.
 void run_section_v3_on_four(float* const* blocks, const float* coef, krl_iir2ss_state* const* states) {
-    struct { f32x4 s0, s1; } s = {{states[0]->s0, states[1]->s0, states[2]->s0, states[3]->s0},
-                                  {states[0]->s1, states[1]->s1, states[2]->s1, states[3]->s1}};
+    struct {
+        f32x4 s0, s1;
+    } s = {{states[0]->s0, states[1]->s0, states[2]->s0, states[3]->s0},
+           {states[0]->s1, states[1]->s1, states[2]->s1, states[3]->s1}};
     const section<form::v3, f32x4> filter(coef);
     for (int i = 0; i < block_length; i += 4) {
         f32x4 x[4];
@@ -171,7 +173,7 @@ KRL_PAIR(void, KRL_blk_Liir2ssv3aLU_inplace, KRL_blk_Liir2ssv3aLU_inplace_strict
          (float* const* blocks, const float* coef, krl_iir2ss_state* const* states, uint32_t u),
          run_section_v3_on_all<access>(blocks, coef, states, u);)
 
-// ---- set-up and coefficient hooks of the whole family ---------------------------------------------------------------
+// ---- set-up and coefficient hooks of the whole family --------------------------------------------------------------
 
 #define ZERO_STATE(name, state_type)                                                                                   \
     void name(state_type* state) { *state = {}; }

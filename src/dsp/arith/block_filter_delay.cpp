@@ -78,12 +78,11 @@ KRL_PAIR(void, krl_blk_Lcrossfade_gainLS_flex, KRL_blk_Lcrossfade_gainLS_strict,
 void KRL_blk_Lcrossfade_gainLS_setup(krl_crossfade_state* state, const float*, uint32_t len) { *state = {0, len}; }
 
 KRL_PAIR(void, krl_blk_delay_setup_flex, KRL_blk_delay_setup_strict,
-         (krl_delay_state* state, float* buf, uint32_t max_delay),
-         check_destination<access>(buf);
+         (krl_delay_state * state, float* buf, uint32_t max_delay), check_destination<access>(buf);
          const uint32_t longest = std::min(max_delay, UINT32_MAX - (2 * block_length - 1));
-         *state = {0, (longest + block_length - 1) / block_length * block_length + block_length, buf};)
+         *state = {0, (longest + block_length - 1) / block_length* block_length + block_length, buf};)
 
-KRL_PAIR(void, krl_blk_delayL_flex, KRL_blk_delayL_strict, (krl_delay_state* state, const float* x),
+KRL_PAIR(void, krl_blk_delayL_flex, KRL_blk_delayL_strict, (krl_delay_state * state, const float* x),
          write_block<access>(state, x);)
 
 // The start of a read has any alignment, in both entries.
@@ -92,5 +91,5 @@ KRL_PAIR(void, krl_blk_LdelayU_flex, KRL_blk_LdelayU_strict, (const krl_delay_st
 
 const float* KRL_blk_refLdelayU(const krl_delay_state* state, uint32_t d) { return delayed(state, d); }
 
-KRL_PAIR(float*, krl_blk_delay_clear_flex, KRL_blk_delay_clear_strict, (krl_delay_state* state, float* end, uint32_t n),
-         return clear_backwards(state, end, n);)
+KRL_PAIR(float*, krl_blk_delay_clear_flex, KRL_blk_delay_clear_strict,
+         (krl_delay_state * state, float* end, uint32_t n), return clear_backwards(state, end, n);)

@@ -19,7 +19,8 @@ KRL_INLINE void run_block_in_order(float* dst, State* state, Step step, const fl
     });
 }
 
-template <bool with_floor> auto follow = [](const float* c) {
+template <bool with_floor>
+auto follow = [](const float* c) {
     return [k0 = double{c[0]}, k1 = double{c[1]}, keep0 = double{1.0f - c[0]}, keep1 = double{1.0f - c[1]},
             floor = with_floor ? double{c[2]} : 0.0](krl_envelope_state& s, double x, auto& order) {
         const double follows = order.max(fma(x, k1, s.e * keep1), fma(x, k0, s.e * keep0));

@@ -86,7 +86,7 @@ KRL_INLINE void run_taps(float* dst, const float* x, uint32_t taps, const float*
         front[g] = access::template load<f32v>(x + g * lanes<f32v>);
 
     block even = {}, odd = {};
-    auto add_residue = [&](size_t residue, block& first, block& second) __attribute__((always_inline)) {
+    auto add_residue = [&](size_t residue, block & first, block & second) __attribute__((always_inline)) {
         f32v window[block::groups];
 #pragma GCC unroll 8
         for (int g = 0; g < block::groups; g++)

@@ -23,7 +23,7 @@ inline size_t floats(uint32_t n) { return 2 * size_t{n}; }
 
 auto multiply_by = [](float g) { return [g](auto a) { return a * g; }; };
 
-// ---- products -------------------------------------------------------------------------------------------------------
+// ---- products ------------------------------------------------------------------------------------------------------
 
 // re = a.re b.re - [a.im b.im], im = a.re b.im + [a.im b.re]
 auto product = [](auto a, auto b) { return fma_sub_add(twice_even(a), b, twice_odd(a) * swap_pairs(b)); };
@@ -50,7 +50,7 @@ template <class V> KRL_INLINE V conjugate_product(V a, V b) {
     return fma_add_sub(a, twice_even(b), swap_pairs(a) * twice_odd(b));
 }
 
-// ---- division -------------------------------------------------------------------------------------------------------
+// ---- division ------------------------------------------------------------------------------------------------------
 
 // Both parts of the numerator over |x|^2 = x.re x.re + [x.im x.im], a single. Its reciprocal and the products with it
 // are formed in double precision and rounded once to single.
@@ -70,7 +70,7 @@ auto reciprocal_times = [](float f) {
 
 auto quotient = [](auto a, auto b) { return over_squared_magnitude(conjugate_product(a, b), b); };
 
-// ---- shifts ---------------------------------------------------------------------------------------------------------
+// ---- shifts --------------------------------------------------------------------------------------------------------
 
 template <class access> inline void shift(float* d, const float* a, uint32_t exponent, uint32_t n) {
     if (exponent != 0)
@@ -79,7 +79,7 @@ template <class access> inline void shift(float* d, const float* a, uint32_t exp
         krl_CLcopyCLU_flex(d, a, n);
 }
 
-// ---- mixes ----------------------------------------------------------------------------------------------------------
+// ---- mixes ---------------------------------------------------------------------------------------------------------
 
 // c[0] in[0] + c[1] in[1] + ..., one fused step for each term after the first.
 template <int count, class V> KRL_INLINE V weighted_sum(const V* in, const float* c) {
@@ -108,18 +108,21 @@ inline void mix_to_both(float* d0, float* d1, const float* inputs, const float* 
 template <class access> inline void mix4(float* d, const float* inputs, const float* coefficients, uint32_t n) {
     float c[4];
     memcpy(c, coefficients, sizeof(c));
-    map_vector<access, 2>(to(d), floats(n), [&c](auto in) { return weighted_sum<4>(in.of, c); }, stack<4>(inputs, n));
+    map_vector<access, 2>(
+        to(d), floats(n), [&c](auto in) { return weighted_sum<4>(in.of, c); }, stack<4>(inputs, n));
 }
 
 } // namespace
 
-// ---- sums, copies ---------------------------------------------------------------------------------------------------
+// ---- sums, copies --------------------------------------------------------------------------------------------------
 
 KRL_PAIR(void, krl_CLaddCLCLU_flex, KRL_CLaddCLCLU_strict, (float* d, const float* a, const float* b, uint32_t n),
-         map_vector<access>(to(d), floats(n), [](auto x, auto y) { return x + y; }, from(a), from(b));)
+         map_vector<access>(
+             to(d), floats(n), [](auto x, auto y) { return x + y; }, from(a), from(b));)
 
 KRL_PAIR(void, krl_CLsubCLCLU_flex, KRL_CLsubCLCLU_strict, (float* d, const float* a, const float* b, uint32_t n),
-         map_vector<access>(to(d), floats(n), [](auto x, auto y) { return x - y; }, from(a), from(b));)
+         map_vector<access>(
+             to(d), floats(n), [](auto x, auto y) { return x - y; }, from(a), from(b));)
 
 KRL_PAIR(void, krl_CLcopyCLU_flex, KRL_CLcopyCLU_strict, (float* d, const float* a, uint32_t n),
          if (n != 0) memmove(d, a, floats(n) * sizeof(float));)
@@ -127,13 +130,14 @@ KRL_PAIR(void, krl_CLcopyCLU_flex, KRL_CLcopyCLU_strict, (float* d, const float*
 KRL_PAIR(void, krl_CLzeroCLU_flex, KRL_CLzeroCLU_strict, (float* d, uint32_t n),
          if (n != 0) memset(d, 0, floats(n) * sizeof(float));)
 
-// ---- products -------------------------------------------------------------------------------------------------------
+// ---- products ------------------------------------------------------------------------------------------------------
 
 KRL_PAIR(void, krl_CLmpyCLSU_flex, KRL_CLmpyCLSU_strict, (float* d, const float* a, float g, uint32_t n),
          map_vector<access>(to(d), floats(n), multiply_by(g), from(a));)
 
 KRL_PAIR(void, krl_CLmpyCLVSU_flex, KRL_CLmpyCLVSU_strict, (float* d, const float* a, const float* v, uint32_t n),
-         map_vector<access>(to(d), floats(n), [](auto x, auto y) { return x * y; }, from(a), from_real(v));)
+         map_vector<access>(
+             to(d), floats(n), [](auto x, auto y) { return x * y; }, from(a), from_real(v));)
 
 void krl_CLmpyCLCSU_flex(float* d, const float* a, const float* b, uint32_t n) {
     map_vector<flex>(to(d), floats(n), product, from(a), from(b));
@@ -145,31 +149,33 @@ void KRL_CLmpyCLCSU_strict(float* d, const float* a, const float* b, uint32_t n)
 KRL_PAIR(void, krl_CLmacCLCLU_flex, KRL_CLmacCLCLU_strict, (float* acc, const float* a, const float* b, uint32_t n),
          map_vector<access>(to(acc), floats(n), add_product, from(acc), from(a), from(b));)
 
-KRL_PAIR(void, krl_CLmacCLLU_flex, KRL_CLmacCLLU_strict, (float* acc, const float* a, float g, uint32_t n),
-         auto add_scaled = [g](auto s, auto x) { return fma(x, splat<decltype(x)>(g), s); };
-         map_vector<access>(to(acc), floats(n), add_scaled, from(acc), from(a));)
+KRL_PAIR(
+    void, krl_CLmacCLLU_flex, KRL_CLmacCLLU_strict, (float* acc, const float* a, float g, uint32_t n),
+    auto add_scaled = [g](auto s, auto x) { return fma(x, splat<decltype(x)>(g), s); };
+    map_vector<access>(to(acc), floats(n), add_scaled, from(acc), from(a));)
 
 KRL_PAIR(void, krl_cvec_Lmpy_conjLLIU_flex, KRL_cvec_Lmpy_conjLLIU_strict,
-         (float* d, const float* a, const float* b, int32_t e, uint32_t n),
-         const float f = exp2_int(e);
-         map_vector<access>(to(d), floats(n), [f](auto x, auto y) { return conjugate_product(x * f, y * f); }, from(a),
-                            from(b));)
+         (float* d, const float* a, const float* b, int32_t e, uint32_t n), const float f = exp2_int(e);
+         map_vector<access>(
+             to(d), floats(n), [f](auto x, auto y) { return conjugate_product(x * f, y * f); }, from(a), from(b));)
 
-KRL_PAIR(void, krl_VLsquaredmagCLIU_flex, KRL_VLsquaredmagCLIU_strict,
-         (float* v, const float* a, int32_t e, uint32_t n),
-         const float f = exp2_int(e);
-         auto squared_magnitude = [f](auto x) {
-             const auto re = x.a * f, im = x.b * f;
-             return fma(re, re, im * im);
-         };
-         map_vector<access>(to(v), n, squared_magnitude, from_complex(a));)
+KRL_PAIR(
+    void, krl_VLsquaredmagCLIU_flex, KRL_VLsquaredmagCLIU_strict, (float* v, const float* a, int32_t e, uint32_t n),
+    const float f = exp2_int(e);
+    auto squared_magnitude =
+        [f](auto x) {
+            const auto re = x.a * f, im = x.b * f;
+            return fma(re, re, im * im);
+        };
+    map_vector<access>(to(v), n, squared_magnitude, from_complex(a));)
 
-// ---- mixes ----------------------------------------------------------------------------------------------------------
+// ---- mixes ---------------------------------------------------------------------------------------------------------
 
-KRL_PAIR(void, krl_CLmixCLCLSSU_flex, KRL_CLmixCLCLSSU_strict,
-         (float* d, const float* a, const float* b, float ga, float gb, uint32_t n),
-         auto mix = [ga, gb](auto x, auto y) { return fma(y, splat<decltype(y)>(gb), x * ga); };
-         map_vector<access>(to(d), floats(n), mix, from(a), from(b));)
+KRL_PAIR(
+    void, krl_CLmixCLCLSSU_flex, KRL_CLmixCLCLSSU_strict,
+    (float* d, const float* a, const float* b, float ga, float gb, uint32_t n),
+    auto mix = [ga, gb](auto x, auto y) { return fma(y, splat<decltype(y)>(gb), x * ga); };
+    map_vector<access>(to(d), floats(n), mix, from(a), from(b));)
 
 KRL_PAIR(void, krl_CLmix4CL4SU_flex, KRL_CLmix4CL4SU_strict, (float* d, const float* in, const float* c, uint32_t n),
          mix4<access>(d, in, c, n);)
@@ -187,7 +193,7 @@ KRL_PAIR(void, krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict,
          (float* d0, float* d1, const float* in, const float* c, uint32_t n),
          (mix_to_both<access, 7>(d0, d1, in, c, n));)
 
-// ---- powers of two --------------------------------------------------------------------------------------------------
+// ---- powers of two -------------------------------------------------------------------------------------------------
 
 KRL_PAIR(void, krl_CLshlCLUU_flex, KRL_CLshlCLUU_strict, (float* d, const float* a, uint32_t s, uint32_t n),
          shift<access>(d, a, s, n);)
@@ -197,20 +203,20 @@ KRL_PAIR(void, krl_CLshrCLUU_flex, KRL_CLshrCLUU_strict, (float* d, const float*
 
 KRL_PAIR(void, krl_CLmpy_shlCLSIU_flex, KRL_CLmpy_shlCLSIU_strict,
          (float* d, const float* a, float g, int32_t e, uint32_t n),
-         map_vector<access>(to(d), floats(n), multiply_by(g * exp2_int(e)), from(a));)
+         map_vector<access>(to(d), floats(n), multiply_by(g* exp2_int(e)), from(a));)
 
 KRL_PAIR(void, krl_CLmpy_shlCLSIU_inplace_flex, KRL_CLmpy_shlCLSIU_inplace_strict,
          (float* a, float g, int32_t e, uint32_t n),
-         map_vector<access>(to(a), floats(n), multiply_by(g * exp2_int(e)), from(a));)
+         map_vector<access>(to(a), floats(n), multiply_by(g* exp2_int(e)), from(a));)
 
-// ---- division -------------------------------------------------------------------------------------------------------
+// ---- division ------------------------------------------------------------------------------------------------------
 
 KRL_PAIR(void, krl_CLrecipCLUU_flex, KRL_CLrecipCLUU_strict, (float* d, const float* a, uint32_t s, uint32_t n),
          map_vector<access, 2>(to(d), floats(n), reciprocal_times(exp2_int(static_cast<int32_t>(0u - s))), from(a));)
 
 KRL_PAIR(void, krl_CLmpy_recipCLLIU_flex, KRL_CLmpy_recipCLLIU_strict,
          (float* d, const float* a, float g, int32_t e, uint32_t n),
-         map_vector<access, 2>(to(d), floats(n), reciprocal_times(g * exp2_int(e)), from(a));)
+         map_vector<access, 2>(to(d), floats(n), reciprocal_times(g* exp2_int(e)), from(a));)
 
 KRL_PAIR(void, krl_CLdivCLCLU_flex, KRL_CLdivCLCLU_strict, (float* d, const float* a, const float* b, uint32_t n),
          map_vector<access, 2>(to(d), floats(n), quotient, from(a), from(b));)

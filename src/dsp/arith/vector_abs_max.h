@@ -2,8 +2,8 @@
 //
 // Magnitudes are compared as integers: without their sign bit, floats order as their bit patterns do, infinity stands
 // above every number and NaN above infinity. So the propagating maximum is one integer maximum, and the ignoring one
-// first moves NaN below every number. Maxima are exact in any order, so four independent chains hide the latency and the
-// last lanes may be read twice.
+// first moves NaN below every number. Maxima are exact in any order, so four independent chains hide the latency and
+// the last lanes may be read twice.
 #pragma once
 
 #include "dsp/core/pair.h"

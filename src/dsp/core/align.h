@@ -9,7 +9,9 @@ namespace krl {
 // The alignment that every strict entry asks of its buffers.
 inline constexpr size_t strict_alignment = 32;
 
-inline bool is_aligned(const void* p, size_t alignment) { return (reinterpret_cast<uintptr_t>(p) & (alignment - 1)) == 0; }
+inline bool is_aligned(const void* p, size_t alignment) {
+    return (reinterpret_cast<uintptr_t>(p) & (alignment - 1)) == 0;
+}
 
 // The next multiple of alignment, a power of two, at or above p.
 template <class T = void> inline T* align_up(void* p, size_t alignment) {

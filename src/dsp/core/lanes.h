@@ -48,6 +48,7 @@ using f64v = f64x2;
 
 // Element type, lane count and the integer vector of the same shape (what a comparison yields).
 template <class V> struct lane_traits;
+// clang-format off
 template <> struct lane_traits<float> { using element = float; using mask = int32_t; static constexpr int count = 1; };
 template <> struct lane_traits<double> { using element = double; using mask = int64_t; static constexpr int count = 1; };
 template <> struct lane_traits<f32x4> { using element = float; using mask = i32x4; static constexpr int count = 4; };
@@ -58,10 +59,11 @@ template <> struct lane_traits<i32x8> { using element = int32_t; using mask = i3
 template <> struct lane_traits<f32x8> { using element = float; using mask = i32x8; static constexpr int count = 8; };
 template <> struct lane_traits<f64x4> { using element = double; using mask = i64x4; static constexpr int count = 4; };
 #endif
+// clang-format on
 template <class V> using element_of = typename lane_traits<V>::element;
 template <class V> inline constexpr int lanes = lane_traits<V>::count;
 
-// ---- loads, stores, broadcast ---------------------------------------------------------------------------------------
+// ---- loads, stores, broadcast --------------------------------------------------------------------------------------
 
 // Any float alignment.
 template <class V> KRL_INLINE V load(const element_of<V>* p) {
@@ -110,7 +112,7 @@ template <class V> KRL_INLINE V splat(element_of<V> x) {
         return V{x, x, x, x, x, x, x, x};
 }
 
-// ---- bits -----------------------------------------------------------------------------------------------------------
+// ---- bits ----------------------------------------------------------------------------------------------------------
 
 template <class To, class From> KRL_INLINE To bit_cast(From from) {
     static_assert(sizeof(To) == sizeof(From));
@@ -142,7 +144,7 @@ template <class V> KRL_INLINE V negate_even(V v) {
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
 
-// ---- partial loads and stores ---------------------------------------------------------------------------------------
+// ---- partial loads and stores --------------------------------------------------------------------------------------
 
 // The first `count` lanes, fewer than V has: the others are zero in what is loaded, and left alone where it is stored.
 template <class V> V load_first(const float* p, size_t count);
@@ -175,14 +177,18 @@ template <> KRL_INLINE f32x8 load_first(const float* p, size_t count) {
 }
 #endif
 
-// ---- fused multiply-add: a * b + c with one rounding ----------------------------------------------------------------
+// ---- fused multiply-add: a * b + c with one rounding ---------------------------------------------------------------
 
 KRL_INLINE float fma(float a, float b, float c) { return __builtin_fmaf(a, b, c); }
 KRL_INLINE double fma(double a, double b, double c) { return __builtin_fma(a, b, c); }
 
 #if defined(KRL_NEON)
-KRL_INLINE f32x4 fma(f32x4 a, f32x4 b, f32x4 c) { return (f32x4)vfmaq_f32((float32x4_t)c, (float32x4_t)a, (float32x4_t)b); }
-KRL_INLINE f64x2 fma(f64x2 a, f64x2 b, f64x2 c) { return (f64x2)vfmaq_f64((float64x2_t)c, (float64x2_t)a, (float64x2_t)b); }
+KRL_INLINE f32x4 fma(f32x4 a, f32x4 b, f32x4 c) {
+    return (f32x4)vfmaq_f32((float32x4_t)c, (float32x4_t)a, (float32x4_t)b);
+}
+KRL_INLINE f64x2 fma(f64x2 a, f64x2 b, f64x2 c) {
+    return (f64x2)vfmaq_f64((float64x2_t)c, (float64x2_t)a, (float64x2_t)b);
+}
 #elif defined(KRL_X86_FMA)
 KRL_INLINE f32x4 fma(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmadd_ps(a, b, c); }
 KRL_INLINE f64x2 fma(f64x2 a, f64x2 b, f64x2 c) { return _mm_fmadd_pd(a, b, c); }
@@ -204,12 +210,8 @@ KRL_INLINE f32x8 fma_sub_add(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmaddsub
 KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmsubadd_ps(a, b, c); }
 KRL_INLINE f32x8 fma_add_sub(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmsubadd_ps(a, b, c); }
 #else
-KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) {
-    return fma(a, b, negate_even(c));
-}
-KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) {
-    return fma(a, b, -negate_even(c));
-}
+KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, negate_even(c)); }
+KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, -negate_even(c)); }
 #endif
 
 // a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for
@@ -233,7 +235,7 @@ template <class V> KRL_INLINE V mul_add(V a, V b, V c) { return a * b + c; }
 template <class V> KRL_INLINE V mul_sub_from(V a, V b, V c) { return c - a * b; }
 #endif
 
-// ---- maximum and minimum --------------------------------------------------------------------------------------------
+// ---- maximum and minimum -------------------------------------------------------------------------------------------
 //
 // max_num, min_num: IEEE 754-2008 maxNum/minNum, a quiet NaN operand is ignored.
 // max_nan, min_nan: a NaN operand gives NaN.
@@ -325,8 +327,8 @@ template <class V> KRL_INLINE V min_num(V a, V b) {
 }
 #endif
 
-// max_quick, min_quick: one instruction on every target, the same as max_num and min_num, except that x86 gives b when b
-// is NaN and when both are zeros (-0 and +0 in either order).
+// max_quick, min_quick: one instruction on every target, the same as max_num and min_num, except that x86 gives b when
+// b is NaN and when both are zeros (-0 and +0 in either order).
 #if defined(KRL_NEON)
 inline constexpr bool quick_is_exact = true;
 template <class V> KRL_INLINE V max_quick(V a, V b) { return max_num(a, b); }
@@ -402,7 +404,7 @@ KRL_INLINE bool any(i32x4 mask) {
 }
 #endif
 
-// ---- sums -----------------------------------------------------------------------------------------------------------
+// ---- sums ----------------------------------------------------------------------------------------------------------
 
 // Of all lanes, joined in halves: lane j with lane j + width / 2, and so on.
 KRL_INLINE double sum_of_lanes(f64x2 v) { return v[0] + v[1]; }
@@ -419,7 +421,7 @@ KRL_INLINE float sum_of_lanes(f32x8 v) {
 }
 #endif
 
-// ---- shuffles -------------------------------------------------------------------------------------------------------
+// ---- shuffles ------------------------------------------------------------------------------------------------------
 
 template <class V> struct lane_pair { V a, b; };
 template <class V> lane_pair(V, V) -> lane_pair<V>; // clang 14 does not deduce aggregates by itself
@@ -550,32 +552,15 @@ KRL_INLINE f32x4 reverse_complex(f32x4 v) { return __builtin_shufflevector(v, v,
 KRL_INLINE lane_pair<f32x4> interleave_complex(f32x4 a, f32x4 b) {
     return {__builtin_shufflevector(a, b, 0, 1, 4, 5), __builtin_shufflevector(a, b, 2, 3, 6, 7)};
 }
-KRL_INLINE lane_pair<f32x4> deinterleave_complex(f32x4 lo, f32x4 hi) { return interleave_complex(lo, hi); }
 #if KRL_LANES == 8
 KRL_INLINE f32x8 conjugate(f32x8 v) {
     constexpr int32_t sign = INT32_MIN;
     return bit_cast<f32x8>(bit_cast<i32x8>(v) ^ i32x8{0, sign, 0, sign, 0, sign, 0, sign});
 }
-KRL_INLINE f32x8 reverse_complex(f32x8 v) {
-    const f64x4 z = bit_cast<f64x4>(v);
-    return bit_cast<f32x8>(__builtin_shufflevector(z, z, 3, 2, 1, 0));
-}
-KRL_INLINE lane_pair<f32x8> interleave_complex(f32x8 a, f32x8 b) {
-    const f64x4 x = bit_cast<f64x4>(a), y = bit_cast<f64x4>(b);
-    const f64x4 even = __builtin_shufflevector(x, y, 0, 4, 2, 6), odd = __builtin_shufflevector(x, y, 1, 5, 3, 7);
-    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 1, 4, 5)),
-            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 2, 3, 6, 7))};
-}
-KRL_INLINE lane_pair<f32x8> deinterleave_complex(f32x8 lo, f32x8 hi) {
-    const f64x4 x = bit_cast<f64x4>(lo), y = bit_cast<f64x4>(hi);
-    const f64x4 even = __builtin_shufflevector(x, y, 0, 1, 4, 5), odd = __builtin_shufflevector(x, y, 2, 3, 6, 7);
-    return {bit_cast<f32x8>(__builtin_shufflevector(even, odd, 0, 4, 2, 6)),
-            bit_cast<f32x8>(__builtin_shufflevector(even, odd, 1, 5, 3, 7))};
-}
 #endif
 
-// Complex samples of a in order and of b backwards in alternation, and back: two shuffles a vector also where the halves of
-// vectors lie apart.
+// Complex samples of a in order and of b backwards in alternation, and back: two shuffles a vector also where the
+// halves of vectors lie apart.
 KRL_INLINE lane_pair<f32x4> interleave_backwards(f32x4 a, f32x4 b) {
     return {__builtin_shufflevector(a, b, 0, 1, 6, 7), __builtin_shufflevector(a, b, 2, 3, 4, 5)};
 }
@@ -592,7 +577,8 @@ KRL_INLINE lane_pair<f32x8> interleave_backwards(f32x8 a, f32x8 b) {
 KRL_INLINE lane_pair<f32x8> deinterleave_backwards(f32x8 lo, f32x8 hi) {
     const f32x8 a = __builtin_shufflevector(lo, hi, 0, 1, 8, 9, 4, 5, 12, 13);
     const f32x8 b = __builtin_shufflevector(lo, hi, 2, 3, 10, 11, 6, 7, 14, 15);
-    return {__builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7), __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1)};
+    return {__builtin_shufflevector(a, a, 0, 1, 4, 5, 2, 3, 6, 7),
+            __builtin_shufflevector(b, b, 6, 7, 2, 3, 4, 5, 0, 1)};
 }
 #endif
 
@@ -605,8 +591,6 @@ template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const 
                 __builtin_shufflevector(load<V>(p), load<V>(p + stride), 4, 5, 6, 7, 12, 13, 14, 15)};
 }
 
-// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves hold
-// the transpose of the left 4x4 block and the upper halves that of the right one.
 // Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves
 // hold the transpose of the left 4x4 block and the upper halves that of the right one.
 KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
@@ -639,9 +623,10 @@ template <class W> KRL_INLINE W quads(const f32x8* v, int i) {
 }
 #endif
 
-// ---- two four-lane vectors side by side -------------------------------------------------------------------------------
+// ---- two four-lane vectors side by side ----------------------------------------------------------------------------
 //
-// For data that comes in groups of four lanes: two of them in one step, in one register where the target has eight lanes.
+// For data that comes in groups of four lanes: two of them in one step, in one register where the target has eight
+// lanes.
 
 #if KRL_LANES == 8
 using f32x4x2 = f32x8;
@@ -650,8 +635,13 @@ KRL_INLINE f32x4 first_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 0,
 KRL_INLINE f32x4 second_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
 KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
 #else
-struct f32x4x2 { f32x4 a, b; };
-template <> struct lane_traits<f32x4x2> { using element = float; static constexpr int count = 8; };
+struct f32x4x2 {
+    f32x4 a, b;
+};
+template <> struct lane_traits<f32x4x2> {
+    using element = float;
+    static constexpr int count = 8;
+};
 KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return {a, b}; }
 KRL_INLINE f32x4 first_half(f32x4x2 v) { return v.a; }
 KRL_INLINE f32x4 second_half(f32x4x2 v) { return v.b; }
@@ -664,7 +654,7 @@ KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
 KRL_INLINE f32x4x2 reverse(f32x4x2 v) { return {reverse(v.b), reverse(v.a)}; }
 #endif
 
-// ---- conversions ----------------------------------------------------------------------------------------------------
+// ---- conversions ---------------------------------------------------------------------------------------------------
 
 // Single to double (exact), and back with one rounding.
 KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
@@ -687,9 +677,7 @@ KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_c
 // twice_odd those of to_double(v).b.
 KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
 #if KRL_LANES == 8
-KRL_INLINE f64x4 even_to_double(f32x8 v) {
-    return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v))));
-}
+KRL_INLINE f64x4 even_to_double(f32x8 v) { return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v)))); }
 #endif
 
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.

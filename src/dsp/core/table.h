@@ -10,14 +10,10 @@
 
 namespace krl {
 
-template <size_t size, class T = float>
-struct Table {
-    T value[size];
-};
+template <size_t size, class T = float> struct Table { T value[size]; };
 
 // value[i] = f(i), rounded once to float.
-template <size_t size, class F>
-constexpr Table<size> make_table(F f) {
+template <size_t size, class F> constexpr Table<size> make_table(F f) {
     Table<size> table{};
     for (size_t i = 0; i < size; i++)
         table.value[i] = static_cast<float>(f(static_cast<int>(i)));

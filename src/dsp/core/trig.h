@@ -1,8 +1,8 @@
 // Compile-time sine and cosine of rational fractions of a turn.
 //
-// The angle 2*pi*n/d is reduced to the first octant in integers, so that the zeros, ones and halves of a table are exact
-// and mirrored entries are equal to the bit; a Taylor polynomial in double finishes within one unit in its last place.
-// Tables round the double once to float.
+// The angle 2*pi*n/d is reduced to the first octant in integers, so that the zeros, ones and halves of a table are
+// exact and mirrored entries are equal to the bit; a Taylor polynomial in double finishes within one unit in its last
+// place. Tables round the double once to float.
 #pragma once
 
 #include <cstdint>
@@ -39,7 +39,9 @@ constexpr double octant_cos(double x) {
 
 } // namespace detail
 
-struct sin_cos { double sin, cos; };
+struct sin_cos {
+    double sin, cos;
+};
 
 // Sine and cosine of 2*pi*n/d, d > 0.
 constexpr sin_cos sin_cos_turn(int64_t n, int64_t d) {

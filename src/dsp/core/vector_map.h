@@ -13,7 +13,7 @@
 
 namespace krl {
 
-// ---- operands -------------------------------------------------------------------------------------------------------
+// ---- operands ------------------------------------------------------------------------------------------------------
 //
 // at(i) is the address of element i, from which the order of processing is derived; operands without it do not take
 // part (constants, and sources that have to stay apart from the destination). granule: the floats of the destination
@@ -118,7 +118,7 @@ struct to_both {
     }
 };
 
-// ---- order of processing --------------------------------------------------------------------------------------------
+// ---- order of processing -------------------------------------------------------------------------------------------
 
 // What step i writes has to miss what later steps read. Addresses are linear in i, so the second and the last granule
 // tell for all of them.
@@ -138,7 +138,7 @@ template <class D, class... S> KRL_INLINE bool needs_backward(const D& dst, size
     return (clobbers(src) || ...);
 }
 
-// ---- the loop -------------------------------------------------------------------------------------------------------
+// ---- the loop ------------------------------------------------------------------------------------------------------
 
 // From the end towards the beginning; the group at the beginning is read first and written last.
 template <class D, class F, class... S>

@@ -61,7 +61,8 @@ constexpr int first_factor(int r) { return r % 4 == 0 ? 4 : r % 3 == 0 ? 3 : r %
 template <int n, class F> KRL_INLINE void unroll(F f) {
     [&]<int... i>(std::integer_sequence<int, i...>) __attribute__((always_inline)) {
         (f(std::integral_constant<int, i>{}), ...);
-    }(std::make_integer_sequence<int, n>{});
+    }
+    (std::make_integer_sequence<int, n>{});
 }
 
 template <int i> using index = std::integral_constant<int, i>;
@@ -91,7 +92,7 @@ template <int A, int B, class V, class In, class Out> KRL_INLINE void composite_
     unroll<B>([&](auto b) __attribute__((always_inline)) {
         butterfly<A, V>(
             [&](auto a) __attribute__((always_inline)) {
-                return in(index<coprime ? (B * a + A * b) % (A * B) : B * a + b>{});
+                return in(index < coprime ? (B * a + A * b) % (A * B) : B * a + b > {});
             },
             columns[b].sink());
         if constexpr (A * B > 8)
@@ -109,9 +110,8 @@ template <int A, int B, class V, class In, class Out> KRL_INLINE void composite_
                 else
                     return rotate(x, splat<V>(static_cast<float>(w.cos)), splat<V>(static_cast<float>(w.sin)));
             },
-            [&](auto b, complex<V> v) __attribute__((always_inline)) {
-                out(index<composite_result<A, B>(a, b)>{}, v);
-            });
+            [&](auto b, complex<V> v)
+                __attribute__((always_inline)) { out(index<composite_result<A, B>(a, b)>{}, v); });
         if constexpr (A * B > 8)
             scheduling_barrier();
     });
@@ -179,8 +179,10 @@ template <int R, class V, class In, class Out> KRL_INLINE void butterfly(In in, 
         // Two four-point transforms; the odd one's bins turned by eighths, the diagonal ones without their factor c,
         // which the last additions apply.
         detail::values<4, V> even, odd;
-        butterfly<4, V>([&](auto q) __attribute__((always_inline)) { return in(index<2 * q>{}); }, even.sink());
-        butterfly<4, V>([&](auto q) __attribute__((always_inline)) { return in(index<2 * q + 1>{}); }, odd.sink());
+        butterfly<4, V>(
+            [&](auto q) __attribute__((always_inline)) { return in(index<2 * q>{}); }, even.sink());
+        butterfly<4, V>(
+            [&](auto q) __attribute__((always_inline)) { return in(index<2 * q + 1>{}); }, odd.sink());
         const V c = splat<V>(static_cast<float>(cos_turn(1, 8)));
         const complex<V> d1 = {odd(1).re + odd(1).im, odd(1).im - odd(1).re};
         const complex<V> d3 = {odd(3).im - odd(3).re, odd(3).re + odd(3).im}; // its imaginary part counts negative

@@ -19,10 +19,10 @@ namespace {
 
 using namespace krl;
 
-constexpr uint32_t complex_transforms = KRL_FFT_CPLX_FWD_SCALED | KRL_FFT_CPLX_FWD_UNSCALED | KRL_FFT_CPLX_INV_SCALED |
-                                        KRL_FFT_CPLX_INV_UNSCALED;
-constexpr uint32_t real_transforms = KRL_FFT_REAL_FWD_SCALED | KRL_FFT_REAL_FWD_UNSCALED | KRL_FFT_REAL_INV_SCALED |
-                                     KRL_FFT_REAL_INV_UNSCALED;
+constexpr uint32_t complex_transforms =
+    KRL_FFT_CPLX_FWD_SCALED | KRL_FFT_CPLX_FWD_UNSCALED | KRL_FFT_CPLX_INV_SCALED | KRL_FFT_CPLX_INV_UNSCALED;
+constexpr uint32_t real_transforms =
+    KRL_FFT_REAL_FWD_SCALED | KRL_FFT_REAL_FWD_UNSCALED | KRL_FFT_REAL_INV_SCALED | KRL_FFT_REAL_INV_UNSCALED;
 constexpr uint32_t longest = 2048;
 
 // Index of n in krl_non_power_two_lengths, or -1.
@@ -78,15 +78,11 @@ void KRL_fft_shutdown(krl_fft_state* state) {
         *state = {};
 }
 
-void KRL_fft_CLfwd_scaledCL(const krl_fft_state* state, float* out, float* in) {
-    state->forward_scaled(out, in, in);
-}
+void KRL_fft_CLfwd_scaledCL(const krl_fft_state* state, float* out, float* in) { state->forward_scaled(out, in, in); }
 void KRL_fft_CLfwd_unscaledCL(const krl_fft_state* state, float* out, float* in) {
     state->forward_unscaled(out, in, in);
 }
-void KRL_fft_CLinv_scaledCL(const krl_fft_state* state, float* out, float* in) {
-    state->inverse_scaled(out, in, in);
-}
+void KRL_fft_CLinv_scaledCL(const krl_fft_state* state, float* out, float* in) { state->inverse_scaled(out, in, in); }
 void KRL_fft_CLinv_unscaledCL(const krl_fft_state* state, float* out, float* in) {
     state->inverse_unscaled(out, in, in);
 }

@@ -16,7 +16,7 @@ namespace krl::fft {
 
 enum class direction { forward, inverse };
 
-// ---- layouts --------------------------------------------------------------------------------------------------------
+// ---- layouts -------------------------------------------------------------------------------------------------------
 //
 // The first pass reads and the last pass writes interleaved complex samples. Between them the parts stand apart, in one
 // of two layouts. Both let a group of samples start where start(i) says, the imaginary parts `imaginary` floats behind
@@ -79,7 +79,7 @@ template <class V, class layout> KRL_INLINE void store_parts(float* p, complex<V
     store(p + layout::imaginary, x.im);
 }
 
-// ---- first pass -----------------------------------------------------------------------------------------------------
+// ---- first pass ----------------------------------------------------------------------------------------------------
 
 // Takes the results of butterflies 0, 1, ..., one butterfly a lane, and puts those of butterfly b to positions R*b + m:
 // rows become columns, four results of four butterflies at a time, as soon as the four are there. Only the first
@@ -158,8 +158,9 @@ template <int N, direction dir, bool scaled, int R, class layout> struct first_p
     }
     template <int active> static KRL_INLINE void step(float* dst, const float* src, int j) {
         transposed_results<V, layout, R, active> results(dst + layout::start(R * j));
-        butterfly<R, V>([=](auto q) __attribute__((always_inline)) { return input<active, q>(src, j); },
-                        [&](auto m, complex<V> v) __attribute__((always_inline)) { results(m, v); });
+        butterfly<R, V>(
+            [=](auto q) __attribute__((always_inline)) { return input<active, q>(src, j); },
+            [&](auto m, complex<V> v) __attribute__((always_inline)) { results(m, v); });
     }
     static KRL_INLINE void run(float* dst, const float* src) {
         if constexpr (count < n) {
@@ -173,7 +174,7 @@ template <int N, direction dir, bool scaled, int R, class layout> struct first_p
     }
 };
 
-// ---- later passes ---------------------------------------------------------------------------------------------------
+// ---- later passes --------------------------------------------------------------------------------------------------
 
 // store_result(i, x) puts x to the positions from i on.
 template <int N, int R, int L, rounding precision, class layout, class V, class Store>
@@ -208,16 +209,16 @@ template <int L> using lanes_behind = std::conditional_t<(L >= lanes<f32v>), f32
 template <int N, int R, int L, rounding precision, class layout>
 __attribute__((noinline)) void middle_pass(float* dst, const float* src) {
     using V = lanes_behind<L>;
-    twiddled_pass<N, R, L, precision, layout, V>(src, [dst](int i, complex<V> x) __attribute__((always_inline)) {
-        store_parts<V, layout>(dst + layout::start(i), x);
-    });
+    twiddled_pass<N, R, L, precision, layout, V>(
+        src, [dst](int i, complex<V> x)
+                 __attribute__((always_inline)) { store_parts<V, layout>(dst + layout::start(i), x); });
 }
 template <int N, direction dir, int R, rounding precision, class layout>
 __attribute__((noinline)) void last_pass(float* dst, const float* src) {
     using V = lanes_behind<N / R>;
-    twiddled_pass<N, R, N / R, precision, layout, V>(src, [dst](int i, complex<V> x) __attribute__((always_inline)) {
-        store_samples<V, layout, dir>(dst + 2 * i, x);
-    });
+    twiddled_pass<N, R, N / R, precision, layout, V>(
+        src, [dst](int i, complex<V> x)
+                 __attribute__((always_inline)) { store_samples<V, layout, dir>(dst + 2 * i, x); });
 }
 
 } // namespace krl::fft

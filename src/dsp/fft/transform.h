@@ -13,6 +13,7 @@ template <int R, int... rest> struct radices { static constexpr int first = R; }
 // radix that is a multiple of 8 all later passes work on whole vectors. Other first radices, four at least, leave
 // groups that overlap, which must not run in place: these transforms have two passes or three.
 template <int N> struct plan;
+// clang-format off
 template <> struct plan<12> { using type = radices<4, 3>; };
 template <> struct plan<15> { using type = radices<5, 3>; };
 template <> struct plan<16> { using type = radices<4, 4>; };
@@ -52,6 +53,7 @@ template <> struct plan<960> { using type = radices<8, 4, 5, 6>; };
 template <> struct plan<1024> { using type = radices<8, 8, 4, 4>; };
 template <> struct plan<2048> { using type = radices<8, 4, 4, 4, 4>; };
 template <> struct plan<4096> { using type = radices<8, 8, 8, 8>; };
+// clang-format on
 
 template <int N, direction dir, bool scaled, rounding precision, class Plan = typename plan<N>::type> class transform {
 public:

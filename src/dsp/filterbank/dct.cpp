@@ -9,13 +9,9 @@ namespace {
 
 // ---- complex vectors in interleaved memory -------------------------------------------------------------------------
 
-template <class V>
-struct complex_lanes {
-    V re, im;
-};
+template <class V> struct complex_lanes { V re, im; };
 
-template <class V>
-KRL_INLINE complex_lanes<V> load_complex(const float* p) {
+template <class V> KRL_INLINE complex_lanes<V> load_complex(const float* p) {
     if constexpr (lanes<V> == 1) {
         return {p[0], p[1]};
     } else {
@@ -23,8 +19,7 @@ KRL_INLINE complex_lanes<V> load_complex(const float* p) {
         return {re, im};
     }
 }
-template <class V>
-KRL_INLINE void store_complex(float* p, complex_lanes<V> z) {
+template <class V> KRL_INLINE void store_complex(float* p, complex_lanes<V> z) {
     if constexpr (lanes<V> == 1) {
         p[0] = z.re;
         p[1] = z.im;
@@ -34,20 +29,13 @@ KRL_INLINE void store_complex(float* p, complex_lanes<V> z) {
         store(p + lanes<V>, hi);
     }
 }
-template <class V>
-KRL_INLINE complex_lanes<V> reverse(complex_lanes<V> z) {
+template <class V> KRL_INLINE complex_lanes<V> reverse(complex_lanes<V> z) {
     return {krl::reverse(z.re), krl::reverse(z.im)};
 }
 
 // The lanes p[0], p[-1], p[-2] ..
-template <class V>
-KRL_INLINE V load_backwards(const float* p) {
-    return krl::reverse(load<V>(p - (lanes<V> - 1)));
-}
-template <class V>
-KRL_INLINE void store_backwards(float* p, V v) {
-    store(p - (lanes<V> - 1), krl::reverse(v));
-}
+template <class V> KRL_INLINE V load_backwards(const float* p) { return krl::reverse(load<V>(p - (lanes<V> - 1))); }
+template <class V> KRL_INLINE void store_backwards(float* p, V v) { store(p - (lanes<V> - 1), krl::reverse(v)); }
 
 // ---- the steps of the transforms -----------------------------------------------------------------------------------
 
@@ -76,8 +64,7 @@ void undo_even_then_reversed_odd(float* out, const float* in, uint32_t N) {
 
 // What the pair of bins k and m = H - k needs from the table, angle = pi k / (2N): the rotation of either bin, and the
 // rotation by four times the angle for the split, formed by doubling twice because the table holds it four apart.
-template <class V>
-struct PairRotations {
+template <class V> struct PairRotations {
     V sin_k, cos_k, sin_m, cos_m, sin_4k, cos_4k;
 
     KRL_INLINE PairRotations(const float* table, uint32_t N, uint32_t k) {
@@ -97,8 +84,7 @@ struct PairRotations {
 
 // From the transform A, B of bins k and H - k of the packed signal, four times the spectrum of the real signal there
 // and back: the halves that the split averages with are left to the caller. sum = (e, d), turned = (w, u).
-template <class V>
-struct Split {
+template <class V> struct Split {
     complex_lanes<V> sum, turned;
 
     KRL_INLINE Split(complex_lanes<V> A, complex_lanes<V> B, const PairRotations<V>& r) {
@@ -157,8 +143,7 @@ void transform_3(krl_fft_kernel* fft, const float* table, float* out, float* in,
 }
 
 // transform(out, in) of a copy of data into data.
-template <class Transform>
-void in_place(float* data, uint32_t N, Transform transform) {
+template <class Transform> void in_place(float* data, uint32_t N, Transform transform) {
     if (N > in_place_limit)
         return;
     alignas(32) float copy[in_place_limit];

@@ -12,8 +12,7 @@ namespace krl {
 namespace {
 
 // sin(pi m / (2L)), m = 0..L.
-template <size_t L>
-constexpr Table<L + 1> make_quarter_wave() {
+template <size_t L> constexpr Table<L + 1> make_quarter_wave() {
     Table<L + 1> table{};
     for (size_t m = 0; m <= L / 2; m++) {
         const sin_cos angle = sin_cos_turn(static_cast<int64_t>(m), 4 * L);
@@ -22,12 +21,10 @@ constexpr Table<L + 1> make_quarter_wave() {
     }
     return table;
 }
-template <size_t L>
-constexpr Table<L + 1> quarter_wave = make_quarter_wave<L>();
+template <size_t L> constexpr Table<L + 1> quarter_wave = make_quarter_wave<L>();
 
 // sin(pi (m + shift) / (2L)), m = 0..L-1.
-template <size_t L>
-constexpr Table<L> sines(size_t shift = 0) {
+template <size_t L> constexpr Table<L> sines(size_t shift = 0) {
     Table<L> table{};
     for (size_t m = 0; m < L; m++)
         table.value[m] = quarter_wave<L>.value[m + shift];
@@ -35,8 +32,7 @@ constexpr Table<L> sines(size_t shift = 0) {
 }
 
 // cos(pi (m + shift) / (2L)), m = 0..L-1.
-template <size_t L>
-constexpr Table<L> cosines(size_t shift = 0) {
+template <size_t L> constexpr Table<L> cosines(size_t shift = 0) {
     Table<L> table{};
     for (size_t m = 0; m < L; m++)
         table.value[m] = quarter_wave<L>.value[L - m - shift];
@@ -44,12 +40,8 @@ constexpr Table<L> cosines(size_t shift = 0) {
 }
 
 // exp(j pi (4m + 1) / (8L)) / 2, m = 0..L-1.
-template <size_t L>
-struct HalfRotations {
-    Table<L> sines, cosines;
-};
-template <size_t L>
-constexpr HalfRotations<L> make_half_rotations() {
+template <size_t L> struct HalfRotations { Table<L> sines, cosines; };
+template <size_t L> constexpr HalfRotations<L> make_half_rotations() {
     HalfRotations<L> table{};
     for (size_t m = 0; m < L; m++) {
         const sin_cos angle = sin_cos_turn(static_cast<int64_t>(4 * m + 1), 16 * L);
@@ -58,8 +50,7 @@ constexpr HalfRotations<L> make_half_rotations() {
     }
     return table;
 }
-template <size_t L>
-constexpr HalfRotations<L> half_rotations = make_half_rotations<L>();
+template <size_t L> constexpr HalfRotations<L> half_rotations = make_half_rotations<L>();
 
 } // namespace
 

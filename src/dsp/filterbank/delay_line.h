@@ -1,4 +1,5 @@
-// The transposed delay line in which every synthesis bank ends.
+// The transposed delay line of a synthesis bank, several slots at a time. Where a bank has memory for the input of one
+// slot only, dsp/filterbank/paired_delay_line.h does the same in memory.
 #pragma once
 
 #include "dsp/core/lanes.h"
@@ -14,8 +15,7 @@ namespace krl {
 // Bit j of `negated` lets tap j enter with the opposite sign.
 //
 // Memory holds the sums group by group: for each group of four bands S_0 .. S_(taps-2), four bands each.
-template <int taps, uint32_t negated>
-class DelayLine {
+template <int taps, uint32_t negated> class DelayLine {
 public:
     static constexpr int sums = taps - 1;
 
@@ -32,8 +32,7 @@ public:
     }
 
     // One slot; tap(j) gives c_j of the bands.
-    template <class Tap>
-    KRL_INLINE f32v step(f32v even, f32v odd, Tap tap) {
+    template <class Tap> KRL_INLINE f32v step(f32v even, f32v odd, Tap tap) {
         const auto input = [&](int j) {
             const f32v x = j % 2 == 0 ? even : odd;
             return (negated >> j & 1) != 0 ? -x : x;

@@ -50,13 +50,12 @@ namespace {
 constexpr uint8_t interleaved_order[16] = {0, 2, 4, 6, 7, 9, 3, 1, 12, 5, 8, 10, 13, 14, 15, 11};
 constexpr float interleaved_sign[16] = {1, 1, 1, 1, 1, 1, -1, -1, 1, 1, 1, 1, 1, 1, 1, 1};
 
-// ---- analysis -------------------------------------------------------------------------------------------------------
+// ---- analysis ------------------------------------------------------------------------------------------------------
 
 // The phase factor e^(2 pi i (q + 1/2)(6 - n) / ways) of tap n is, up to the sign that the table holds, e^(2 pi i m q /
 // ways) with m = (6 - n) mod ways, which the inverse FFT supplies, times e^(i pi r / ways), r = m for m <= 1 and m -
 // ways above.
-template <int ways>
-struct rotations {
+template <int ways> struct rotations {
     float cos[ways], sin[ways];
     constexpr rotations() : cos{}, sin{} {
         for (int m = 0; m < ways; m++) {
@@ -75,8 +74,7 @@ KRL_INLINE double load_complex(const float* p) {
 }
 
 // The samples n of one delay line, or of two neighbouring ones side by side.
-template <int line_count>
-KRL_INLINE f32x4 load_sample(const float* line, uint32_t n) {
+template <int line_count> KRL_INLINE f32x4 load_sample(const float* line, uint32_t n) {
     const double second = line_count == 2 ? load_complex(line + line_floats + 2 * n) : 0.0;
     return bit_cast<f32x4>(f64x2{load_complex(line + 2 * n), second});
 }
@@ -149,7 +147,7 @@ void analyse10(const krl_hybrid_analysis& bank, float* out) {
     split_in_two(out + 12, bank.state + line_floats);
 }
 
-// ---- synthesis ------------------------------------------------------------------------------------------------------
+// ---- synthesis -----------------------------------------------------------------------------------------------------
 
 // The sum of an even number of complex samples, two at a time.
 KRL_INLINE void add_up(float* out, const float* y, uint32_t count) {
@@ -160,7 +158,7 @@ KRL_INLINE void add_up(float* out, const float* y, uint32_t count) {
     std::memcpy(out, &sum, 2 * sizeof(float));
 }
 
-// ---- instances ------------------------------------------------------------------------------------------------------
+// ---- instances -----------------------------------------------------------------------------------------------------
 
 bool is_valid(int32_t config) { return (config & 2) == 0; }
 uint32_t split_of(int32_t config) { return static_cast<uint32_t>(config) & 3; }

@@ -44,8 +44,7 @@ inline void clear_channel(state& s, uint32_t channel) {
 }
 
 // Places the record, the channel pointers and the channel blocks, all cleared. Null for what no bank can be made of.
-template <class Instance>
-Instance* place(uint32_t channels, uint32_t bands, void* memory) {
+template <class Instance> Instance* place(uint32_t channels, uint32_t bands, void* memory) {
     static_assert(sizeof(Instance) == sizeof(state));
     const krl_fft_pair* pair = fft_pair(bands);
     if (!memory || bands % band_multiple != 0 || !pair)
@@ -64,8 +63,7 @@ Instance* place(uint32_t channels, uint32_t bands, void* memory) {
     return instance;
 }
 
-template <class Pointer>
-bool any_null(const Pointer* const* slots, uint32_t slot_count, uint32_t channels) {
+template <class Pointer> bool any_null(const Pointer* const* slots, uint32_t slot_count, uint32_t channels) {
     for (uint32_t slot = 0; slot < slot_count; slot++) {
         if (!slots[slot])
             return true;

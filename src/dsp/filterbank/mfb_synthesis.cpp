@@ -39,17 +39,12 @@ constexpr convention even_1{odd_bands, minus_re, im, tap_order::backward, true};
 constexpr convention even_2{odd_bands, re, im, tap_order::backward, false};
 constexpr convention even_3{even_bands, minus_re, im, tap_order::backward, true};
 
-template <part which>
-KRL_INLINE f32x4 part_of(f32x4 real, f32x4 imaginary) {
+template <part which> KRL_INLINE f32x4 part_of(f32x4 real, f32x4 imaginary) {
     switch (which) {
-    case re:
-        return real;
-    case minus_re:
-        return -real;
-    case im:
-        return imaginary;
-    case minus_im:
-        return -imaginary;
+    case re: return real;
+    case minus_re: return -real;
+    case im: return imaginary;
+    case minus_im: return -imaginary;
     }
 }
 

@@ -6,8 +6,7 @@
 namespace {
 
 // e^(-i pi (2m + offset) / (4 bands)) for m = 0 .. bands - 1, in groups of four real and four imaginary parts.
-template <int bands, int offset>
-constexpr auto twiddles() {
+template <int bands, int offset> constexpr auto twiddles() {
     return krl::make_table<2 * bands>([](int i) {
         const int m = i / 8 * 4 + i % 4;
         const krl::sin_cos angle = krl::sin_cos_turn(2 * m + offset, 8 * bands);

@@ -1,4 +1,5 @@
-// The transposed polyphase delay line that every synthesis bank ends in.
+// The transposed polyphase delay line of a synthesis bank, one slot at a time. dsp/filterbank/delay_line.h runs several
+// slots in registers.
 //
 // A synthesis bank adds up, for each of its phases k, an even input a and an odd input b per slot, weighted by the taps
 // h_0 .. h_2P-1 of the phase and delayed by j slots for tap j:
@@ -24,8 +25,7 @@ enum class tap_signs {
 
 // One slot of four phases. `pairs` is P; in = (a, b); taps(i) gives (h_2i, h_2i+1), four phases each; state holds
 // S_0 .. S_2P-2. A caller that needs other signs negates a or b.
-template <int pairs, tap_signs signs, class Taps>
-KRL_INLINE f32x4 delay_line(float* state, f32x4x2 in, Taps taps) {
+template <int pairs, tap_signs signs, class Taps> KRL_INLINE f32x4 delay_line(float* state, f32x4x2 in, Taps taps) {
     const auto step = [&](int i, f32x4x2 sums) { // i is a constant once the loop below is unrolled
         return signs == tap_signs::alternating && i % 2 != 0 ? mul_sub_from(taps(i), in, sums)
                                                              : mul_add(taps(i), in, sums);

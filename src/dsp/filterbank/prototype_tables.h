@@ -9,8 +9,7 @@ namespace krl::prototypes {
 #include "prototypes_qmf.inc"
 
 // QMF prototype p[0 .. 2PM] from its taps 0 .. PM.
-template <size_t HalfSize>
-constexpr float qmf_tap(const float (&half)[HalfSize], size_t n) {
+template <size_t HalfSize> constexpr float qmf_tap(const float (&half)[HalfSize], size_t n) {
     constexpr size_t centre = HalfSize - 1;
     return half[n <= centre ? n : 2 * centre - n];
 }
@@ -23,8 +22,7 @@ constexpr float qmf_block_sign(int periods, size_t block) {
     return second_of_pairs != negated_even ? -1.0f : 1.0f;
 }
 
-template <int Periods, size_t HalfSize>
-constexpr auto qmf_analysis(const float (&half)[HalfSize]) {
+template <int Periods, size_t HalfSize> constexpr auto qmf_analysis(const float (&half)[HalfSize]) {
     constexpr size_t bands = (HalfSize - 1) / Periods;
     Table<2 * Periods * bands> table{};
     for (size_t b = 0; b < 2 * Periods; ++b)
@@ -36,8 +34,7 @@ constexpr auto qmf_analysis(const float (&half)[HalfSize]) {
 }
 
 // The synthesis table is the analysis table reversed in time.
-template <int Periods, size_t HalfSize>
-constexpr auto qmf_synthesis(const float (&half)[HalfSize]) {
+template <int Periods, size_t HalfSize> constexpr auto qmf_synthesis(const float (&half)[HalfSize]) {
     const auto analysis = qmf_analysis<Periods>(half);
     constexpr size_t size = sizeof(analysis.value) / sizeof(float);
     Table<size> table{};
@@ -47,8 +44,7 @@ constexpr auto qmf_synthesis(const float (&half)[HalfSize]) {
 }
 
 // Row r = 0 .. M holds taps 2iM + r, i = 0 .. P-1. The tables of all band counts but 32 end with a row of zeros.
-template <int Periods, size_t HalfSize>
-constexpr auto qmf_compact(const float (&half)[HalfSize]) {
+template <int Periods, size_t HalfSize> constexpr auto qmf_compact(const float (&half)[HalfSize]) {
     constexpr size_t bands = (HalfSize - 1) / Periods;
     constexpr size_t rows = bands == 32 ? bands + 1 : bands + 2;
     Table<rows * Periods> table{};
@@ -59,8 +55,7 @@ constexpr auto qmf_compact(const float (&half)[HalfSize]) {
 }
 
 // Taps in time order to the layout of the modulated bank: groups of four bands, ten vectors of four taps each.
-template <size_t Size>
-constexpr Table<Size> modulated(const float (&taps)[Size]) {
+template <size_t Size> constexpr Table<Size> modulated(const float (&taps)[Size]) {
     constexpr size_t bands = Size / 10;
     Table<Size> table{};
     for (size_t j = 0; j < 10; ++j)
@@ -70,8 +65,7 @@ constexpr Table<Size> modulated(const float (&taps)[Size]) {
 }
 
 // A modulated-bank prototype that is symmetric in time, from its first half.
-template <size_t HalfSize>
-constexpr auto modulated_symmetric(const float (&half)[HalfSize]) {
+template <size_t HalfSize> constexpr auto modulated_symmetric(const float (&half)[HalfSize]) {
     float taps[2 * HalfSize]{};
     for (size_t n = 0; n < HalfSize; ++n)
         taps[n] = taps[2 * HalfSize - 1 - n] = half[n];
@@ -79,8 +73,7 @@ constexpr auto modulated_symmetric(const float (&half)[HalfSize]) {
 }
 
 // A QMF prototype of five periods with every block reversed, for the legacy analysis reads its blocks in reverse.
-template <size_t HalfSize>
-constexpr auto modulated_legacy(const float (&half)[HalfSize]) {
+template <size_t HalfSize> constexpr auto modulated_legacy(const float (&half)[HalfSize]) {
     constexpr size_t bands = (HalfSize - 1) / 5;
     float taps[10 * bands]{};
     for (size_t j = 0; j < 10; ++j)

@@ -112,8 +112,7 @@ void analyse_slots(krl_qmf_analysis& analysis, Subbands subbands, uint32_t first
         subbands.modulate(analysis, first + slot, filtered[slot]);
 }
 
-template <int P, class Subbands>
-void analyse(krl_qmf_analysis& analysis, Subbands subbands, const float* in) {
+template <int P, class Subbands> void analyse(krl_qmf_analysis& analysis, Subbands subbands, const float* in) {
     uint32_t slot = 0;
     for (; slot + slots_at_once <= analysis.slots; slot += slots_at_once)
         analyse_slots<P, slots_at_once>(analysis, subbands, slot, in);
@@ -121,8 +120,7 @@ void analyse(krl_qmf_analysis& analysis, Subbands subbands, const float* in) {
         analyse_slots<P, 1>(analysis, subbands, slot, in);
 }
 
-template <class Subbands>
-void analyse(krl_qmf_analysis* analysis, Subbands subbands, const float* in) {
+template <class Subbands> void analyse(krl_qmf_analysis* analysis, Subbands subbands, const float* in) {
     if (analysis)
         (analysis->periods == 5 ? analyse<5, Subbands> : analyse<4, Subbands>)(*analysis, subbands, in);
 }
@@ -155,8 +153,7 @@ uint32_t delay(const krl_qmf_analysis* analysis) {
 uint32_t filter_state_length(uint32_t selector, uint32_t M) { return (selector ? 9 : 7) * M; }
 
 // f(flat block, ring block) for every block, oldest first. Only states of five periods travel.
-template <class F>
-void for_each_state_block(const krl_qmf_analysis* analysis, F f) {
+template <class F> void for_each_state_block(const krl_qmf_analysis* analysis, F f) {
     if (!analysis || analysis->periods != 5)
         return;
     for (uint32_t i = 0; i < 9; i++)

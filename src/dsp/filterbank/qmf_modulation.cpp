@@ -1,3 +1,4 @@
+#include "dsp/filterbank/band_order.h"
 #include "dsp/filterbank/qmf.h"
 #include "dsp/filterbank/sweep.h"
 #include "korla/dsp/dct.h"
@@ -6,10 +7,7 @@ using namespace krl;
 
 namespace {
 
-template <class V>
-KRL_INLINE V load_backwards(const float* p) {
-    return reverse(load<V>(p - (lanes<V> - 1)));
-}
+template <class V> KRL_INLINE V load_backwards(const float* p) { return reverse(load<V>(p - (lanes<V> - 1))); }
 
 // ---- real sub-bands ------------------------------------------------------------------------------------------------
 
@@ -87,36 +85,13 @@ struct FullTwiddle {
     KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
 };
 
-template <class F>
-void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
+template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
     if (mode == qmf::no_twiddle || !table)
         f(NoTwiddle{});
     else if (mode == qmf::short_twiddle)
         f(ShortTwiddle{table});
     else
         f(FullTwiddle{table, M});
-}
-
-// Sub-bands from a spectrum: its first half conjugated and its second half reversed, in alternation, then rotated.
-template <class Twiddle>
-void subbands_of_spectrum(float* X, const float* V, uint32_t M, Twiddle w) {
-    for (uint32_t k = 0; k < M / 2; k += samples) {
-        const f32v even = conjugate(load<f32v>(V + 2 * k));
-        const f32v odd = reverse_complex(load<f32v>(V + 2 * (M - k - samples)));
-        const auto [lo, hi] = interleave_complex(even, odd);
-        store(X + 4 * k, w.turn(lo, 2 * k));
-        store(X + 4 * k + lanes<f32v>, w.turn(hi, 2 * k + samples));
-    }
-}
-template <class Twiddle>
-void spectrum_of_subbands(float* V, const float* X, uint32_t M, Twiddle w) {
-    for (uint32_t k = 0; k < M / 2; k += samples) {
-        const f32v lo = w.turn_back(load<f32v>(X + 4 * k), 2 * k);
-        const f32v hi = w.turn_back(load<f32v>(X + 4 * k + lanes<f32v>), 2 * k + samples);
-        const auto [even, odd] = deinterleave_complex(lo, hi);
-        store(V + 2 * k, conjugate(even));
-        store(V + 2 * (M - k - samples), reverse_complex(odd));
-    }
 }
 
 } // namespace
@@ -150,13 +125,17 @@ void krl_forwardModulationComplex(float* v, float* X, float* scratch, uint32_t M
     if (!is_supported(M, pair, M))
         return;
     (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(scratch, v, M);
-    with_twiddle(M, mode, twiddle, [=](auto w) { subbands_of_spectrum(X, scratch, M, w); });
+    with_twiddle(M, mode, twiddle, [=](auto w) {
+        bands_from_bins<conjugated::even_bands>(X, scratch, M, [w](f32v x, uint32_t m) { return w.turn(x, m); });
+    });
 }
 
 void krl_inverseModulationComplex(const float* X, float* Y, float* scratch, uint32_t M, uint32_t mode,
                                   const float* twiddle, const krl_fft_pair* pair) {
     if (!is_supported(M, pair, M))
         return;
-    with_twiddle(M, mode, twiddle, [=](auto w) { spectrum_of_subbands(scratch, X, M, w); });
+    with_twiddle(M, mode, twiddle, [=](auto w) {
+        bins_from_bands<conjugated::even_bands>(scratch, X, M, [w](f32v x, uint32_t m) { return w.turn_back(x, m); });
+    });
     (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(Y, scratch, M);
 }

@@ -75,8 +75,7 @@ void filter(const krl_qmf_synthesis& synthesis, float* out, const float (*modula
     }
 }
 
-template <class Subbands>
-void synthesise(krl_qmf_synthesis* synthesis, float* out, Subbands subbands) {
+template <class Subbands> void synthesise(krl_qmf_synthesis* synthesis, float* out, Subbands subbands) {
     if (!synthesis)
         return;
     alignas(32) float modulated[slots_at_once][2 * most_bands];

@@ -22,18 +22,15 @@ constexpr Table<2 * Pairs> grouped(Numerator numerator, int64_t denominator, dou
 }
 
 // pi m / (2M), m = 0..M-1
-template <size_t M>
-constexpr Table<2 * M> rotations(double gain) {
+template <size_t M> constexpr Table<2 * M> rotations(double gain) {
     return grouped<M>([](int64_t m) { return m; }, 4 * M, gain, gain);
 }
 // pi (2m + 1) / (4T), m = 0..T/2-1
-template <size_t T>
-constexpr Table<T> full_twiddles() {
+template <size_t T> constexpr Table<T> full_twiddles() {
     return grouped<T / 2>([](int64_t m) { return 2 * m + 1; }, 8 * T, 1.0, -1.0);
 }
 // pi (2m + 1) numerator / denominator, m = 0..M-1
-template <size_t M>
-constexpr Table<2 * M> short_twiddles(int64_t numerator, int64_t denominator) {
+template <size_t M> constexpr Table<2 * M> short_twiddles(int64_t numerator, int64_t denominator) {
     return grouped<M>([=](int64_t m) { return (2 * m + 1) * numerator; }, 2 * denominator, 1.0, 1.0);
 }
 

@@ -5,15 +5,11 @@
 
 namespace krl {
 
-template <class V>
-struct lane_tag {
-    using type = V;
-};
+template <class V> struct lane_tag { using type = V; };
 
 namespace detail {
 
-template <class V, class Step>
-KRL_INLINE void sweep_in(uint32_t first, uint32_t last, Step step) {
+template <class V, class Step> KRL_INLINE void sweep_in(uint32_t first, uint32_t last, Step step) {
     constexpr uint32_t width = lanes<V>;
     for (uint32_t i = first; i + width <= last; i += width)
         step(lane_tag<V>{}, i);
@@ -25,8 +21,7 @@ KRL_INLINE void sweep_in(uint32_t first, uint32_t last, Step step) {
 
 // Calls step(lane_tag<V>, i) so that the runs i .. i + lanes<V> - 1 cover first .. last - 1. When the length is not a
 // multiple of the lanes, the last run overlaps the one before: a step must not change what another one reads.
-template <class Step>
-KRL_INLINE void sweep(uint32_t first, uint32_t last, Step step) {
+template <class Step> KRL_INLINE void sweep(uint32_t first, uint32_t last, Step step) {
     const uint32_t count = last - first;
     if (count >= lanes<f32v>)
         return detail::sweep_in<f32v>(first, last, step);

@@ -38,8 +38,7 @@ struct AllPassChain {
 
     // The first `sections` of the three. Written so that y[n-2] meets one fused step: the recursion runs at its
     // latency.
-    template <int sections = 3>
-    KRL_INLINE phases step(phases x) {
+    template <int sections = 3> KRL_INLINE phases step(phases x) {
 #pragma GCC unroll 3
         for (int j = 0; j < sections; j++) {
             const phases k = splat<phases>(a[j]);
