@@ -19,8 +19,7 @@ constexpr Tables design{KRL_MFB_P10KM_P64KVX301, KRL_MFB_TWID64E};
 Signal noise(size_t n, uint64_t seed = 3) { return korla_test::Random(seed).vector(n); }
 
 // One direction of the bank in memory of exactly the queried size at an awkward address.
-template <auto query_mem, auto query_scratch, auto init, size_t in_per_band, size_t out_per_band>
-struct Bank {
+template <auto query_mem, auto query_scratch, auto init, size_t in_per_band, size_t out_per_band> struct Bank {
     static constexpr size_t in_floats = in_per_band, out_floats = out_per_band; // per band and slot
     uint32_t m, channels;
     Tables tables;
@@ -32,8 +31,7 @@ struct Bank {
           scratch(query_scratch(99, 99, m), misalignment), instance(init(channels, 99, m, memory.data())) {}
 
     // In calls of so many slots, then one more each time, up to 5 and round again.
-    template <class Function>
-    Signal process(Function function, const Signal& in, size_t count = 1) {
+    template <class Function> Signal process(Function function, const Signal& in, size_t count = 1) {
         const size_t slots = in.size() / (channels * m * in_floats);
         GuardedBuffer<float> out(channels * slots * m * out_floats, 1);
         std::vector<const float*> from(slots * channels);
@@ -199,8 +197,7 @@ TEST(ModulatedBank, MemorySizesAndRefusedSizes) {
 
 // Every way to spoil a call, on a bank with history: it writes nothing and the next good call goes on as if it had not
 // been.
-template <class BankType, class Function>
-void expect_bad_calls_change_nothing(Function function) {
+template <class BankType, class Function> void expect_bad_calls_change_nothing(Function function) {
     const Signal in = noise(2 * 12 * 64 * BankType::in_floats);
     BankType bank(64, 2), untouched(64, 2);
     EXPECT_EQ(bank.process(function, in), untouched.process(function, in));

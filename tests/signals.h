@@ -40,8 +40,7 @@ inline bool same_bits(double a, double b) {
     return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b) || (std::isnan(a) && std::isnan(b));
 }
 
-template <class A, class B>
-::testing::AssertionResult bit_equal(const A& actual, const B& expected, size_t n) {
+template <class A, class B>::testing::AssertionResult bit_equal(const A& actual, const B& expected, size_t n) {
     for (size_t i = 0; i < n; i++)
         if (!same_bits(actual[i], expected[i]))
             return ::testing::AssertionFailure() << "at " << i << ": " << actual[i] << ", expected " << expected[i];
@@ -50,8 +49,7 @@ template <class A, class B>
 #define EXPECT_BITS_EQ(actual, expected, n) EXPECT_TRUE(::korla_test::bit_equal(actual, expected, n))
 
 // Root mean square of the error, relative to what is expected; NaN when a value is not finite.
-template <class A, class B>
-double relative_error(const A& actual, const B& expected, size_t n) {
+template <class A, class B> double relative_error(const A& actual, const B& expected, size_t n) {
     double square = 0, expected_square = 0;
     for (size_t i = 0; i < n; i++) {
         const double reference = expected[i], error = actual[i] - reference;
