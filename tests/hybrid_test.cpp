@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "guarded_buffer.h"
 #include "reference/hybrid_bank.h"
 #include "signals.h"

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <complex>
+#include <tuple>
+
 #include "guarded_buffer.h"
 #include "reference/modulated_bank.h"
 #include "signals.h"

@@ -40,7 +40,8 @@ inline bool same_bits(double a, double b) {
     return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b) || (std::isnan(a) && std::isnan(b));
 }
 
-template <class A, class B>::testing::AssertionResult bit_equal(const A& actual, const B& expected, size_t n) {
+template <class A, class B>
+::testing::AssertionResult bit_equal(const A& actual, const B& expected, size_t n) {
     for (size_t i = 0; i < n; i++)
         if (!same_bits(actual[i], expected[i]))
             return ::testing::AssertionFailure() << "at " << i << ": " << actual[i] << ", expected " << expected[i];
