@@ -1,6 +1,7 @@
 #include <korla/limiter.h>
 
 #include <functional>
+#include <iterator>
 #include <limits>
 
 #include "guarded_buffer.h"
@@ -65,41 +66,40 @@ public:
         const uint32_t block = model.block_size = korvex_ht_kvlim_get_block_size(handle_);
         model.peak = korvex_ht_kvlim_get_peak(handle_);
         model.hard_clip = korvex_ht_kvlim_get_hard_clip(handle_);
+        const auto loud = programme(signal.size(), signal.size());
         GuardedBuffer<float> in(signal, shape.misalignment);
-        GuardedBuffer<float> out(shape.in_place ? signal
-                                                : std::vector<float>(block * channels * shape.out_stride, 9.0f),
-                                 shape.in_place ? shape.misalignment : 5 - shape.misalignment);
-        std::vector<float> expected = out.values();
+        GuardedBuffer<float> out(std::vector<float>(block * channels * shape.out_stride, 9.0f), 5 - shape.misalignment);
+        float* const base = shape.in_place ? in.data() : out.data();
+        std::vector<float> expected(base, base + (shape.in_place ? in.size() : out.size()));
         std::vector<const float*> from;
         std::vector<float*> to, model_to;
         for (uint32_t c = 0; c < channels; c++) {
+            const size_t first = c * (shape.out_stride == 1 ? block : 1);
             from.push_back(in.data() + c * (shape.in_stride == 1 ? block : 1));
-            to.push_back(out.data() + c * (shape.out_stride == 1 ? block : 1));
-            model_to.push_back(expected.data() + (to[c] - out.data()));
+            to.push_back(base + first), model_to.push_back(expected.data() + first);
         }
-        const auto loud = programme(signal.size(), signal.size());
-        const std::vector<const float*> others = {nullptr, in.data(), loud.data()};
-        const std::vector<const float*> detect = shape.other_detection ? others : from;
-        const auto detected = static_cast<uint32_t>(detect.size());
+        auto detect = from;
+        if (shape.other_detection)
+            detect = {nullptr, in.data(), loud.data()};
         if (shape.other_detection && channels > 1)
             from[1] = nullptr;
-        model.process(model_to.data(), detect.data(), from.data(), shape.in_stride, shape.out_stride, detected);
+        model.process(model_to.data(), detect.data(), from.data(), shape.in_stride, shape.out_stride,
+                      static_cast<uint32_t>(detect.size()));
         if (shape.other_detection)
             korvex_ht_kvlim_process_indirect(handle_, to.data(), detect.data(), from.data(), shape.in_stride,
-                                             shape.out_stride, detected);
+                                             shape.out_stride, static_cast<uint32_t>(detect.size()));
         else
-            korvex_ht_kvlim_process(handle_, to.data(), shape.in_place ? to.data() : from.data(), shape.in_stride,
-                                    shape.out_stride);
-        EXPECT_BITS_EQ(out.data(), expected, expected.size()) << shape.in_stride << ", " << shape.out_stride;
+            korvex_ht_kvlim_process(handle_, to.data(), from.data(), shape.in_stride, shape.out_stride);
+        EXPECT_BITS_EQ(base, expected, expected.size()) << shape.in_stride << ", " << shape.out_stride;
         EXPECT_EQ(korvex_ht_kvlim_get_limiter_gain(handle_), model.limiter_gain());
-        return out.values();
+        return expected;
     }
     // A mono signal, block by block.
     std::vector<float> run(const std::vector<float>& signal) {
+        const uint32_t block = korvex_ht_kvlim_get_block_size(handle_);
         std::vector<float> all;
-        for (auto from = signal.begin(); from != signal.end(); from += korvex_ht_kvlim_get_block_size(handle_))
-            for (float y : process({from, from + korvex_ht_kvlim_get_block_size(handle_)}))
-                all.push_back(y);
+        for (auto from = signal.begin(); from != signal.end(); from += block)
+            std::ranges::copy(process({from, from + block}), std::back_inserter(all));
         return all;
     }
     LimiterModel model;

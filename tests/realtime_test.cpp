@@ -183,7 +183,6 @@ TEST(RealTime, ProcessNeedsLessThan8KiBOfStack) {
         ASSERT_TRUE(call()); // brings the engine up, and allocates
         deepest = std::max(deepest, stack_of(call));
     });
-    RecordProperty("bytes", static_cast<int>(deepest));
     std::printf("stack of process: %zu bytes\n", deepest);
     EXPECT_GT(deepest, 256u);
     EXPECT_LT(deepest, 8u * 1024u);

@@ -149,7 +149,7 @@ inline std::string explicit_routes(const std::string& inputs, const std::string&
         return inputs + ">hL+hR";
     std::string routes;
     for (const std::string& input : words(routes_from(inputs, ways))) {
-        routes += (routes.empty() ? "" : " ") + input.substr(0, input.find('>') + 1);
+        routes.append(routes.empty() ? "" : " ").append(input.substr(0, input.find('>') + 1));
         for (const std::string& way : words(input.substr(input.find('>') + 1), '|'))
             if (routes.back() == '>' && std::ranges::count(words(outputs), words(way.substr(1), '+')[0]))
                 routes += way;

@@ -17,7 +17,7 @@ constexpr std::array<uint32_t, 5> limiter_lengths = {32, 40, 64, 128, 256};
 
 // Smoothing coefficients times 32768, in the order of the sub-block's duration: what the slow gain keeps while it falls
 // and while it recovers (the rest of 32768 is new), release, and one that nobody uses.
-constexpr int limiter_coefficient_sets[21][4] = {
+constexpr float limiter_coefficient_sets[21][4] = {
     {32673, 32744, 32020, 32392}, {32665, 32742, 31954, 32359}, {32650, 32738, 31835, 32298},
     {32639, 32736, 31754, 32257}, {32579, 32721, 31288, 32020}, {32562, 32716, 31159, 31953},
     {32532, 32709, 30929, 31835}, {32511, 32704, 30771, 31754}, {32485, 32697, 30574, 31652},
@@ -27,10 +27,8 @@ constexpr int limiter_coefficient_sets[21][4] = {
     {31835, 32532, 26008, 29193}, {31652, 32485, 24834, 28526}, {31288, 32392, 22641, 27238}};
 inline std::array<float, 8> limiter_coefficients(int set) {
     const auto& [fall, recovery, release, unused] = limiter_coefficient_sets[set];
-    std::array<float, 8> c = {};
-    int i = 0;
-    for (int numerator : {fall, 32768 - fall, recovery, 32768 - recovery, release, unused})
-        c[i++] = static_cast<float>(numerator) / 32768.0f;
+    std::array<float, 8> c = {fall, 32768.0f - fall, recovery, 32768.0f - recovery, release, unused};
+    std::ranges::for_each(c, [](float& x) { x /= 32768.0f; });
     return c;
 }
 
@@ -58,11 +56,10 @@ inline std::vector<float> limiter_window(uint32_t length) {
 class LimiterModel {
 public:
     LimiterModel(uint32_t max_channels, uint32_t length)
-        : block_size(length), length_(length), window_(limiter_window(length)), history_(length == 32   ? 3
-                                                                                         : length == 40 ? 2
-                                                                                                        : 1,
-                                                                                         1.0f),
-          delay_(max_channels, std::vector<float>(length)) {}
+        : block_size(length), length_(length), window_(limiter_window(length)), delay_(max_channels) {
+        history_.assign(length == 32 ? 3 : length == 40 ? 2 : 1, 1.0f);
+        clear_delay();
+    }
 
     float peak = 1.0f;
     bool hard_clip = false;
@@ -73,13 +70,12 @@ public:
         const int set = limiter_coefficient_set(length_, rate);
         if (set < 0 || rate == rate_)
             return;
-        rate_ = rate, slow_ = smooth_ = 1.0f;
-        c_ = limiter_coefficients(set);
+        rate_ = rate, slow_ = smooth_ = 1.0f, c_ = limiter_coefficients(set);
     }
     float limiter_gain() const { return gain_; }
     void clear_delay() {
         for (auto& line : delay_)
-            std::fill(line.begin(), line.end(), 0.0f);
+            line.assign(length_, 0.0f);
     }
     void reset_state() {
         smooth_ = slow_ = gain_ = prev_gain_ = 1.0f;
@@ -107,9 +103,7 @@ private:
         const bool by_blocks = in_stride == 1 && out_stride == 1 && length_ != 40;
         for (uint32_t c = 0; c < num_channels; c++)
             for (size_t i = 0; in[c] && i < block_size; i++) {
-                float y = in[c][i * in_stride];
-                y = y < peak ? y : peak;
-                y = -peak > y ? -peak : y;
+                const float x = in[c][i * in_stride], y = x < peak ? std::max(x, -peak) : peak; // NaN is the peak
                 out[c][i * out_stride] = by_blocks ? y * (boost_ * 256.0f) : (y * boost_) * 256.0f;
             }
     }
@@ -133,12 +127,10 @@ private:
     }
 
     void update_gain(float p) {
-        const float level = (prev_peak_ >= p ? prev_peak_ : p) * slow_;
+        const float level = std::max(prev_peak_, p) * slow_;
         prev_gain_ = gain_, prev_peak_ = p;
         const float target = level > peak ? static_cast<float>(1.0 / static_cast<double>(level)) * peak : 1.0f;
-        float least = target;
-        for (float h : history_)
-            least = h <= least ? h : least;
+        const float least = std::min(target, *std::ranges::min_element(history_));
         history_[position_] = target;
         position_ = (position_ + 1) % history_.size();
 
@@ -146,10 +138,9 @@ private:
         const bool attack = tg < gain_;
         smooth_ = attack ? target : std::fma(smooth_, c_[4], std::fma(-c_[4], least, least));
         gain_ = attack ? tg : std::min(std::max(gain_, s * smooth_), tg);
-        if (smooth_ < std::bit_cast<float>(0x3F576600u))
-            slow_ = std::fma((smooth_ * s) * std::bit_cast<float>(0x3F98209Cu), c_[1], s * c_[0]);
-        else
-            slow_ = std::fma(s, c_[2], c_[3]);
+        slow_ = smooth_ < std::bit_cast<float>(0x3F576600u)
+                    ? std::fma((smooth_ * s) * std::bit_cast<float>(0x3F98209Cu), c_[1], s * c_[0])
+                    : std::fma(s, c_[2], c_[3]);
     }
 
     void apply(float* out, const float* in, size_t in_stride, size_t out_stride, std::vector<float>& delay) const {
