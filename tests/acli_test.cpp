@@ -251,36 +251,32 @@ TEST(Process, GivesTheBitsOfTheModelChunkByChunk) {
 }
 
 TEST(Process, RefusesWhatDoesNotFitAndHostileSizes) {
-    struct Call {
-        uint32_t bytes, channels, bits, capacity;
-        int64_t produced; // -1: refused
-    };
-    const Call calls[] = {{600, 3, 16, 399, -1},
-                          {600, 3, 16, 400, 400},
-                          {605, 3, 16, 4000, 400},
-                          {0, 3, 16, 400, 0},
-                          {600, 0, 16, 400, 0},
-                          {600, 3, 0, 400, 0},
-                          {0x7FFFFFFF, 1, 8, 400, -1},
-                          {0x80000000, 1, 16, 400, -1},
-                          {0xFFFFFFFF, 3, 16, 400, 0},
-                          {600, 3, 0xFFFFFFF8, 400, 0},
-                          {600, 0x80000000, 16, 400, 0},
-                          {600, 0x55555556, 24, 400, -1},
-                          {0x40000000, 1, 32, 400, -1},
-                          {0x7FFFFFFE, 2, 1u << 31, 400, -1},
-                          {0x7FFFFFFF, 1, 0x40000008, 8, -1}};
+    // Bytes, channels, bits per sample, capacity, and what comes out, -1 for a refusal.
+    constexpr int64_t refused = -1, calls[][5] = {{600, 3, 16, 399, refused},
+                                                  {600, 3, 16, 400, 400},
+                                                  {605, 3, 16, 4000, 400},
+                                                  {0, 3, 16, 400, 0},
+                                                  {600, 0, 16, 400, 0},
+                                                  {600, 3, 0, 400, 0},
+                                                  {0x7FFFFFFF, 1, 8, 400, refused},
+                                                  {0x80000000, 1, 16, 400, refused},
+                                                  {0xFFFFFFFF, 3, 16, 400, 0},
+                                                  {600, 3, 0xFFFFFFF8, 400, 0},
+                                                  {600, 0x80000000, 16, 400, 0},
+                                                  {600, 0x55555556, 24, 400, refused},
+                                                  {0x40000000, 1, 32, 400, refused},
+                                                  {0x7FFFFFFE, 2, 0x80000008, 400, refused},
+                                                  {0x7FFFFFFF, 1, 0x40000008, 8, refused}};
     GuardedBuffer<int16_t> in(std::vector<int16_t>(303, 8000));
     for (const std::string& inputs : {std::string("L R C"), seven_one_four}) // mixed and copied
-        for (const Call& c : calls) {
+        for (auto [bytes, channels, bits, capacity, produced] : calls) {
             Stream stream(media_format(inputs, 0, ACLI_SAMPLE_INT16));
             GuardedBuffer<int16_t> out(std::vector<int16_t>(200, -1));
-            acli_buffer target = buffer_of(out.data(), c.capacity);
-            EXPECT_EQ(stream.process(buffer_of(in.data(), c.bytes, c.channels, c.bits), target),
-                      c.produced < 0 ? -1 : 0)
-                << c.bytes << ' ' << c.channels << ' ' << c.bits << ' ' << c.capacity;
-            EXPECT_EQ(target.bytes, c.produced < 0 ? c.capacity : c.produced);
-            EXPECT_EQ(out.values() != std::vector<int16_t>(200, -1), c.produced > 0) << "written";
+            acli_buffer source = buffer_of(in.data(), bytes, channels, bits), target = buffer_of(out.data(), capacity);
+            EXPECT_EQ(stream.process(source, target), produced == refused ? -1 : 0)
+                << bytes << ' ' << channels << ' ' << bits;
+            EXPECT_EQ(target.bytes, produced == refused ? capacity : produced);
+            EXPECT_EQ(out.values() != std::vector<int16_t>(200, -1), produced > 0) << "written";
         }
     // 2^28 frames of eight 16-bit channels are 2^32 bytes, which must not count as none.
     acli_buffer target = buffer_of(in.data(), 400);

@@ -79,11 +79,12 @@ public:
     // Interleaved float samples.
     std::vector<float> run(const std::vector<float>& in) {
         const size_t frames = in.size() / inputs;
-        std::vector<float> out(frames * outputs);
-        process(reinterpret_cast<const uint8_t*>(in.data()), placement(7, true, inputs, frames),
+        const GuardedBuffer<float> source(in);
+        GuardedBuffer<float> out(frames * outputs);
+        process(reinterpret_cast<const uint8_t*>(source.data()), placement(7, true, inputs, frames),
                 reinterpret_cast<uint8_t*>(out.data()), out.size(), placement(7, true, outputs, frames),
                 static_cast<uint32_t>(frames));
-        return out;
+        return out.values();
     }
     const size_t inputs, outputs;
 

@@ -29,10 +29,10 @@ inline acli_media_format media_format(const std::string& inputs, int layout_inde
     return format;
 }
 
-inline acli_buffer buffer_of(const void* data, size_t bytes, uint32_t channels = 0, uint32_t bits = 0) {
+inline acli_buffer buffer_of(const void* data, size_t bytes, size_t channels = 0, size_t bits = 0) {
     acli_buffer buffer = {};
     buffer.bytes = static_cast<uint32_t>(bytes), buffer.data = const_cast<void*>(data);
-    buffer.channels = channels, buffer.bits_per_sample = bits;
+    buffer.channels = static_cast<uint32_t>(channels), buffer.bits_per_sample = static_cast<uint32_t>(bits);
     return buffer;
 }
 

@@ -76,14 +76,11 @@ struct Call {
 // f(call) on every road through the module: format, interleaving, matrix or copy.
 template <class F>
 void for_each_road(F f) {
+    const std::pair<std::string, int> layouts[] = {
+        {seven_one, 0}, {five_one + " Lc Rc", automatic}, {"C", 15}, {seven_one_four, automatic}, {seven_one_four, 0}};
     for (uint32_t format : {ACLI_SAMPLE_INT16, ACLI_SAMPLE_INT32, ACLI_SAMPLE_FLOAT32})
         for (bool interleaved : {true, false})
-            for (auto& [inputs, layout] :
-                 std::initializer_list<std::pair<std::string, int>>{{seven_one, 0},
-                                                                    {"L R C LFE Lc Rc", automatic},
-                                                                    {"C", 15},
-                                                                    {seven_one_four, automatic},
-                                                                    {seven_one_four, 0}}) {
+            for (auto& [inputs, layout] : layouts) {
                 Call call(inputs, layout, format, interleaved);
                 f(call);
             }
