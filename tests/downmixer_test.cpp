@@ -225,7 +225,8 @@ TEST(SampleFormats, EveryFrameCountStrideAlignmentAndRoundingGivesTheBitsOfTheMo
                     const size_t out_slots = out_frames * engine.outputs;
                     GuardedBuffer<uint8_t> in(samples(in_format, frames * engine.inputs, random, shape.rate == 22050),
                                               misalignment);
-                    GuardedBuffer<uint8_t> out(out_slots * slot_bytes(out_format), misalignment + 2 * !direct);
+                    GuardedBuffer<uint8_t> out(samples(out_format, out_slots, random, false),
+                                               misalignment + 2 * !direct);
                     const bool same_memory = shape.same_memory && !direct && in_format == out_format;
                     std::fesetround(roundings[frames % 5]);
                     engine.process(in.data(), placement(in_format, shape.interleaved_in, engine.inputs, frames),
