@@ -1,8 +1,8 @@
 // The bits of the module path over a long stream, as one number per format. They are the same on every processor, in
 // every build: a change here is a change of what integrators hear.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <type_traits>
 
 #include "module_host.h"
@@ -12,28 +12,14 @@ using namespace korla_test;
 
 namespace {
 
-class Fnv1a {
-public:
-    void add(const void* data, size_t n) {
-        for (size_t i = 0; i < n; i++)
-            hash_ = (hash_ ^ static_cast<const uint8_t*>(data)[i]) * 0x100000001B3u;
-    }
-    uint64_t value() const { return hash_; }
-
-private:
-    uint64_t hash_ = 0xCBF29CE484222325u;
-};
-
 // Noise in plateaus of a few thousand samples between silence and four times full scale; integers by bits alone.
 template <class T>
 T sample(Random& random, float level) {
     const float x = level * random.uniform();
     if constexpr (std::is_same_v<T, float>)
         return x;
-    const float scale = sizeof(T) == 2 ? 0x1p15f : 0x1p31f;
-    return x >= 1.0f   ? std::numeric_limits<T>::max()
-           : x < -1.0f ? std::numeric_limits<T>::min()
-                       : static_cast<T>(x * scale);
+    const double full_scale = sizeof(T) == 2 ? 0x1p15 : 0x1p31;
+    return static_cast<T>(std::clamp(x * full_scale, -full_scale, full_scale - 1.0));
 }
 
 template <class T>
@@ -49,31 +35,30 @@ uint64_t digest(uint32_t sample_format) {
                         {"L R C LFE Lc Rc", automatic, true, 44100},
                         {"L R C Ls Rs Cb Ch", automatic, false, 96000},
                         {"L R C LFE Ls Rs Lb Rb", 15, false, 192000},
-                        {"L R C LFE Ls Rs Ls Rs", automatic, true, 24000},
+                        {"L R C LFE Ls Rs Ls2 Rs2", automatic, true, 24000},
                         {"C LFE", automatic, true, 32000},
                         {"C", 27, false, 22050}};
-    Fnv1a hash;
+    uint64_t hash = 0xCBF29CE484222325u; // FNV-1a
     Stream stream;
     Random random(2026);
     for (const Leg& leg : legs) {
-        stream.apply(media_format(host_codes(leg.inputs), leg.layout, sample_format, leg.interleaved, leg.rate));
+        stream.apply(media_format(leg.inputs, leg.layout, sample_format, leg.interleaved, leg.rate));
         const size_t channels = stream.applied.input_channel_count;
         float level = 0.0f;
         for (int call = 0; call < 160; call++) {
             // Mostly whole chunks, now and then a length that is none.
             const size_t frames = call % 16 == 15 ? 1 + random.bits() % 700 : 256 * (1 + random.bits() % 4);
-            if (call % 5 == 0) {
-                const float mantissa = random.uniform(0.0f, 1.0f);
-                level = std::ldexp(mantissa, static_cast<int>(random.bits() % 8) - 5);
-            }
+            if (call % 5 == 0)
+                level = random.uniform(0.0f, 1.0f), level = std::ldexp(level, static_cast<int>(random.bits() % 8) - 5);
             std::vector<T> in(frames * channels);
             for (T& x : in)
                 x = sample<T>(random, level);
             const auto out = stream.run(in);
-            hash.add(out.data(), out.size() * sizeof(T));
+            for (size_t i = 0; i < out.size() * sizeof(T); i++)
+                hash = (hash ^ reinterpret_cast<const uint8_t*>(out.data())[i]) * 0x100000001B3u;
         }
     }
-    return hash.value();
+    return hash;
 }
 
 TEST(GoldenDigest, Int16) { EXPECT_EQ(digest<int16_t>(ACLI_SAMPLE_INT16), 0x45639A4A76A9C83Au); }

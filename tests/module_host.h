@@ -6,7 +6,6 @@
 #include <korla/acli.h>
 
 #include <cstring>
-#include <utility>
 #include <vector>
 
 #include "reference/layouts.h"
@@ -15,27 +14,27 @@ namespace korla_test {
 
 constexpr int automatic = -1;
 
-inline acli_media_format media_format(const std::vector<uint32_t>& host_codes, int layout_index = automatic,
+inline acli_media_format media_format(const std::string& inputs, int layout_index = automatic,
                                       uint32_t sample_format = ACLI_SAMPLE_FLOAT32, bool interleaved = true,
                                       uint32_t rate = 48000) {
     acli_media_format format = {};
-    format.input_channel_count = static_cast<uint32_t>(host_codes.size());
+    const auto input_codes = codes(inputs, &Speaker::host);
+    format.input_channel_count = static_cast<uint32_t>(input_codes.size());
     format.sample_rate = rate;
     format.interleaved = interleaved;
     format.explicit_layout = layout_index != automatic;
     format.layout_index = layout_index == automatic ? 0 : static_cast<uint32_t>(layout_index);
     format.sample_format = sample_format;
-    std::copy(host_codes.begin(), host_codes.end(), format.input_channel_map);
+    std::ranges::copy(input_codes, format.input_channel_map);
     return format;
 }
-inline std::vector<uint32_t> host_codes(const std::string& names) {
-    std::vector<uint32_t> codes;
-    for (const std::string& name : words(names))
-        codes.push_back(speaker(name).host);
-    return codes;
-}
 
-inline uint32_t host_sample_bytes(uint32_t sample_format) { return sample_format == ACLI_SAMPLE_INT16 ? 2 : 4; }
+inline acli_buffer buffer_of(const void* data, size_t bytes, size_t channels = 0, size_t bits = 0) {
+    acli_buffer buffer = {};
+    buffer.bytes = static_cast<uint32_t>(bytes), buffer.data = const_cast<void*>(data);
+    buffer.channels = static_cast<uint32_t>(channels), buffer.bits_per_sample = static_cast<uint32_t>(bits);
+    return buffer;
+}
 
 class Stream {
 public:
@@ -44,6 +43,7 @@ public:
     ~Stream() { EXPECT_EQ(ACLI.destroy(handle_), ACLI_OK); }
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
+    operator void*() const { return handle_; }
 
     // What the module wrote into the block.
     acli_media_format set(acli_media_format format, uint32_t mode) {
@@ -58,20 +58,14 @@ public:
     // A whole call: as many frames as `in` holds, in slots of T.
     template <class T>
     std::vector<T> run(const std::vector<T>& in) {
-        const size_t frames = in.size() / applied.input_channel_count;
-        std::vector<T> out(frames * applied.output_channel_count);
-        acli_buffer source = {}, target = {};
-        source.bytes = static_cast<uint32_t>(in.size() * sizeof(T));
-        source.data = const_cast<T*>(in.data());
-        source.channels = applied.input_channel_count;
-        source.bits_per_sample = 8 * sizeof(T);
-        target.bytes = static_cast<uint32_t>(out.size() * sizeof(T));
-        target.data = out.data();
-        EXPECT_EQ(process(source, target), ACLI_OK);
+        std::vector<T> out(in.size() / applied.input_channel_count * applied.output_channel_count);
+        acli_buffer target = buffer_of(out.data(), out.size() * sizeof(T));
+        EXPECT_EQ(
+            process(buffer_of(in.data(), in.size() * sizeof(T), applied.input_channel_count, 8 * sizeof(T)), target),
+            ACLI_OK);
         EXPECT_EQ(target.bytes, out.size() * sizeof(T));
         return out;
     }
-    operator void*() const { return handle_; }
 
     acli_media_format applied = {};
 

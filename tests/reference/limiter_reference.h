@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace korla_test {
@@ -14,20 +15,22 @@ namespace korla_test {
 constexpr std::array<uint32_t, 9> limiter_rates = {192000, 176400, 96000, 88200, 64000, 48000, 44100, 32000, 24000};
 constexpr std::array<uint32_t, 5> limiter_lengths = {32, 40, 64, 128, 256};
 
-// Smoothing coefficients times 32768, in the order of the sub-block's duration.
-constexpr uint16_t limiter_coefficient_sets[21][6] = {
-    {32673, 95, 32744, 24, 32020, 32392},    {32665, 103, 32742, 26, 31954, 32359},
-    {32650, 118, 32738, 30, 31835, 32298},   {32639, 129, 32736, 32, 31754, 32257},
-    {32579, 189, 32721, 47, 31288, 32020},   {32562, 206, 32716, 52, 31159, 31953},
-    {32532, 236, 32709, 59, 30929, 31835},   {32511, 257, 32704, 64, 30771, 31754},
-    {32485, 283, 32697, 71, 30574, 31652},   {32415, 353, 32679, 89, 30048, 31379},
-    {32392, 376, 32673, 95, 29875, 31288},   {32359, 409, 32665, 103, 29632, 31161},
-    {32298, 470, 32650, 118, 29193, 30929},  {32257, 511, 32639, 129, 28896, 30771},
-    {32205, 563, 32626, 142, 28526, 30574},  {32066, 702, 32591, 177, 27554, 30048},
-    {32020, 748, 32579, 189, 27238, 29875},  {31954, 814, 32563, 205, 26796, 29632},
-    {31835, 933, 32532, 236, 26008, 29193},  {31652, 1116, 32485, 283, 24834, 28526},
-    {31288, 1480, 32392, 376, 22641, 27238},
-};
+// Smoothing coefficients times 32768, in the order of the sub-block's duration: what the slow gain keeps while it falls
+// and while it recovers (the rest of 32768 is new), release, and one that nobody uses.
+constexpr float limiter_coefficient_sets[21][4] = {
+    {32673, 32744, 32020, 32392}, {32665, 32742, 31954, 32359}, {32650, 32738, 31835, 32298},
+    {32639, 32736, 31754, 32257}, {32579, 32721, 31288, 32020}, {32562, 32716, 31159, 31953},
+    {32532, 32709, 30929, 31835}, {32511, 32704, 30771, 31754}, {32485, 32697, 30574, 31652},
+    {32415, 32679, 30048, 31379}, {32392, 32673, 29875, 31288}, {32359, 32665, 29632, 31161},
+    {32298, 32650, 29193, 30929}, {32257, 32639, 28896, 30771}, {32205, 32626, 28526, 30574},
+    {32066, 32591, 27554, 30048}, {32020, 32579, 27238, 29875}, {31954, 32563, 26796, 29632},
+    {31835, 32532, 26008, 29193}, {31652, 32485, 24834, 28526}, {31288, 32392, 22641, 27238}};
+inline std::array<float, 8> limiter_coefficients(int set) {
+    const auto& [fall, recovery, release, unused] = limiter_coefficient_sets[set];
+    std::array<float, 8> c = {fall, 32768.0f - fall, recovery, 32768.0f - recovery, release, unused};
+    std::ranges::for_each(c, [](float& x) { x /= 32768.0f; });
+    return c;
+}
 
 // The set for a length and a rate, -1 where the rate is not offered.
 inline int limiter_coefficient_set(uint32_t length, uint32_t rate) {
@@ -53,11 +56,10 @@ inline std::vector<float> limiter_window(uint32_t length) {
 class LimiterModel {
 public:
     LimiterModel(uint32_t max_channels, uint32_t length)
-        : block_size(length), length_(length), window_(limiter_window(length)), history_(length == 32   ? 3
-                                                                                         : length == 40 ? 2
-                                                                                                        : 1,
-                                                                                         1.0f),
-          delay_(max_channels, std::vector<float>(length)) {}
+        : block_size(length), length_(length), window_(limiter_window(length)), delay_(max_channels) {
+        history_.assign(length == 32 ? 3 : length == 40 ? 2 : 1, 1.0f);
+        clear_delay();
+    }
 
     float peak = 1.0f;
     bool hard_clip = false;
@@ -68,14 +70,12 @@ public:
         const int set = limiter_coefficient_set(length_, rate);
         if (set < 0 || rate == rate_)
             return;
-        rate_ = rate, slow_ = smooth_ = 1.0f;
-        for (int i = 0; i < 6; i++)
-            c_[i] = static_cast<float>(limiter_coefficient_sets[set][i]) / 32768.0f;
+        rate_ = rate, slow_ = smooth_ = 1.0f, c_ = limiter_coefficients(set);
     }
     float limiter_gain() const { return gain_; }
     void clear_delay() {
         for (auto& line : delay_)
-            std::fill(line.begin(), line.end(), 0.0f);
+            line.assign(length_, 0.0f);
     }
     void reset_state() {
         smooth_ = slow_ = gain_ = prev_gain_ = 1.0f;
@@ -103,9 +103,7 @@ private:
         const bool by_blocks = in_stride == 1 && out_stride == 1 && length_ != 40;
         for (uint32_t c = 0; c < num_channels; c++)
             for (size_t i = 0; in[c] && i < block_size; i++) {
-                float y = in[c][i * in_stride];
-                y = y < peak ? y : peak;
-                y = -peak > y ? -peak : y;
+                const float x = in[c][i * in_stride], y = x < peak ? std::max(x, -peak) : peak; // NaN is the peak
                 out[c][i * out_stride] = by_blocks ? y * (boost_ * 256.0f) : (y * boost_) * 256.0f;
             }
     }
@@ -118,62 +116,45 @@ private:
             if (!detect[c])
                 continue;
             const float* x = detect[c] + first * stride;
-            float magnitude = 0.0f;
-            bool has_nan = false;
-            for (size_t i = 0; i < length_; i++) {
-                has_nan |= std::isnan(x[i * stride]);
-                if (std::fabs(x[i * stride]) > magnitude)
-                    magnitude = std::fabs(x[i * stride]);
-            }
             const bool propagates = stride == 1 && reinterpret_cast<uintptr_t>(x) % 32 == 0;
-            if (!(propagates && has_nan))
-                p = std::max(p, magnitude);
+            float magnitude = p;
+            for (size_t i = 0; i < length_ && !std::isnan(magnitude); i++)
+                if (const float m = std::fabs(x[i * stride]); m > magnitude || (propagates && std::isnan(m)))
+                    magnitude = m;
+            p = std::isnan(magnitude) ? p : magnitude;
         }
         return p;
     }
 
     void update_gain(float p) {
-        const float level = (prev_peak_ >= p ? prev_peak_ : p) * slow_;
+        const float level = std::max(prev_peak_, p) * slow_;
         prev_gain_ = gain_, prev_peak_ = p;
         const float target = level > peak ? static_cast<float>(1.0 / static_cast<double>(level)) * peak : 1.0f;
-        float least = target;
-        for (float h : history_)
-            least = h <= least ? h : least;
+        const float least = std::min(target, *std::ranges::min_element(history_));
         history_[position_] = target;
         position_ = (position_ + 1) % history_.size();
 
         const float s = slow_, tg = target * s;
-        if (tg < gain_) {
-            smooth_ = target, gain_ = tg;
-        } else {
-            smooth_ = std::fma(smooth_, c_[4], std::fma(-c_[4], least, least));
-            if (gain_ < s * smooth_)
-                gain_ = s * smooth_;
-            if (tg < gain_)
-                gain_ = tg;
-        }
-        if (smooth_ < std::bit_cast<float>(0x3F576600u))
-            slow_ = std::fma((smooth_ * s) * std::bit_cast<float>(0x3F98209Cu), c_[1], s * c_[0]);
-        else
-            slow_ = std::fma(s, c_[2], c_[3]);
+        const bool attack = tg < gain_;
+        smooth_ = attack ? target : std::fma(smooth_, c_[4], std::fma(-c_[4], least, least));
+        gain_ = attack ? tg : std::min(std::max(gain_, s * smooth_), tg);
+        slow_ = smooth_ < std::bit_cast<float>(0x3F576600u)
+                    ? std::fma((smooth_ * s) * std::bit_cast<float>(0x3F98209Cu), c_[1], s * c_[0])
+                    : std::fma(s, c_[2], c_[3]);
     }
 
     void apply(float* out, const float* in, size_t in_stride, size_t out_stride, std::vector<float>& delay) const {
         const float a = prev_gain_ * prev_boost_, b = gain_ * boost_;
-        std::vector<float> x(length_);
-        for (size_t i = 0; i < length_; i++)
-            x[i] = in[i * in_stride];
         for (size_t i = 0; i < length_; i++) {
-            const float y = delay[i];
+            const float x = in[i * in_stride], y = std::exchange(delay[i], x);
             out[i * out_stride] = std::fma(window_[length_ - 1 - i], a * y, (b * y) * window_[i]) * 256.0f;
         }
-        delay = x;
     }
 
     uint32_t length_, rate_ = 0;
     std::vector<float> window_, history_;
     std::vector<std::vector<float>> delay_;
-    float c_[6] = {};
+    std::array<float, 8> c_ = {};
     float boost_ = 0x1p-8f, prev_boost_ = 0x1p-8f;
     float prev_peak_ = 0.0f, prev_gain_ = 1.0f, gain_ = 1.0f, slow_ = 1.0f, smooth_ = 1.0f;
     size_t position_ = 0;
