@@ -39,19 +39,18 @@ float array_scaled(const float* array, size_t i, int n) {
 float maximum(float a, float b, bool strict) { return strict && std::isnan(a) ? a : max_num(a, b); }
 
 Operation on_block(Operation op) {
-    op.fixed_length = block;
+    op.block_lengths = {block};
     return op;
 }
 #define BLOCK(flex, strict, arguments, sources, ...)                                                                   \
-    on_block(KORLA_OPERATION(flex, strict, arguments, 1, std::vector<Operand>(sources, Operand{1}), __VA_ARGS__))
+    on_block(PAIR(flex, strict, arguments, 1, Operands(sources, Operand{1}), __VA_ARGS__))
 // Two blocks in place, d and the one behind it.
 #define TWO_BLOCKS(flex, strict, upper, lower)                                                                         \
-    on_block(KORLA_OPERATION(flex, strict, (d, d + block), 2, {},                                                      \
-                             i < block ? upper(d[i], d[i + block]) : lower(d[i - block], d[i])))
+    on_block(                                                                                                          \
+        PAIR(flex, strict, (d, d + block), 2, {}, i < block ? upper(d[i], d[i + block]) : lower(d[i - block], d[i])))
 // An array of blocks, one behind the other.
 #define ARRAY(flex, strict, blocks)                                                                                    \
-    on_block(KORLA_OPERATION(flex, strict, (d, g, blocks, s[0], 5), 1, std::vector<Operand>{{blocks}},                 \
-                             array_scaled(s[0], i, blocks)))
+    on_block(PAIR(flex, strict, (d, g, blocks, a, 5), 1, Operands{{blocks}}, array_scaled(a, i, blocks)))
 
 float sum(float a, float b) { return a + b; }
 float difference(float a, float b) { return a - b; }
@@ -61,71 +60,60 @@ float half_difference(float a, float b) { return std::fma(a, 0.5f, -(0.5f * b));
 } // namespace
 
 // Shifts are by 5 bits.
-const std::vector<Operation>& operations() {
-    static const std::vector<Operation> all = {
-        BLOCK(krl_blk_LabsL_flex, KRL_blk_LabsL_strict, (d, s[0]), 1, std::fabs(s[0][i])),
-        BLOCK(krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (d, limits, s[0]), 1,
-              min_num(max_num(s[0][i], limits[0]), limits[1])),
-        BLOCK(krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (d, zero_limits, s[0]), 1,
-              min_num(max_num(s[0][i], -0.0f), 0.0f)),
-        BLOCK(krl_blk_LcmpLL_flex, KRL_blk_LcmpLL_strict, (d, g, s[0], s[1]), 2, s[0][i] > s[1][i] ? g[0] : g[1]),
-        BLOCK(krl_blk_Lconst_flex, KRL_blk_Lconst_strict, (d, -0.0f), 0, -0.0f),
-        BLOCK(krl_blk_LmaxLL_flex, KRL_blk_LmaxLL_strict, (d, s[0], s[1]), 2, max_num(s[0][i], s[1][i])),
-        BLOCK(krl_blk_LminLL_flex, KRL_blk_LminLL_strict, (d, s[0], s[1]), 2, min_num(s[0][i], s[1][i])),
-        BLOCK(krl_blk_LmaxLLL_flex, KRL_blk_LmaxLLL_strict, (d, s[0], s[1], s[2]), 3,
-              max_num(max_num(s[0][i], s[1][i]), s[2][i])),
-        BLOCK(krl_blk_LminLLL_flex, KRL_blk_LminLLL_strict, (d, s[0], s[1], s[2]), 3,
-              min_num(min_num(s[0][i], s[1][i]), s[2][i])),
-        BLOCK(krl_blk_LsaddLL_flex, KRL_blk_LsaddLL_strict, (d, s[0], s[1]), 2, s[0][i] + s[1][i]),
-        BLOCK(krl_blk_LsubLL_flex, KRL_blk_LsubLL_strict, (d, s[0], s[1]), 2, s[0][i] - s[1][i]),
-        TWO_BLOCKS(krl_blk_LLdeshuffleLL_inplace_flex, KRL_blk_LLdeshuffleLL_inplace_strict, sum, difference),
-        TWO_BLOCKS(krl_blk_LLshuffleLL_inplace_flex, KRL_blk_LLshuffleLL_inplace_strict, half_sum, half_difference),
-        BLOCK(krl_blk_Lmpy_shlLSU_flex, KRL_blk_Lmpy_shlLSU_strict, (d, s[0], s[1], 5), 2, (s[0][i] * s[1][i]) * 32.0f),
-        BLOCK(krl_blk_Lmpy_shlLLU_flex, KRL_blk_Lmpy_shlLLU_strict, (d, s[0], s[1], 5), 2,
-              static_cast<float>(double(s[0][i]) * double(s[1][i]) * 32.0)),
-        BLOCK(krl_blk_LmixL_flex, KRL_blk_LmixL_strict, (d, g, s[0]), 1, last_to_first(s, i, 1)),
-        BLOCK(krl_blk_LmixLL_flex, KRL_blk_LmixLL_strict, (d, g, s[0], s[1]), 2, last_to_first(s, i, 2)),
-        BLOCK(krl_blk_LmixLLL_flex, KRL_blk_LmixLLL_strict, (d, g, s[0], s[1], s[2]), 3, last_to_first(s, i, 3)),
-        BLOCK(krl_blk_LmixLLLL_flex, KRL_blk_LmixLLLL_strict, (d, g, s[0], s[1], s[2], s[3]), 4,
-              last_to_first(s, i, 4)),
-        BLOCK(krl_blk_Lmix_shlUL_flex, KRL_blk_Lmix_shlUL_strict, (d, g, 5, s[0]), 1, s[0][i] * (g[0] * 32.0f)),
-        BLOCK(krl_blk_Lmix_shlULL_flex, KRL_blk_Lmix_shlULL_strict, (d, g, 5, s[0], s[1]), 2,
-              last_to_first(s, i, 2) * 32.0f),
-        BLOCK(krl_blk_Lmix_shlULLL_flex, KRL_blk_Lmix_shlULLL_strict, (d, g, 5, s[0], s[1], s[2]), 3,
-              last_to_first(s, i, 3) * 32.0f),
-        BLOCK(krl_blk_Lmix_shlULLLL_flex, KRL_blk_Lmix_shlULLLL_strict, (d, g, 5, s[0], s[1], s[2], s[3]), 4,
-              last_to_first(s, i, 4) * 32.0f),
-        BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 1, s[0]), 1, listed(s, i, 1)),
-        BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 4, s[0], s[1], s[2], s[3]), 4, listed(s, i, 4)),
-        BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 7, s[0], s[1], s[2], s[3], s[4], s[5], s[6]), 7,
-              listed(s, i, 7)),
-        BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 9, s[0], s[1], s[2], s[3], s[4], s[5], s[6], s[7], s[8]), 9,
-              listed(s, i, 9)),
-        BLOCK(KRL_blk_Lmix_shlUnL, KRL_blk_Lmix_shlUnL_strict, (d, g, 5, 1, s[0]), 1, listed_scaled(s, i, 1)),
-        BLOCK(KRL_blk_Lmix_shlUnL, KRL_blk_Lmix_shlUnL_strict, (d, g, 5, 6, s[0], s[1], s[2], s[3], s[4], s[5]), 6,
-              listed_scaled(s, i, 6)),
-        ARRAY(KRL_blk_Lmix_shlaL, KRL_blk_Lmix_shlaL_strict, 1),
-        ARRAY(KRL_blk_Lmix_shlaL, KRL_blk_Lmix_shlaL_strict, 7),
-        BLOCK(krl_BLmaxBLL_flex, KRL_BLmaxBLL_strict, (d, s[0], g[2]), 1, maximum(s[0][i], g[2], strict)),
-        BLOCK(krl_BLmaxBLL_inplace_flex, KRL_BLmaxBLL_inplace_strict, (d, g[2]), 0, maximum(d[i], g[2], strict)),
-        BLOCK(krl_BLmpyBLS_inplace_flex, KRL_BLmpyBLS_inplace_strict, (d, g[0]), 0, d[i] * g[0]),
-        BLOCK(krl_BLmpy_scaleBLSU_flex, KRL_BLmpy_scaleBLSU_strict, (d, s[0], g[0], 5), 1, s[0][i] * (g[0] * 32.0f)),
-        BLOCK(krl_BLmpy_scaleBLSU_inplace_flex, KRL_BLmpy_scaleBLSU_inplace_strict, (d, g[0], 5), 0,
-              d[i] * (g[0] * 32.0f)),
-        BLOCK(krl_BLmpy_scale_xBLSU_flex, KRL_BLmpy_scale_xBLSU_strict, (d, s[0], g[0], 5), 1,
-              static_cast<float>(double(s[0][i]) * double(g[0] * 32.0f))),
-        BLOCK(krl_BLsaddBLL_flex, KRL_BLsaddBLL_strict, (d, s[0], g[2]), 1, s[0][i] + g[2]),
-    };
-    return all;
-}
+const std::vector<Operation> operations = {
+    BLOCK(krl_blk_LabsL_flex, KRL_blk_LabsL_strict, (d, a), 1, std::fabs(a[i])),
+    BLOCK(krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (d, limits, a), 1, min_num(max_num(a[i], limits[0]), limits[1])),
+    BLOCK(krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (d, zero_limits, a), 1, min_num(max_num(a[i], -0.0f), 0.0f)),
+    BLOCK(krl_blk_LcmpLL_flex, KRL_blk_LcmpLL_strict, (d, g, a, b), 2, a[i] > b[i] ? g[0] : g[1]),
+    BLOCK(krl_blk_Lconst_flex, KRL_blk_Lconst_strict, (d, -0.0f), 0, -0.0f),
+    BLOCK(krl_blk_LmaxLL_flex, KRL_blk_LmaxLL_strict, (d, a, b), 2, max_num(a[i], b[i])),
+    BLOCK(krl_blk_LminLL_flex, KRL_blk_LminLL_strict, (d, a, b), 2, min_num(a[i], b[i])),
+    BLOCK(krl_blk_LmaxLLL_flex, KRL_blk_LmaxLLL_strict, (d, a, b, c), 3, max_num(max_num(a[i], b[i]), c[i])),
+    BLOCK(krl_blk_LminLLL_flex, KRL_blk_LminLLL_strict, (d, a, b, c), 3, min_num(min_num(a[i], b[i]), c[i])),
+    BLOCK(krl_blk_LsaddLL_flex, KRL_blk_LsaddLL_strict, (d, a, b), 2, a[i] + b[i]),
+    BLOCK(krl_blk_LsubLL_flex, KRL_blk_LsubLL_strict, (d, a, b), 2, a[i] - b[i]),
+    TWO_BLOCKS(krl_blk_LLdeshuffleLL_inplace_flex, KRL_blk_LLdeshuffleLL_inplace_strict, sum, difference),
+    TWO_BLOCKS(krl_blk_LLshuffleLL_inplace_flex, KRL_blk_LLshuffleLL_inplace_strict, half_sum, half_difference),
+    BLOCK(krl_blk_Lmpy_shlLSU_flex, KRL_blk_Lmpy_shlLSU_strict, (d, a, b, 5), 2, (a[i] * b[i]) * 32.0f),
+    BLOCK(krl_blk_Lmpy_shlLLU_flex, KRL_blk_Lmpy_shlLLU_strict, (d, a, b, 5), 2,
+          static_cast<float>(double(a[i]) * double(b[i]) * 32.0)),
+    BLOCK(krl_blk_LmixL_flex, KRL_blk_LmixL_strict, (d, g, a), 1, last_to_first(s, i, 1)),
+    BLOCK(krl_blk_LmixLL_flex, KRL_blk_LmixLL_strict, (d, g, a, b), 2, last_to_first(s, i, 2)),
+    BLOCK(krl_blk_LmixLLL_flex, KRL_blk_LmixLLL_strict, (d, g, a, b, c), 3, last_to_first(s, i, 3)),
+    BLOCK(krl_blk_LmixLLLL_flex, KRL_blk_LmixLLLL_strict, (d, g, a, b, c, s[3]), 4, last_to_first(s, i, 4)),
+    BLOCK(krl_blk_Lmix_shlUL_flex, KRL_blk_Lmix_shlUL_strict, (d, g, 5, a), 1, a[i] * (g[0] * 32.0f)),
+    BLOCK(krl_blk_Lmix_shlULL_flex, KRL_blk_Lmix_shlULL_strict, (d, g, 5, a, b), 2, last_to_first(s, i, 2) * 32.0f),
+    BLOCK(krl_blk_Lmix_shlULLL_flex, KRL_blk_Lmix_shlULLL_strict, (d, g, 5, a, b, c), 3,
+          last_to_first(s, i, 3) * 32.0f),
+    BLOCK(krl_blk_Lmix_shlULLLL_flex, KRL_blk_Lmix_shlULLLL_strict, (d, g, 5, a, b, c, s[3]), 4,
+          last_to_first(s, i, 4) * 32.0f),
+    BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 1, a), 1, listed(s, i, 1)),
+    BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 4, a, b, c, s[3]), 4, listed(s, i, 4)),
+    BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 7, a, b, c, s[3], s[4], s[5], s[6]), 7, listed(s, i, 7)),
+    BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 9, a, b, c, s[3], s[4], s[5], s[6], s[7], s[8]), 9,
+          listed(s, i, 9)),
+    BLOCK(KRL_blk_Lmix_shlUnL, KRL_blk_Lmix_shlUnL_strict, (d, g, 5, 1, a), 1, listed_scaled(s, i, 1)),
+    BLOCK(KRL_blk_Lmix_shlUnL, KRL_blk_Lmix_shlUnL_strict, (d, g, 5, 6, a, b, c, s[3], s[4], s[5]), 6,
+          listed_scaled(s, i, 6)),
+    ARRAY(KRL_blk_Lmix_shlaL, KRL_blk_Lmix_shlaL_strict, 1),
+    ARRAY(KRL_blk_Lmix_shlaL, KRL_blk_Lmix_shlaL_strict, 7),
+    BLOCK(krl_BLmaxBLL_flex, KRL_BLmaxBLL_strict, (d, a, g[2]), 1, maximum(a[i], g[2], strict)),
+    BLOCK(krl_BLmaxBLL_inplace_flex, KRL_BLmaxBLL_inplace_strict, (d, g[2]), 0, maximum(d[i], g[2], strict)),
+    BLOCK(krl_BLmpyBLS_inplace_flex, KRL_BLmpyBLS_inplace_strict, (d, g[0]), 0, d[i] * g[0]),
+    BLOCK(krl_BLmpy_scaleBLSU_flex, KRL_BLmpy_scaleBLSU_strict, (d, a, g[0], 5), 1, a[i] * (g[0] * 32.0f)),
+    BLOCK(krl_BLmpy_scaleBLSU_inplace_flex, KRL_BLmpy_scaleBLSU_inplace_strict, (d, g[0], 5), 0, d[i] * (g[0] * 32.0f)),
+    BLOCK(krl_BLmpy_scale_xBLSU_flex, KRL_BLmpy_scale_xBLSU_strict, (d, a, g[0], 5), 1,
+          static_cast<float>(double(a[i]) * double(g[0] * 32.0f))),
+    BLOCK(krl_BLsaddBLL_flex, KRL_BLsaddBLL_strict, (d, a, g[2]), 1, a[i] + g[2]),
+};
 
 namespace {
 
 TEST(BlockFamily, TheTableNamesEveryExportedSymbol) {
     auto exported = exported_symbols("block");
     exported.merge(exported_symbols("block_scalar"));
-    EXPECT_EQ(names_of({"krl_vec_Labs_maxLU_flex", "KRL_vec_Labs_maxLU_strict", "KRL_dsplib_init", "KRL_Lpow05I16"},
-                       operations()),
+    EXPECT_EQ(names_of(operations,
+                       {"krl_vec_Labs_maxLU_flex", "KRL_vec_Labs_maxLU_strict", "KRL_dsplib_init", "KRL_Lpow05I16"}),
               exported);
 }
 

@@ -12,6 +12,10 @@ inline float iir1(krl_iir1_state& s, const float* c, float x) {
     s = {x, y};
     return y;
 }
+inline float iir1_by_8(krl_iir1_state& s, const float* c, float x) { return 8.0f * iir1(s, c, x); }
+inline void iir1_doubled_plus(krl_iir1_state& s, const float* c, const float* x, const float* other, float* y) {
+    *y = std::fma(iir1(s, c, *x), 2.0f, *other);
+}
 inline float iir1x(krl_iir1x_state& s, const float* c, float x) {
     s.y1 = std::fma(double(x), double(c[0]), std::fma(s.y1, double(c[2]), double(s.x1) * double(c[1])));
     s.x1 = x;
@@ -30,7 +34,16 @@ float section(krl_iir2ss_state& s, const float* c, float x) {
     const float s0 = version == 1 ? std::fma(c[3], s.s0, std::fma(c[1], x, -(c[4] * s.s1)))
                                   : std::fma(c[1], x, std::fma(c[3], s.s0, s.s1 * (version == 2 ? 1.0f : 0.0625f)));
     s = {s0, std::fma(c[2], x, std::fma(c[3], s.s1, c[4] * s.s0))};
-    return 2.0f * y;
+    return scale * y;
+}
+inline void section_halving(krl_iir2ss_state& s, const float* c, const float* x, const float*, float* y) {
+    *y = section<1>(s, c, x[0]);
+    section<1>(s, c, x[1]);
+}
+inline void section_doubling(krl_iir2ss_state& s, const float* c, const float* x, const float*, float* y) {
+    y[0] = section<1>(s, c, *x);
+    y[1] = 2.0f * (s.s0 + s.s1);
+    section<1>(s, c, 0.0f);
 }
 inline float fir2(krl_fir2_state& s, const float* c, float x) {
     const float y = std::fma(c[0], x, c[1] * s.x1);
