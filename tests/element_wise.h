@@ -38,25 +38,26 @@ extern const std::vector<Operation> operations;
 #define KORLA_CALL(f, arguments)                                                                                       \
     [](float* d, [[maybe_unused]] const float* const* s, [[maybe_unused]] uint32_t n) { KORLA_OPERANDS f arguments; }
 // The expression is float i of the result.
-#define PAIR(flex_entry, strict_entry, arguments, floats, sources, ...)                                                \
-    Operation {                                                                                                        \
-        {#flex_entry, #strict_entry}, KORLA_CALL(flex_entry, arguments), KORLA_CALL(strict_entry, arguments), floats,  \
-            sources,                                                                                                   \
-            [](float* result, [[maybe_unused]] const float* d, const float* const* s, size_t n,                        \
-               [[maybe_unused]] bool strict) {                                                                         \
-                KORLA_OPERANDS for (size_t i = 0; i < floats * n; i++) result[i] = __VA_ARGS__;                        \
-            }                                                                                                          \
-    }
+#define PAIR(flex, strict_entry, arguments, floats, sources, ...)                                                      \
+    pair({#flex, #strict_entry}, KORLA_CALL(flex, arguments), KORLA_CALL(strict_entry, arguments), floats, sources,    \
+         []([[maybe_unused]] const float* d, const float* const* s, [[maybe_unused]] size_t i,                         \
+            [[maybe_unused]] size_t n, [[maybe_unused]] bool strict) -> float { KORLA_OPERANDS return __VA_ARGS__; })
+Operation pair(std::vector<std::string> names, auto flex, auto strict, size_t floats, Operands sources, auto element) {
+    return {names, flex, strict, floats, sources, [=](float* result, auto d, auto s, size_t n, bool is_strict) {
+                for (size_t i = 0; i < floats * n; i++)
+                    result[i] = element(d, s, i, n, is_strict);
+            }};
+}
 
 // Numbers of many sizes, some of them special.
 inline std::vector<float> awkward_values(size_t n, uint64_t seed, uint32_t special_in_16) {
     static const float special[] = {0.0f, -0.0f, 1e-41f, -1e-45f, infinity, -infinity, nan_value, 3e38f, 1.0f, -1e-38f};
     Random random(seed);
     std::vector<float> v(n);
-    for (float& x : v)
-        x = random.bits() % 16 < special_in_16
-                ? special[random.bits() % 10]
-                : std::ldexp(random.uniform(), static_cast<int>(random.bits() % 24) - 12);
+    for (float& x : v) {
+        const int exponent = static_cast<int>(random.bits() % 24) - 12;
+        x = random.bits() % 16 < special_in_16 ? special[random.bits() % 10] : std::ldexp(random.uniform(), exponent);
+    }
     return v;
 }
 

@@ -28,7 +28,7 @@ inline float iir2df1(krl_iir2df1_state& s, const float* c, float x) {
     return y;
 }
 // The state-space sections: version 1 adds both states to its output, 2 and 3 differ in the feedback of s1 into s0.
-template <int version>
+template <int version, int scale = 2>
 float section(krl_iir2ss_state& s, const float* c, float x) {
     const float y = std::fma(-c[0], x, version == 1 ? s.s0 + s.s1 : s.s0);
     const float s0 = version == 1 ? std::fma(c[3], s.s0, std::fma(c[1], x, -(c[4] * s.s1)))
