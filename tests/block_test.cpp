@@ -112,8 +112,8 @@ namespace {
 TEST(BlockFamily, TheTableNamesEveryExportedSymbol) {
     auto exported = exported_symbols("block");
     exported.merge(exported_symbols("block_scalar"));
-    EXPECT_EQ(names_of(operations,
-                       {"krl_vec_Labs_maxLU_flex", "KRL_vec_Labs_maxLU_strict", "KRL_dsplib_init", "KRL_Lpow05I16"}),
+    EXPECT_EQ(names_of(operations, "krl_vec_Labs_maxLU_flex", "KRL_vec_Labs_maxLU_strict", "KRL_dsplib_init",
+                       "KRL_Lpow05I16"),
               exported);
 }
 

@@ -115,7 +115,7 @@ TEST(ComplexPowersOfTwo, AreExactInRangeAndHarmlessOutside) {
 
 TEST(ComplexFamily, TheTablesNameEveryExportedSymbol) {
     EXPECT_EQ(krl_clclmix5cl10csu_c | krl_clclmix5cl10csu_order_coef_c, 0u);
-    EXPECT_EQ(names_of(operations, {"krl_clclmix5cl10csu_c", "krl_clclmix5cl10csu_order_coef_c"}),
+    EXPECT_EQ(names_of(operations, "krl_clclmix5cl10csu_c", "krl_clclmix5cl10csu_order_coef_c"),
               exported_symbols("complex"));
 }
 

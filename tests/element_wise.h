@@ -130,8 +130,9 @@ TEST_P(ElementWise, DestinationMayOverlapASource) {
 INSTANTIATE_TEST_SUITE_P(Family, ElementWise, ::testing::ValuesIn(operations),
                          [](const auto& info) { return info.param.names[1] + "_" + std::to_string(info.index); });
 
-// Adds the names in a table to those of members with tests of their own.
-std::set<std::string> names_of(const auto& table, std::set<std::string> names = {}) {
+// The names in a table and those of members with tests of their own.
+std::set<std::string> names_of(const auto& table, const auto&... further) {
+    std::set<std::string> names = {further...};
     for (const auto& row : table)
         names.insert(row.names.begin(), row.names.end());
     return names;
