@@ -44,18 +44,9 @@ Operation on_block(Operation op) {
 }
 #define BLOCK(flex, strict, arguments, sources, ...)                                                                   \
     on_block(PAIR(flex, strict, arguments, 1, Operands(sources, Operand{1}), __VA_ARGS__))
-// Two blocks in place, d and the one behind it.
-#define TWO_BLOCKS(flex, strict, upper, lower)                                                                         \
-    on_block(                                                                                                          \
-        PAIR(flex, strict, (d, d + block), 2, {}, i < block ? upper(d[i], d[i + block]) : lower(d[i - block], d[i])))
 // An array of blocks, one behind the other.
 #define ARRAY(flex, strict, blocks)                                                                                    \
     on_block(PAIR(flex, strict, (d, g, blocks, a, 5), 1, Operands{{blocks}}, array_scaled(a, i, blocks)))
-
-float sum(float a, float b) { return a + b; }
-float difference(float a, float b) { return a - b; }
-float half_sum(float a, float b) { return std::fma(a, 0.5f, 0.5f * b); }
-float half_difference(float a, float b) { return std::fma(a, 0.5f, -(0.5f * b)); }
 
 } // namespace
 
@@ -72,8 +63,11 @@ const std::vector<Operation> operations = {
     BLOCK(krl_blk_LminLLL_flex, KRL_blk_LminLLL_strict, (d, a, b, c), 3, min_num(min_num(a[i], b[i]), c[i])),
     BLOCK(krl_blk_LsaddLL_flex, KRL_blk_LsaddLL_strict, (d, a, b), 2, a[i] + b[i]),
     BLOCK(krl_blk_LsubLL_flex, KRL_blk_LsubLL_strict, (d, a, b), 2, a[i] - b[i]),
-    TWO_BLOCKS(krl_blk_LLdeshuffleLL_inplace_flex, KRL_blk_LLdeshuffleLL_inplace_strict, sum, difference),
-    TWO_BLOCKS(krl_blk_LLshuffleLL_inplace_flex, KRL_blk_LLshuffleLL_inplace_strict, half_sum, half_difference),
+    // In place on d and the block behind it.
+    on_block(PAIR(krl_blk_LLdeshuffleLL_inplace_flex, KRL_blk_LLdeshuffleLL_inplace_strict, (d, d + block), 2, {},
+                  i < block ? d[i] + d[i + block] : d[i - block] - d[i])),
+    on_block(PAIR(krl_blk_LLshuffleLL_inplace_flex, KRL_blk_LLshuffleLL_inplace_strict, (d, d + block), 2, {},
+                  i < block ? std::fma(d[i], 0.5f, 0.5f * d[i + block]) : std::fma(d[i - block], 0.5f, -0.5f * d[i]))),
     BLOCK(krl_blk_Lmpy_shlLSU_flex, KRL_blk_Lmpy_shlLSU_strict, (d, a, b, 5), 2, (a[i] * b[i]) * 32.0f),
     BLOCK(krl_blk_Lmpy_shlLLU_flex, KRL_blk_Lmpy_shlLLU_strict, (d, a, b, 5), 2,
           static_cast<float>(double(a[i]) * double(b[i]) * 32.0)),

@@ -76,26 +76,26 @@ TEST_P(Phase90, TurnsThePhaseByNinetyDegrees) {
 }
 
 TEST_P(Phase90, RefusalsAreCodeTwoAndTouchNothing) {
-    auto refuses = [&](uint32_t length, void* m, float* w, float* h) {
-        filter = reinterpret_cast<Phase90Hilbert*>(memory.data());
-        const auto before = memory.values();
-        EXPECT_EQ(init_Phase90Hilbert(&filter, length, m, w, h), 2);
-        EXPECT_EQ(filter, nullptr);
-        EXPECT_EQ(memory.values(), before);
-        size_t *instance = m ? &sizes[0] : nullptr, *work_bytes = w ? &sizes[1] : nullptr;
-        if (!m || !w || !h || length != GetParam()) {
-            EXPECT_EQ(getRequiredBufferSize_Phase90Hilbert(length, instance, work_bytes, h ? &sizes[2] : nullptr), 2);
-        }
+    void *const m = memory.data(), *const misaligned = reinterpret_cast<char*>(m) + 4;
+    float *const w = work.data(), *const h = history.data();
+    const auto before = memory.values();
+    auto refuses = [&](uint32_t length, void* m, float* w, float* h, bool refused_size = true) {
+        Phase90Hilbert* refused = filter;
+        EXPECT_EQ(init_Phase90Hilbert(&refused, length, m, w, h), 2);
+        EXPECT_TRUE(refused == nullptr && memory.values() == before);
+        EXPECT_EQ(getRequiredBufferSize_Phase90Hilbert(length, m ? &sizes[0] : nullptr, w ? &sizes[1] : nullptr,
+                                                       h ? &sizes[2] : nullptr),
+                  refused_size ? 2 : 0);
     };
     for (uint32_t length : {0u, 1u, 256u, 511u, 513u, 4096u, 65536u + 512u, UINT32_MAX})
-        refuses(length, memory.data(), work.data(), history.data());
-    refuses(GetParam(), nullptr, work.data(), history.data());
-    refuses(GetParam(), memory.data(), nullptr, history.data());
-    refuses(GetParam(), memory.data(), work.data(), nullptr);
-    refuses(GetParam(), reinterpret_cast<char*>(memory.data()) + 4, work.data(), history.data());
-    EXPECT_EQ(init_Phase90Hilbert(nullptr, GetParam(), memory.data(), work.data(), history.data()), 2);
-    EXPECT_EQ(process_Phase90Hilbert(reinterpret_cast<Phase90Hilbert*>(memory.data()), nullptr), 2);
-    EXPECT_EQ(process_Phase90Hilbert(nullptr, work.data()), 2);
+        refuses(length, m, w, h);
+    EXPECT_EQ(sizes[0] + sizes[1] + sizes[2], 0u);
+    refuses(GetParam(), nullptr, w, h);
+    refuses(GetParam(), m, nullptr, h);
+    refuses(GetParam(), m, w, nullptr);
+    refuses(GetParam(), misaligned, w, h, false);
+    EXPECT_EQ(init_Phase90Hilbert(nullptr, GetParam(), m, w, h), 2);
+    EXPECT_TRUE(process_Phase90Hilbert(filter, nullptr) == 2 && process_Phase90Hilbert(nullptr, w) == 2);
     EXPECT_EQ(reset_Phase90Hilbert(nullptr), 2);
 }
 
