@@ -1,201 +1,140 @@
-// Generic tests of element-wise vector operations: a table row says how a pair is called and what one element is.
+// Generic tests of operations on vectors: a table row says how a pair is called and what its result is.
 //
-// Include it once in a test, define `element_wise_operations()` and every row is tested at all lengths, alignments and
-// overlaps.
+// Include it once in a test, define `operations` and every row is tested at all lengths, alignments and overlaps.
 #pragma once
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
-#include <limits>
-#include <set>
-#include <string>
+#include <memory>
 
+#include "export_list.h"
 #include "guarded_buffer.h"
+#include "reference/ieee.h"
 #include "signals.h"
 
 namespace korla_test {
 
-constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-constexpr float inf = std::numeric_limits<float>::infinity();
-
 struct Operand {
-    size_t floats;      // per element
-    size_t stacked = 0; // when not 0: so many complex vectors one behind the other, each rounded up to 4 samples
+    size_t floats; // per element
     bool may_overlap = true;
-    size_t size(size_t n) const { return stacked ? stacked * 2 * ((n + 3) / 4 * 4) : floats * n; }
+    size_t multiple = 1; // the operand is padded to a multiple of so many elements
+    size_t size(size_t n) const { return floats * ((n + multiple - 1) / multiple * multiple); }
 };
-const Operand real_operand{1}, complex_operand{2};
-inline Operand apart(size_t floats) { return {floats, 0, false}; }
-inline Operand stack_of(size_t count) { return {2, count, false}; }
+using Operands = std::vector<Operand>;
 
-// The n destination elements are `destination` floats wide; two destinations stand one behind the other.
-struct ElementWise {
-    using Run = std::function<void(float* d, const float* const* s, uint32_t n)>;
-    // Writes element k of the destination, which holds its former values when the operation reads it.
-    using Model = std::function<void(float* d, const float* const* s, size_t k, size_t n)>;
-    std::string flex_name, strict_name;
-    Run flex, strict;
-    size_t destination;
-    std::vector<Operand> sources;
-    Model model;
-    Model strict_model = {}; // when the entries round differently
-    bool reads_destination = false;
+// d: the destination, its former values when it comes in; s: the sources, at least three pointers, d if there are less.
+struct Operation {
+    std::vector<std::string> names; // both entries, and what else the row covers
+    std::function<void(float*d, const float*const*s, uint32_t n)> flex, strict;
+    size_t floats; // per element of the destination; two destinations stand one behind the other
+    Operands sources;
+    std::function<void(float* result, const float* d, const float* const* s, size_t n, bool strict)> model;
+    std::vector<uint32_t> block_lengths = {}; // of operations on blocks, which may overlap anyhow
 };
-inline std::ostream& operator<<(std::ostream& out, const ElementWise& op) { return out << op.flex_name; }
-#define KORLA_ENTRIES(flex, strict, arguments)                                                                         \
-#    flex, #    strict,                                                                                                \
-        []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s,                                          \
-           uint32_t n) { flex arguments; }, []([[maybe_unused]] float* d, [[maybe_unused]] const float* const* s,      \
-                                               uint32_t n) { strict arguments; }
+inline std::ostream& operator<<(std::ostream& out, const Operation& op) { return out << op.names[0]; }
+extern const std::vector<Operation> operations;
 
-const std::vector<ElementWise>& element_wise_operations();
+#define KORLA_OPERANDS [[maybe_unused]] const float *a = s[0], *b = s[1], *c = s[2];
+#define KORLA_CALL(f, arguments)                                                                                       \
+    [](float* d, [[maybe_unused]] const float* const* s, [[maybe_unused]] uint32_t n) { KORLA_OPERANDS f arguments; }
+// The expression is float i of the result.
+#define PAIR(flex, strict_entry, arguments, floats, sources, ...)                                                      \
+    pair({#flex, #strict_entry}, KORLA_CALL(flex, arguments), KORLA_CALL(strict_entry, arguments), floats, sources,    \
+         []([[maybe_unused]] const float* d, const float* const* s, [[maybe_unused]] size_t i,                         \
+            [[maybe_unused]] size_t n, [[maybe_unused]] bool strict) -> float { KORLA_OPERANDS return __VA_ARGS__; })
+Operation pair(std::vector<std::string> names, auto flex, auto strict, size_t floats, Operands sources, auto element) {
+    return {names, flex, strict, floats, sources, [=](float* result, auto d, auto s, size_t n, bool is_strict) {
+                for (size_t i = 0; i < floats * n; i++)
+                    result[i] = element(d, s, i, n, is_strict);
+            }};
+}
 
-// Normal numbers of many sizes with everything special between them.
-inline std::vector<float> awkward_values(size_t n, uint64_t seed) {
-    static const float special[] = {0.0f, -0.0f, 1e-41f, -1e-45f, inf, -inf, nan, 3e38f, 1.0f, -1e-38f};
+// Numbers of many sizes, some of them special.
+inline std::vector<float> awkward_values(size_t n, uint64_t seed, uint32_t special_in_16) {
+    static const float special[] = {0.0f, -0.0f, 1e-41f, -1e-45f, infinity, -infinity, nan_value, 3e38f, 1.0f, -1e-38f};
     Random random(seed);
     std::vector<float> v(n);
-    for (float& x : v)
-        x = random.bits() % 8 == 0 ? special[random.bits() % 10]
-                                   : std::ldexp(random.uniform(), static_cast<int>(random.bits() % 24) - 12);
+    for (float& x : v) {
+        const int exponent = static_cast<int>(random.bits() % 24) - 12;
+        x = random.bits() % 16 < special_in_16 ? special[random.bits() % 10] : std::ldexp(random.uniform(), exponent);
+    }
     return v;
 }
 
-struct Case {
-    const ElementWise& op;
-    size_t n;
-    std::vector<std::vector<float>> sources;
-    std::vector<float> destination;
-    Case(const ElementWise& op, size_t n) : op(op), n(n), destination(awkward_values(op.destination * n, n + 99)) {
-        for (size_t j = 0; j < op.sources.size(); j++)
-            sources.push_back(awkward_values(op.sources[j].size(n), 10 * n + j));
-    }
-    std::vector<float> expected(bool strict = false) const {
-        std::vector<const float*> s;
-        for (const auto& source : sources)
-            s.push_back(source.data());
-        std::vector<float> d = op.reads_destination ? destination : std::vector<float>(destination.size());
-        for (size_t k = 0; k < n; k++)
-            (strict && op.strict_model ? op.strict_model : op.model)(d.data(), s.data(), k, n);
-        return d;
-    }
-};
-
-class VectorOperation : public ::testing::TestWithParam<ElementWise> {
+class ElementWise : public ::testing::TestWithParam<Operation> {
 protected:
-    void run(bool strict, size_t n, size_t misalignment) {
-        const auto& op = GetParam();
-        const Case c(op, n);
+    const Operation& op = GetParam();
+
+    // The variant chooses the data and, for the flex entry, the alignments. One source may be overlapped: then the
+    // destination begins `offset` floats behind it.
+    void check(bool strict, uint32_t n, size_t variant, int overlapped = -1, long offset = 0) {
+        SCOPED_TRACE(::testing::Message() << "strict " << strict << ", n = " << n << ", variant " << variant
+                                          << ", source " << overlapped << " at " << offset);
+        const uint32_t special_in_16 = variant % 4 == 0 ? 0 : variant % 2 ? 8 : 1;
+        std::vector<std::vector<float>> x;
         std::vector<std::unique_ptr<GuardedBuffer<float>>> in;
         std::vector<const float*> s;
-        for (size_t j = 0; j < c.sources.size(); j++) {
-            in.push_back(std::make_unique<GuardedBuffer<float>>(c.sources[j], strict ? 0 : (3 * misalignment + j) % 8));
-            s.push_back(in[j]->data());
+        for (const Operand& operand : op.sources) {
+            x.push_back(awkward_values(operand.size(n), 100 * n + 10 * variant + x.size(), special_in_16));
+            in.push_back(std::make_unique<GuardedBuffer<float>>(x.back(), strict ? 0 : (3 * variant + x.size()) % 8));
+            s.push_back(in.back()->data());
         }
-        GuardedBuffer<float> out(c.destination, misalignment);
-        (strict ? op.strict : op.flex)(out.data(), s.data(), static_cast<uint32_t>(n));
-        ASSERT_TRUE(bit_equal(out.data(), c.expected(strict), out.size())) << "n = " << n << ", " << misalignment;
+        constexpr size_t margin = 80;
+        GuardedBuffer<float> out(awkward_values(op.floats * n, n + variant, special_in_16), strict ? 0 : variant);
+        GuardedBuffer<float> expected(out.size()), both(2 * margin + 16 * n);
+        float* d = out.data();
+        s.resize(std::max<size_t>(s.size(), 3), d);
+        op.model(expected.data(), d, s.data(), n, strict);
+        if (overlapped >= 0) {
+            float* const source = both.data() + margin;
+            std::copy(x[overlapped].begin(), x[overlapped].end(), source);
+            s[overlapped] = source, d = source + offset;
+        }
+        (strict ? op.strict : op.flex)(d, s.data(), n);
+        ASSERT_TRUE(bit_equal(d, expected.data(), expected.size()));
         for (size_t j = 0; j < in.size(); j++)
-            ASSERT_TRUE(bit_equal(in[j]->data(), c.sources[j], in[j]->size())) << "source " << j << " changed";
-        ASSERT_TRUE(out.intact()) << "n = " << n << ", " << misalignment;
+            ASSERT_TRUE(bit_equal(in[j]->data(), x[j], x[j].size())) << "source " << j << " changed";
+        ASSERT_TRUE(out.intact());
     }
 };
 
-TEST_P(VectorOperation, FlexGivesTheStatedBitsAtEveryLengthAndAlignment) {
-    for (size_t n = 0; n <= 40; n++)
-        for (size_t misalignment = 0; misalignment < 8; misalignment++)
-            ASSERT_NO_FATAL_FAILURE(run(false, n, misalignment));
-    for (size_t n : {63, 64, 65, 100, 257, 1021})
-        ASSERT_NO_FATAL_FAILURE(run(false, n, n % 8));
-}
-
-TEST_P(VectorOperation, StrictGivesTheStatedBits) {
-    for (size_t n = 0; n <= 80; n += 4)
-        ASSERT_NO_FATAL_FAILURE(run(true, n, 0));
-    ASSERT_NO_FATAL_FAILURE(run(true, 1020, 0));
-}
-
-// One order of processing, element by element, that never writes what it still has to read.
-bool an_order_exists(size_t n, long destination_floats, long source_floats, long offset) {
-    auto safe = [&](auto later) {
-        for (long k = 0; k < static_cast<long>(n); k++)
-            for (long w = offset + k * destination_floats; w < offset + (k + 1) * destination_floats; w++)
-                if (w >= 0 && w < static_cast<long>(n) * source_floats && later(w / source_floats, k))
-                    return false;
-        return true;
-    };
-    return safe([](long read, long k) { return read > k; }) || safe([](long read, long k) { return read < k; });
-}
-
-TEST_P(VectorOperation, FlexDestinationMayOverlapASource) {
-    const auto& op = GetParam();
-    for (size_t j = 0; j < op.sources.size(); j++) {
-        if (!op.sources[j].may_overlap || op.reads_destination)
-            continue;
-        for (size_t n : {1, 2, 3, 4, 5, 7, 8, 9, 12, 16, 19, 23, 31, 40, 65, 150}) {
-            const Case c(op, n);
-            for (long offset :
-                 {-67, -40, -33, -16, -9, -8, -7, -5, -4, -3, -2, -1, 0, 1, 2, 3, 4, 5, 6, 8, 9, 11, 17, 33, 64}) {
-                if (!an_order_exists(n, static_cast<long>(op.destination), static_cast<long>(op.sources[j].floats),
-                                     offset))
-                    continue;
-                GuardedBuffer<float> both(c.sources[j].size() + c.destination.size() + 2 * 80);
-                float* source = both.data() + 80;
-                std::copy(c.sources[j].begin(), c.sources[j].end(), source);
-                std::vector<const float*> s;
-                for (const auto& other : c.sources)
-                    s.push_back(other.data());
-                s[j] = source;
-                op.flex(source + offset, s.data(), static_cast<uint32_t>(n));
-                ASSERT_TRUE(bit_equal(source + offset, c.expected(), c.destination.size()))
-                    << "source " << j << ", n = " << n << ", offset " << offset;
+TEST_P(ElementWise, GivesTheStatedBitsAtEveryLengthAndAlignment) {
+    std::vector<uint32_t> lengths = {63, 64, 65, 100, 257, 1020, 1021};
+    for (uint32_t n = 0; n <= 40; n++)
+        lengths.push_back(n);
+    for (uint32_t n : op.block_lengths.empty() ? lengths : op.block_lengths)
+        for (size_t variant = 0; variant < 8; variant++) {
+            ASSERT_NO_FATAL_FAILURE(check(false, n, variant));
+            if (n % 4 == 0) {
+                ASSERT_NO_FATAL_FAILURE(check(true, n, variant));
             }
         }
-    }
 }
 
-TEST_P(VectorOperation, DestinationMayBeEverySourceAtOnce) {
-    const auto& op = GetParam();
-    for (const auto& source : op.sources)
-        if (!source.may_overlap || source.floats != op.destination)
-            return;
-    for (bool strict : {false, true})
-        for (size_t n : {4, 8, 12, 28, 64, 68}) {
-            Case c(op, n);
-            std::fill(c.sources.begin(), c.sources.end(), c.destination);
-            GuardedBuffer<float> both(c.destination);
-            const std::vector<const float*> s(c.sources.size(), both.data());
-            (strict ? op.strict : op.flex)(both.data(), s.data(), static_cast<uint32_t>(n));
-            ASSERT_TRUE(bit_equal(both.data(), c.expected(strict), both.size())) << n;
-        }
+// At every distance for which one order of processing never writes what it still has to read.
+TEST_P(ElementWise, DestinationMayOverlapASource) {
+    const bool blocks = !op.block_lengths.empty();
+    for (int j = 0; j < static_cast<int>(op.sources.size()); j++)
+        for (uint32_t n : {1, 2, 3, 4, 5, 7, 8, 9, 12, 16, 19, 23, 31, 32, 65, 150})
+            for (long offset = -67; offset <= 67; offset++) {
+                const long wider = static_cast<long>(op.floats) - static_cast<long>(op.sources[j].floats);
+                if (op.sources[j].may_overlap && (blocks ? n == 32 : wider * offset >= 0)) {
+                    ASSERT_NO_FATAL_FAILURE(check(false, n, 0, j, offset));
+                    if (offset == 0 && wider == 0 && n % 4 == 0) {
+                        ASSERT_NO_FATAL_FAILURE(check(true, n, 0, j));
+                    }
+                }
+            }
 }
 
-INSTANTIATE_TEST_SUITE_P(Family, VectorOperation, ::testing::ValuesIn(element_wise_operations()),
-                         [](const auto& info) { return info.param.flex_name; });
+INSTANTIATE_TEST_SUITE_P(Family, ElementWise, ::testing::ValuesIn(operations),
+                         [](const auto& info) { return info.param.names[1] + "_" + std::to_string(info.index); });
 
-// The functions that an export list of the project names.
-inline std::set<std::string> exported_functions(const std::string& list) {
-    std::ifstream file(KORLA_EXPORTS_DIR "/" + list);
-    EXPECT_TRUE(file.is_open()) << list;
-    std::set<std::string> names;
-    std::string name, kind;
-    for (std::string line; std::getline(file, line);)
-        if (auto space = line.find(' '); line[0] != '#' && space != std::string::npos && line.substr(space + 1) == "F")
-            names.insert(line.substr(0, space));
-    return names;
-}
-
-template <class... Tables>
-std::set<std::string> names_of(const Tables&... tables) {
-    std::set<std::string> names;
-    auto add = [&](const auto& table) {
-        for (const auto& row : table) {
-            names.insert(row.flex_name);
-            names.insert(row.strict_name);
-        }
-    };
-    (add(tables), ...);
+// The names in a table and those of members with tests of their own.
+std::set<std::string> names_of(const auto& table, const auto&... further) {
+    std::set<std::string> names = {further...};
+    for (const auto& row : table)
+        names.insert(row.names.begin(), row.names.end());
     return names;
 }
 

@@ -12,44 +12,31 @@ public:
     explicit Phase90Model(size_t n) : n_(n) {}
 
     std::vector<double> process(const std::vector<float>& x) {
+        auto& f = forward_;
         std::vector<double> work = history_;
         for (size_t i = 0; i < n_; i++) {
             const size_t phase = i % 2;
-            auto& s = forward_;
             const double scaled = 0.49868774f * double(x[i]);
-            const double high_pass = 0.994751f * s[1][phase] - scaled + s[0][phase];
-            const double first = all_pass(0.979126f, high_pass, s[1][phase], s[2][phase]);
-            const double second = all_pass(0.8451538f, first, s[2][phase], s[3][phase]);
-            const double third = all_pass(0.23730469f, second, s[3][phase], s[4][phase]);
-            s[0][phase] = scaled, s[1][phase] = high_pass, s[2][phase] = first, s[3][phase] = second,
-            s[4][phase] = third;
-            work.push_back(third);
+            const double high_pass = 0.994751f * f[1][phase] - scaled + f[0][phase];
+            f[0][phase] = scaled;
+            work.push_back(all_passes({0.979126f, 0.8451538f, 0.23730469f}, high_pass, f + 1, phase, 3));
         }
         history_.assign(work.end() - 1280, work.end());
 
-        double input[2], outputs[3][2] = {};
-        for (size_t phase = 0; phase < 2; phase++) {
-            auto p = [&](size_t j) { return forward_[j - 4][phase]; };
-            input[phase] =
-                0.005217236f * p(5) - 0.1963725f * p(4) - 0.0409322f * p(6) + 0.79944104f * p(7) + 0.23730469f * p(8);
-            outputs[0][phase] =
-                0.9836525f * p(5) + 0.6783012f * p(4) + 0.6426439f * p(6) - 0.6991622f * p(7) - 0.23414071f * p(8);
+        std::array<double, 2> backward[4] = {};
+        for (size_t p = 0; p < 2; p++) {
+            backward[0][p] = 0.005217236f * f[1][p] - 0.1963725f * f[0][p] - 0.0409322f * f[2][p] +
+                             0.79944104f * f[3][p] + 0.23730469f * f[4][p];
+            backward[1][p] = 0.9836525f * f[1][p] + 0.6783012f * f[0][p] + 0.6426439f * f[2][p] - 0.6991622f * f[3][p] -
+                             0.23414071f * f[4][p];
         }
-        double latest = 0.0; // of the third section
+        double latest = 0.0; // of the third section, which comes out one sample late
         for (size_t at = n_ + 1280; at-- > 0;) {
-            const size_t phase = at % 2;
-            const double x0 = work[at];
-            const double first = all_pass(0.99176025f, x0, input[phase], outputs[0][phase]);
-            if (at >= n_ + 299) {
-                work[at] = 2.0 * first;
-            } else {
-                const double second = all_pass(0.94262695f, first, outputs[0][phase], outputs[1][phase]);
-                const double third = all_pass(0.61724854f, second, outputs[1][phase], outputs[2][phase]);
-                work[at] = 2.0 * latest;
-                latest = outputs[2][phase] = third;
-                outputs[1][phase] = second;
-            }
-            input[phase] = x0, outputs[0][phase] = first;
+            const bool warm_up = at >= n_ + 299; // of the first section alone
+            const double y =
+                all_passes({0.99176025f, 0.94262695f, 0.61724854f}, work[at], backward, at % 2, warm_up ? 1 : 3);
+            work[at] = 2.0 * (warm_up ? y : latest);
+            latest = warm_up ? 0.0 : y;
         }
         std::vector<double> y(n_);
         for (size_t i = 0; i < n_; i++)
@@ -59,8 +46,14 @@ public:
     }
 
 private:
-    static double all_pass(double a, double x, double x_before, double y_before) {
-        return a * (y_before - x) + x_before;
+    // Sections in series, y = a (y[-2] - x) + x[-2]; z holds the input of the first and the outputs, by phase.
+    static double all_passes(std::array<double, 3> a, double x, std::array<double, 2>* z, size_t phase, size_t count) {
+        for (size_t j = 0; j < count; j++) {
+            const double y = a[j] * (z[j + 1][phase] - x) + z[j][phase];
+            z[j][phase] = x;
+            x = y;
+        }
+        return z[count][phase] = x;
     }
 
     size_t n_;
