@@ -259,6 +259,21 @@ TEST(DelayLineCases, ClearsBackwardsInPiecesAndKeepsItsLengthInRange) {
     EXPECT_EQ(longest.len, 0xffffffe0u);
 }
 
+TEST(BlockFilterStability, StableRecursionsStayBoundedOverAMillionSamples) {
+    constexpr uint32_t n = 1 << 20;
+    Random random(7);
+    const Signal x = random.vector(2 * n), other = random.vector(n);
+    for (const Operation& op : filters()) {
+        if (op.names[0].find("blk_Liir") == std::string::npos)
+            continue;
+        Signal y(x); // in place, or overwritten
+        const float* const sources[] = {x.data(), other.data()};
+        op.flex(y.data(), sources, n);
+        const auto loud = [](float v) { return !(std::fabs(v) < 1e3f); };
+        EXPECT_EQ(std::count_if(y.begin(), y.end(), loud), 0) << op;
+    }
+}
+
 TEST(BlockFilterFamily, TheTableNamesEveryExportedSymbol) {
     KRL_blk_LfirUL_set_coef(nullptr); // reads nothing
     EXPECT_EQ(names_of(operations, "krl_blk_LfirUL_flex", "KRL_blk_LfirUL_strict", "KRL_blk_LfirUL_setup",

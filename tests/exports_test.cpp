@@ -11,8 +11,7 @@
 namespace {
 
 // f(entry, string table of the section) for every entry of every section of a type.
-template <class Entry, class F>
-void for_each_entry(uint32_t type, F f) {
+template <class Entry, class F> void for_each_entry(uint32_t type, F f) {
     std::ifstream file(KORLA_LIBRARY, std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(file), {});
     const auto* header = reinterpret_cast<const Elf64_Ehdr*>(bytes.data());

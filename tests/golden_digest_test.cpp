@@ -13,8 +13,7 @@ using namespace korla_test;
 namespace {
 
 // Noise in plateaus of a few thousand samples between silence and four times full scale; integers by bits alone.
-template <class T>
-T sample(Random& random, float level) {
+template <class T> T sample(Random& random, float level) {
     const float x = level * random.uniform();
     if constexpr (std::is_same_v<T, float>)
         return x;
@@ -22,8 +21,7 @@ T sample(Random& random, float level) {
     return static_cast<T>(std::clamp(x * full_scale, -full_scale, full_scale - 1.0));
 }
 
-template <class T>
-uint64_t digest(uint32_t sample_format) {
+template <class T> uint64_t digest(uint32_t sample_format) {
     struct Leg {
         const char* inputs;
         int layout;

@@ -56,8 +56,7 @@ public:
     int32_t process(const acli_buffer& in, acli_buffer& out) { return ACLI.process(handle_, &in, &out); }
 
     // A whole call: as many frames as `in` holds, in slots of T.
-    template <class T>
-    std::vector<T> run(const std::vector<T>& in) {
+    template <class T> std::vector<T> run(const std::vector<T>& in) {
         std::vector<T> out(in.size() / applied.input_channel_count * applied.output_channel_count);
         acli_buffer target = buffer_of(out.data(), out.size() * sizeof(T));
         EXPECT_EQ(

@@ -196,12 +196,13 @@ TEST_P(Qmf, HistoryTravelsAndIsForgotten) {
 TEST(QmfDesigns, SynthesisUndoesAnalysisWithUnitGainAtTheStatedDelay) {
     const auto check = [](uint32_t M, uint32_t P, const float* analysis, const float* synthesis) {
         const Samples forward(analysis, analysis + 2 * P * M), backward(synthesis, synthesis + 2 * P * M);
-        const auto x = noise(M, 300);
-        std::vector<double> delayed((2 * P - 1) * M + 1);
-        delayed.insert(delayed.end(), x.begin(), x.end() - static_cast<ptrdiff_t>(delayed.size()));
-        for (bool real : {true, false})
-            for (uint32_t mode : {0u, 8u, 1u, 77u})
-                if (M != 48 || mode % 8 == 0) {
+        for (const Samples& x : stimuli(300 * M)) {
+            std::vector<double> delayed((2 * P - 1) * M + 1);
+            delayed.insert(delayed.end(), x.begin(), x.end() - static_cast<ptrdiff_t>(delayed.size()));
+            for (bool real : {true, false})
+                for (uint32_t mode : {0u, 8u, 1u, 77u}) {
+                    if (M == 48 && mode % 8 != 0)
+                        continue;
                     const auto y =
                         Synthesis({M, P, mode, backward}).run(real, Analysis({M, P, mode, forward}).run(real, x));
                     expect_near(y, delayed, 2e-6);
@@ -210,6 +211,7 @@ TEST(QmfDesigns, SynthesisUndoesAnalysisWithUnitGainAtTheStatedDelay) {
                         squares += (y[i] - delayed[i]) * (y[i] - delayed[i]);
                     EXPECT_LT(std::sqrt(squares / y.size()), M == 48 ? 1e-6 : 5e-7) << M << ", " << P << ", " << mode;
                 }
+        }
     };
 #define DESIGN(name, M, P) check(M, P, krl_qmf_filter_coeff_##name##_vec_ana, krl_qmf_filter_coeff_##name##_vec_syn)
     DESIGN(P5, 64, 5), DESIGN(P4, 64, 4), DESIGN(P5_32, 32, 5), DESIGN(P4_32, 32, 4), DESIGN(P5_p64kvx301, 64, 5),

@@ -74,8 +74,7 @@ struct Call {
 };
 
 // f(call) on every road through the module: format, interleaving, matrix or copy.
-template <class F>
-void for_each_road(F f) {
+template <class F> void for_each_road(F f) {
     const std::pair<std::string, int> layouts[] = {
         {seven_one, 0}, {five_one + " Lc Rc", automatic}, {"C", 15}, {seven_one_four, automatic}, {seven_one_four, 0}};
     for (uint32_t format : {ACLI_SAMPLE_INT16, ACLI_SAMPLE_INT32, ACLI_SAMPLE_FLOAT32})
@@ -124,8 +123,7 @@ TEST(RealTime, WithoutMemoryACallFailsAndTheNextOneTriesAgain) {
 enum Ending { passed = 0, failed = 1, no_filter = 2 };
 
 // The ending of a child process which any system call but exit_group kills: body's, or a signal (negative).
-template <class Body>
-int without_system_calls(Body body) {
+template <class Body> int without_system_calls(Body body) {
     sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
                             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit_group, 0, 1),
                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),

@@ -32,6 +32,15 @@ private:
     uint64_t state_;
 };
 
+// What a reconstruction is tried with: noise, one impulse, and a sine that sweeps over all frequencies.
+inline std::vector<std::vector<float>> stimuli(size_t n) {
+    std::vector<float> impulse(n), sweep(n);
+    impulse[n / 3] = 1.0f;
+    for (size_t i = 0; i < n; i++)
+        sweep[i] = static_cast<float>(0.5 * std::sin(1.5707963267948966 * static_cast<double>(i) * i / n));
+    return {Random(n).vector(n), impulse, sweep};
+}
+
 // Equal to the bit, except that every NaN equals every NaN.
 inline bool same_bits(float a, float b) {
     return std::bit_cast<uint32_t>(a) == std::bit_cast<uint32_t>(b) || (std::isnan(a) && std::isnan(b));
@@ -40,8 +49,7 @@ inline bool same_bits(double a, double b) {
     return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b) || (std::isnan(a) && std::isnan(b));
 }
 
-template <class A, class B>
-::testing::AssertionResult bit_equal(const A& actual, const B& expected, size_t n) {
+template <class A, class B>::testing::AssertionResult bit_equal(const A& actual, const B& expected, size_t n) {
     for (size_t i = 0; i < n; i++)
         if (!same_bits(actual[i], expected[i]))
             return ::testing::AssertionFailure() << "at " << i << ": " << actual[i] << ", expected " << expected[i];

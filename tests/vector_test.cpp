@@ -58,8 +58,7 @@ double headroom(const float* a, const float* b, size_t n, bool) { // dispatches 
     return std::isfinite(m) ? std::clamp(-static_cast<double>(std::ilogb(m)) - 1.0, 0.0, 60.0) : 0.0;
 }
 // Element i goes to sum i mod m by s = step(i, s); then sum j takes in sum j + m/2, then j + m/4, and so on.
-template <class T>
-T partial_sums(size_t m, size_t n, auto step) {
+template <class T> T partial_sums(size_t m, size_t n, auto step) {
     std::vector<T> s(m, T{0});
     for (size_t i = 0; i < n; i++)
         s[i % m] = step(i, s[i % m]);
@@ -68,8 +67,7 @@ T partial_sums(size_t m, size_t n, auto step) {
             s[j] += s[j + half];
     return s[0];
 }
-template <class T>
-double sum_of_products(const float* a, const float* b, size_t n, bool) {
+template <class T> double sum_of_products(const float* a, const float* b, size_t n, bool) {
     return partial_sums<T>(32, n, [=](size_t i, T s) { return std::fma(T{a[i]}, T{b[i]}, s); });
 }
 float sum_of_squares(const float* a, size_t n) {

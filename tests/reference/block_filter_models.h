@@ -30,8 +30,7 @@ inline float iir2df1(krl_iir2df1_state& s, const float* c, float x) {
     return y;
 }
 // The state-space sections: version 1 adds both states to its output, 2 and 3 differ in the feedback of s1 into s0.
-template <int version, int scale = 2>
-float section(krl_iir2ss_state& s, const float* c, float x) {
+template <int version, int scale = 2> float section(krl_iir2ss_state& s, const float* c, float x) {
     const float y = std::fma(-c[0], x, version == 1 ? s.s0 + s.s1 : s.s0);
     const float s0 = version == 1 ? std::fma(c[3], s.s0, std::fma(c[1], x, -(c[4] * s.s1)))
                                   : std::fma(c[1], x, std::fma(c[3], s.s0, s.s1 * (version == 2 ? 1.0f : 0.0625f)));
@@ -57,8 +56,7 @@ inline float fir3(krl_fir3_state& s, const float* c, float x) {
     s.x2 = s.x1, s.x1 = x;
     return y;
 }
-template <bool with_floor>
-float envelope(krl_envelope_state& s, const float* c, float x) {
+template <bool with_floor> float envelope(krl_envelope_state& s, const float* c, float x) {
     const double keep0 = 1.0f - c[0], keep1 = 1.0f - c[1];
     s.e = max_num(std::fma(double(x), double(c[1]), s.e * keep1), std::fma(double(x), double(c[0]), s.e * keep0));
     if (with_floor)
@@ -68,14 +66,12 @@ float envelope(krl_envelope_state& s, const float* c, float x) {
 inline float integrate(krl_integrator_state& s, const float* c, float x) {
     return s.acc = min_num(max_num(s.acc + x, c[1]), c[0]);
 }
-template <int u>
-float reciprocal(krl_reciprocal_state& s, const float*, float x) {
+template <int u> float reciprocal(krl_reciprocal_state& s, const float*, float x) {
     const float t = min_num(s.r * x, 0.75f * power_of_two(1 - u));
     return s.r = s.r * (2.0f * std::fma(-power_of_two(u - 1), t, 1.0f));
 }
 // Block by block through a window and again; its end is held when a block reaches beyond it. s.len counts samples.
-template <uint32_t length>
-float crossfade_gain(krl_crossfade_state& s, const float* window, float x) {
+template <uint32_t length> float crossfade_gain(krl_crossfade_state& s, const float* window, float x) {
     const uint32_t k = std::min(s.pos + s.len % 32, length - 1);
     if (++s.len % 32 == 0)
         s.pos += s.pos + 32 < length ? 32 : 32 - length;

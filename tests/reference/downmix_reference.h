@@ -23,8 +23,7 @@ constexpr size_t slot_bytes(uint32_t format) {
                                                                                    : 4;
 }
 
-template <class T>
-T load_as(const void* p) {
+template <class T> T load_as(const void* p) {
     T v;
     std::memcpy(&v, p, sizeof v);
     return v;
@@ -107,8 +106,7 @@ private:
 // The routes that are measured when one channel at a time is hot: run(in) takes and gives 256 frames of interleaved
 // float samples. A settled 0.25 comes out as 0.25 * gain * 2^8 * boost, rounded as the crossfade rounds in its first
 // frame.
-template <class Run>
-std::string measured_routes(const std::string& inputs, const std::string& outputs, Run run) {
+template <class Run> std::string measured_routes(const std::string& inputs, const std::string& outputs, Run run) {
     const auto ins = words(inputs), outs = words(outputs);
     const float w = limiter_window(32)[0];
     std::string routes;

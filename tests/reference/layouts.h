@@ -49,8 +49,7 @@ inline const Speaker speakers[] = {{"L", 0, 0, 1},      {"R", 1, 1, 2},      {"C
                                    {"Rs2", 10, 40, 5},  {"LFE2", 3, 41, 6}};
 
 // One field of every named loudspeaker.
-template <class Field>
-std::vector<Field> codes(const std::string& names, Field Speaker::*field) {
+template <class Field> std::vector<Field> codes(const std::string& names, Field Speaker::*field) {
     std::vector<Field> all;
     for (const std::string& name : words(names))
         all.push_back(std::ranges::find(speakers, name, &Speaker::name)->*field);

@@ -12,7 +12,7 @@ constexpr uint32_t longest = 4096;
 
 bool is_supported(uint32_t n) { return n >= 2 && n <= longest && fft::is_power_of_two(n); }
 
-void forward(const krl_fft_kernel* kernel, float* in, float* out, uint32_t n, float g) {
+void forward(krl_fft_kernel* kernel, float* in, float* out, uint32_t n, float g) {
     kernel(out, in, n);
     fft::split_forward(out, n, g);
 }
