@@ -68,8 +68,9 @@ TEST(QmfPrototype, ReconstructsSelectsOneBandAndIsTheSameInAllForms) {
         ASSERT_EQ(analysis.size(), 2 * periods * M);
         EXPECT_TRUE(std::equal(analysis.begin(), analysis.end(), synthesis.rbegin(), synthesis.rend()));
         Taps p{0.0}; // taps 0 .. 2PM: the block signs removed, the zero at the start added
+        const std::string signs = periods == 5 ? "++--++--++" : "-++--++-";
         for (size_t n = 0; n < analysis.size(); n++)
-            p.push_back((periods == 5 ? "++--++--++" : "-++--++-")[n / M] == '-' ? -analysis[n] : analysis[n]);
+            p.push_back(signs[n / M] == '-' ? -analysis[n] : analysis[n]);
         EXPECT_EQ(p, Taps(p.rbegin(), p.rend()));
         ASSERT_EQ(compact.size(), (M + (M == 32 ? 1 : 2)) * periods); // a row of zeros at the end, but for 32 bands
         for (size_t i = 0; i < compact.size(); i++)

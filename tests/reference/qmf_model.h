@@ -4,6 +4,7 @@
 #include "reference/cosine_transforms.h"
 
 #include <algorithm>
+#include <string>
 
 namespace korla_test {
 
@@ -14,8 +15,9 @@ public:
     QmfModel(size_t M, size_t P, const std::vector<float>& table, uint32_t mode, bool real)
         : M(M), length(2 * P * M), width(real ? M : 2 * M) {
         // The tables carry the signs of the modulation's half periods; four periods have another pattern.
+        const std::string signs = P == 5 ? "++--++--++" : "-++--++-";
         for (size_t n = 0; n < length; n++)
-            taps.push_back((P == 5 ? "++--++--++" : "-++--++-")[n / M] == '-' ? -table[n] : table[n]);
+            taps.push_back(signs[n / M] == '-' ? -table[n] : table[n]);
         for (size_t q = 0; q < M; q++)
             for (size_t n = 0; n <= length; n++)
                 carrier.push_back(real ? phasor((2 * q + 1) * (n + 4 * M - M / 2), M).real()
