@@ -1,5 +1,6 @@
 // The modulated filter bank against its definition, and what a chain of analysis and synthesis promises.
 #include <korla/dsp/mfb.h>
+#include <korla/dsp/qmf.h>
 
 #include <gtest/gtest.h>
 
@@ -163,6 +164,22 @@ TEST(ModulatedBank, ChainForgetsNaNAndReconstructsWithUnitGainAtItsDelay) {
             }
         }
     }
+}
+
+TEST(ModulatedBank, LegacyAnalysisIsTheComplexQmfAnalysisOfTheSamePrototype) {
+    const size_t m = 64, slots = 60;
+    const Signal x = noise(slots * m);
+    std::vector<uint8_t> state(3000), scratch(2000), instance(200);
+    krl_qmf_analysis* qmf = krl_qmf_analysisL_open(m, slots, 0, 5, krl_qmf_filter_coeff_P5_p64kvx301_vec_ana,
+                                                   state.data(), scratch.data(), instance.data());
+    ASSERT_NE(qmf, nullptr);
+    Signal expected(2 * slots * m);
+    std::vector<float*> rows;
+    for (size_t slot = 0; slot < slots; slot++)
+        rows.push_back(&expected[2 * slot * m]);
+    KRL_CLqmf_analysisL(qmf, rows.data(), x.data());
+    Analysis legacy(m, 1, {KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O});
+    EXPECT_LT(relative_error(legacy.process(KRL_CLmfb_p10km_analysisL_legacy, x), expected, expected.size()), 5e-7);
 }
 
 TEST(ModulatedBank, ResetClearsOneChannelAtAnyRingPhase) {
