@@ -58,7 +58,7 @@ KRL_API void korvex_downmixer_mem(uint32_t block, const uint8_t* codes, uint32_t
  * matrix: num_out rows of one gain per channel in the map, constant while the state lives; null: the built-in mode.
  *
  * Null: null mem, a map that mem refuses or that has no built-in mode, a built-in mode with more than num_out outputs,
- * a map with repeated codes whose mode it mimics, a block that is not a multiple of 32. */
+ * a map whose repeated codes add up to another layout, a block that is not a multiple of 32. */
 KRL_API korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_rate, const uint8_t* codes,
                                                       uint32_t num_out, const float* matrix, void* mem);
 

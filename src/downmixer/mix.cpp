@@ -9,6 +9,12 @@ using namespace krl;
 namespace korla::downmixer {
 namespace {
 
+// f(i) for every bit i of used, ascending.
+template <class F> KRL_INLINE void for_each_used(uint32_t used, F f) {
+    for (; used != 0; used &= used - 1)
+        f(__builtin_ctz(used));
+}
+
 // One row of the matrix over `groups` vectors of frames. The sum starts from +0, so that a row whose products are all
 // -0 gives +0; a zero gain is no term at all, so that it does not turn an infinite sample into NaN.
 template <class V, int groups>
@@ -16,22 +22,17 @@ KRL_INLINE V mix_row(float* out, const float* gains, uint32_t used, PlanarBuffer
     V sum[groups];
     for (int g = 0; g < groups; g++)
         sum[g] = splat<V>(0.0f);
-    for (; used != 0; used &= used - 1) {
-        const int i = __builtin_ctz(used);
-        const float* x = in.row(i);
-        for (int g = 0; g < groups; g++)
-            sum[g] = sum[g] + load<V>(x + g * lanes<V>) * gains[i];
-    }
+    for_each_used(
+        used, [&](int i) __attribute__((always_inline)) {
+            const float* x = in.row(i);
+            for (int g = 0; g < groups; g++)
+                sum[g] = sum[g] + load<V>(x + g * lanes<V>) * gains[i];
+        });
     for (int g = 0; g < groups; g++) {
         store(out + g * lanes<V>, sum[g]);
         peak = max_of_number(abs(sum[g]), peak);
     }
     return peak;
-}
-
-template <class F> KRL_INLINE void for_each_used(uint32_t used, F f) {
-    for (; used != 0; used &= used - 1)
-        f(__builtin_ctz(used));
 }
 
 } // namespace

@@ -31,15 +31,6 @@ struct korvex_ht_kvlim {
 
 namespace korla::limiter {
 
-// What counts as the peak of a contiguous sub-block that holds NaN.
-enum class NanRule {
-    by_alignment, // as the entries of vec_Labs_maxLU do: strict (aligned) lets NaN hide the sub-block, flex ignores it
-    ignore        // NaN samples are ignored, as they are in strided buffers
-};
-
-void process(korvex_ht_kvlim& limiter, float* const* out, const float* const* detect, const float* const* in,
-             size_t in_stride, size_t out_stride, uint32_t detect_channels, NanRule nan_rule);
-
 // The steps of the look-ahead mode, for a caller that finds the peaks itself and keeps its signal in rows.
 
 // Total gain, boost included, at the start and at the end of a sub-block.

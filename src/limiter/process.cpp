@@ -26,15 +26,13 @@ void scatter(float* dst, const float* src, size_t stride, uint32_t n) {
         dst[i * stride] = src[i];
 }
 
-float contiguous_peak(const float* x, uint32_t n, NanRule nan_rule) {
-    if (nan_rule == NanRule::by_alignment && all_strict_aligned(x))
-        return abs_max<strict>(x, n);
-    return abs_max<flex>(x, n);
+// A NaN sample hides its aligned sub-block and is itself ignored elsewhere, as in the entries of vec_Labs_maxLU.
+float contiguous_peak(const float* x, uint32_t n) {
+    return all_strict_aligned(x) ? abs_max<strict>(x, n) : abs_max<flex>(x, n);
 }
 
 // The peak of one sub-block over all detection channels. A NaN peak is not greater than anything, so it drops out here.
-float detect_peak(const float* const* detect, uint32_t channels, size_t first, size_t stride, uint32_t n,
-                  NanRule nan_rule) {
+float detect_peak(const float* const* detect, uint32_t channels, size_t first, size_t stride, uint32_t n) {
     float scratch[max_subblock_length];
     float peak = 0.0f;
     for (uint32_t c = 0; c < channels; c++) {
@@ -43,7 +41,7 @@ float detect_peak(const float* const* detect, uint32_t channels, size_t first, s
         const float* x = detect[c] + first * stride;
         if (stride != 1)
             gather(scratch, x, stride, n);
-        const float channel_peak = stride == 1 ? contiguous_peak(x, n, nan_rule) : abs_max<flex>(scratch, n);
+        const float channel_peak = stride == 1 ? contiguous_peak(x, n) : abs_max<flex>(scratch, n);
         if (channel_peak > peak)
             peak = channel_peak;
     }
@@ -107,12 +105,12 @@ void crossfade(float* out, const float* in, float* delay, const float* window, u
 }
 
 void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detect, const float* const* in,
-                size_t in_stride, size_t out_stride, uint32_t detect_channels, NanRule nan_rule) {
+                size_t in_stride, size_t out_stride, uint32_t detect_channels) {
     const uint32_t n = l.subblock_len;
     float scratch[max_subblock_length];
     for (uint32_t k = 0; k < l.subblock_count; k++) {
         const size_t first = size_t{k} * n;
-        const Fade fade = next_fade(l, detect_peak(detect, detect_channels, first, in_stride, n, nan_rule));
+        const Fade fade = next_fade(l, detect_peak(detect, detect_channels, first, in_stride, n));
         for (uint32_t c = 0; c < l.num_channels; c++) {
             if (!in[c])
                 continue;
@@ -190,23 +188,17 @@ void fade_delayed(float* samples, float* delay, const float* window, const Fade*
         store(delay + g * width, delayed[g]);
 }
 
-void process(korvex_ht_kvlim& limiter, float* const* out, const float* const* detect, const float* const* in,
-             size_t in_stride, size_t out_stride, uint32_t detect_channels, NanRule nan_rule) {
-    if (!limiter.enable)
-        return;
-    if (limiter.hard_clip)
-        hard_clip(limiter, out, in, in_stride, out_stride);
-    else
-        look_ahead(limiter, out, detect, in, in_stride, out_stride, detect_channels, nan_rule);
-}
-
 } // namespace korla::limiter
 
 void korvex_ht_kvlim_process_indirect(korvex_ht_kvlim* limiter, float* const* out, const float* const* detect,
                                       const float* const* in, size_t in_stride, size_t out_stride,
                                       uint32_t detect_channels) {
-    korla::limiter::process(*limiter, out, detect, in, in_stride, out_stride, detect_channels,
-                            korla::limiter::NanRule::by_alignment);
+    if (!limiter->enable)
+        return;
+    if (limiter->hard_clip)
+        korla::limiter::hard_clip(*limiter, out, in, in_stride, out_stride);
+    else
+        korla::limiter::look_ahead(*limiter, out, detect, in, in_stride, out_stride, detect_channels);
 }
 
 void korvex_ht_kvlim_process(korvex_ht_kvlim* limiter, float* const* out, const float* const* in, size_t in_stride,
