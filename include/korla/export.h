@@ -1,4 +1,8 @@
-/* Linkage of the public interface: C names, default visibility. */
+/* Linkage of the public interface: C names, default visibility.
+ *
+ * Pages that headers name as docs/PAGE.md stand beside the sources, and in an installed tree in
+ * share/doc/korladownmixer/docs.
+ */
 #ifndef KORLA_EXPORT_H
 #define KORLA_EXPORT_H
 

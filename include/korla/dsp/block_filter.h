@@ -305,8 +305,8 @@ typedef struct krl_delay_state {
 } krl_delay_state;
 
 /** len = max_delay rounded up to a multiple of 32, plus 32; pos = 0. buf holds len + 32 floats and is not touched:
- * clear it with blk_delay_clear where silence has to precede the first block. max_delay above 2^32 - 64 counts as 2^32
- * - 64.
+ * clear it with blk_delay_clear where silence has to precede the first block. max_delay above 2^32 - 64 counts as
+ * 2^32 - 64.
  */
 KRL_API void krl_blk_delay_setup_flex(krl_delay_state* state, float* buf, uint32_t max_delay);
 KRL_API void KRL_blk_delay_setup_strict(krl_delay_state* state, float* buf, uint32_t max_delay);

@@ -3,10 +3,10 @@
  * Data. A complex sample is two floats, real part first; a complex vector of N samples is 2N consecutive floats, and no
  * buffer needs more than the alignment of a float.
  *
- * Transforms. Forward transforms sum in[n] * e^(-2*pi*i*n*k/N), inverse ones in[n] * e^(+2*pi*i*n*k/N), over n =
- * 0..N-1, and give bin k = 0..N-1 in natural order. Unscaled transforms apply no factor; scaled ones multiply by 1/N,
- * in both directions alike: scaled forward then unscaled inverse, or unscaled forward then scaled inverse, gives back
- * the input.
+ * Transforms. Forward transforms sum in[n] * e^(-2*pi*i*n*k/N), inverse ones in[n] * e^(+2*pi*i*n*k/N), over
+ * n = 0..N-1, and give bin k = 0..N-1 in natural order. Unscaled transforms apply no factor; scaled ones multiply by
+ * 1/N, in both directions alike: scaled forward then unscaled inverse, or unscaled forward then scaled inverse, gives
+ * back the input.
  *
  * Lengths. Powers of two 2..4096 and 31 mixed lengths 2^a * 3^b * 5^c from 6 to 960. The lists below name them all.
  *

@@ -1,8 +1,8 @@
 /* Prototype filters of the modulated filter bank (mfb_p10km).
  *
  * A bank of M bands uses a prototype c[0 .. 10M - 1] of ten blocks; coefficient c[j M + k] is tap j of band k. In
- * memory the bands come in groups of four: `table[40 g + 4 j + i]` is tap j of band 4g + i, for g = 0 .. M/4 - 1, j = 0
- * .. 9, i = 0 .. 3. Analysis and synthesis are given the same table. All tables are designed by
+ * memory the bands come in groups of four: `table[40 g + 4 j + i]` is tap j of band 4g + i, for g = 0 .. M/4 - 1,
+ * j = 0 .. 9, i = 0 .. 3. Analysis and synthesis are given the same table. All tables are designed by
  * tools/design_prototypes.py; docs/prototype-filters.md has the method, the measured figures and the responses.
  *
  * Storage: read-only, 32-byte aligned in the library. All are float.

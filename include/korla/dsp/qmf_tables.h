@@ -13,7 +13,7 @@
  *   `c_syn[n] = c_ana[2PM - 1 - n]`.
  * - `<name>` is the compact form, P values per row, which no function reads: row r = 0 .. M holds
  *   `p[2 i M + r]` for i = 0 .. P-1. With the symmetry these rows hold every tap. A last row of zeros follows, except
- * for 32 bands.
+ *   for 32 bands.
  *
  * What every design satisfies, for phases k = 0 .. M/2 and e = 0 .. P-1:
  * `sum over b = 0 .. 2P-1-2e of p[b M + k] p[(b + 2e) M + k] = 1 for e = 0, 0 otherwise`.

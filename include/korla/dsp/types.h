@@ -4,12 +4,27 @@
  * part first; a complex vector of n samples is 2n consecutive floats.
  *
  * Names. An operation name is the result letter, the operation words, then one letter group per operand in argument
- * order: L  float signal          S  float coefficient or gain     U  unsigned 32-bit length, shift, delay or index I
- * signed integer        B  one block of what follows     C  complex (real, imaginary) pairs V  real vector beside
- * complex ones                        N  double-precision result n  a count and then that many pointers as variable
- * arguments          a  one array of consecutive blocks
- * `_inplace`: the result overwrites the first operand. `_shl`, `_scale`: times 2 to the power of an integer argument.
- * `_setup` initialises a caller-owned state record. `_set_coef` is a hook that does nothing in this float library.
+ * order: blk_Lmpy_shlLSU has a result L and operands L, S and U.
+ *
+ *   L   float signal: a sample, a block or a vector of samples
+ *   S   float coefficient or gain
+ *   U   unsigned 32-bit integer: a length, shift, delay or index
+ *   I   signed 32-bit integer; I16 one of 16 bits
+ *   B   one block of what follows (BL)
+ *   C   complex (real, imaginary) pairs of what follows (CL)
+ *   V   real vector beside complex ones
+ *   N   double-precision result
+ *   n   operands given by their count and then that many pointers, as variable arguments
+ *   a   operands given as one array of consecutive blocks
+ *
+ *   blk_, BL        every operand is a block; a block combined with a scalar
+ *   vec_, cvec_     vectors, real or complex, whose length is an argument
+ *   _shl, _scale    times 2 to the power of an integer argument
+ *   _x              products in double precision, rounded once to single
+ *   _inplace        the result overwrites the first operand
+ *   ref             returns where the result stands in the caller's storage, copies nothing
+ *   _setup          initialises a state record, which the caller owns
+ *   _set_coef       takes coefficients and does nothing: this float library prepares none
  *
  * The pair rule. Primitives come as two entries:
  *   krl_<op>_flex    any alignment, any length, destinations may overlap sources;
