@@ -1,8 +1,9 @@
 # The exported surface is the union of exports/*.txt, one symbol a line: name, F or D, size of data in bytes.
-# Everything else is hidden, whatever its visibility attribute says.
+# Everything else is hidden, whatever its visibility attribute says. (An archive takes no script: there the attribute
+# alone decides, and the same symbols have it.)
 function(korla_version_script target)
-  file(GLOB lists CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/exports/*.txt)
-  set(script ${CMAKE_BINARY_DIR}/korladownmixer.map)
+  file(GLOB lists CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/exports/*.txt)
+  set(script ${PROJECT_BINARY_DIR}/korladownmixer.map)
   set(text "{\n  global:\n")
   foreach(list IN LISTS lists)
     file(STRINGS ${list} lines REGEX "^[^#]")
@@ -10,7 +11,7 @@ function(korla_version_script target)
       string(REGEX MATCH "^[^ ]+" name "${line}")
       string(APPEND text "    ${name};\n")
     endforeach()
-    set_property(DIRECTORY ${CMAKE_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
+    set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
   endforeach()
   string(APPEND text "  local: *;\n};\n")
   file(CONFIGURE OUTPUT ${script} CONTENT "${text}" @ONLY)

@@ -14,16 +14,11 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   set(korla_level ${KORLA_X86_LEVEL})
   if(korla_level STREQUAL "auto")
-    if(NOT CMAKE_CROSSCOMPILING AND NOT DEFINED KORLA_MACHINE_RUNS_V3)
-      file(WRITE ${CMAKE_BINARY_DIR}/runs_v3.c
-        "int main(void) { return !(__builtin_cpu_supports(\"avx2\") && __builtin_cpu_supports(\"fma\") && "
-        "__builtin_cpu_supports(\"bmi2\")); }\n")
-      try_run(run_result compiled ${CMAKE_BINARY_DIR} ${CMAKE_BINARY_DIR}/runs_v3.c)
-      if(compiled AND run_result EQUAL 0)
-        set(KORLA_MACHINE_RUNS_V3 TRUE CACHE INTERNAL "The building machine runs x86-64-v3")
-      else()
-        set(KORLA_MACHINE_RUNS_V3 FALSE CACHE INTERNAL "The building machine runs x86-64-v3")
-      endif()
+    if(NOT CMAKE_CROSSCOMPILING)
+      include(CheckCSourceRuns)
+      check_c_source_runs([[int main(void) {
+          return !(__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2"));
+        }]] KORLA_MACHINE_RUNS_V3)
     endif()
     if(KORLA_MACHINE_RUNS_V3)
       set(korla_level v3)

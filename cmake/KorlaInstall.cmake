@@ -1,0 +1,28 @@
+# What `cmake --install` puts into a prefix: the library, its headers, the CMake package, the pkg-config file and the
+# documents. korla-host adds itself.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS korladownmixer EXPORT KorlaTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/korla DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Korla)
+install(EXPORT KorlaTargets NAMESPACE Korla:: DESTINATION ${package_folder})
+configure_package_config_file(cmake/KorlaConfig.cmake.in KorlaConfig.cmake INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(KorlaConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KorlaConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/KorlaConfigVersion.cmake
+  DESTINATION ${package_folder})
+
+# The prefix is relative to where the .pc file stands, so that an installed tree may be moved. Who links a static library
+# links what it stands on.
+file(RELATIVE_PATH KORLA_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+set(KORLA_PC_LIBS -lkorladownmixer)
+if(korla_type STREQUAL "STATIC")
+  string(APPEND KORLA_PC_LIBS " -lm")
+endif()
+configure_file(cmake/korladownmixer.pc.in korladownmixer.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korladownmixer.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# Headers and README name documents as docs/PAGE.md: the folder keeps its name.
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
