@@ -127,7 +127,7 @@ TEST_P(Fft, EntriesKeepTheThreeBufferContract) {
     if (f.entry_fwd == nullptr)
         return;
     const auto signal = random_signal(n);
-    const bool power_of_two = krl::fft::is_power_of_two(static_cast<uint32_t>(n));
+    const bool power_of_two = std::has_single_bit(static_cast<uint32_t>(n));
     for (const Variant& v : variants(f)) {
         GuardedBuffer<float> in(signal, 1), out(floats(), 2), expected(floats());
         v.entry(out.data(), in.data(), in.data());
@@ -187,7 +187,7 @@ TEST(FftErrors, Table) {
             std::printf("        %.2e  %.2e", row["r8"].rms, row["r8"].worst);
         std::printf("\n");
         for (auto& [name, e] : row)
-            EXPECT_LT(e.rms, name == "r8" || krl::fft::is_power_of_two(static_cast<uint32_t>(n)) ? 4e-7 : 2e-6);
+            EXPECT_LT(e.rms, name == "r8" || std::has_single_bit(static_cast<uint32_t>(n)) ? 4e-7 : 2e-6);
     }
 }
 
@@ -253,7 +253,7 @@ TEST(FftEntryTables, AreInTheOrderOfTheirLengths) {
         if (f.entry_fwd == nullptr)
             continue;
         const auto n = static_cast<uint32_t>(f.n);
-        const bool power = krl::fft::is_power_of_two(n);
+        const bool power = std::has_single_bit(n);
         const auto* found = std::find(krl_non_power_two_lengths, krl_non_power_two_lengths + 31, n);
         const auto i =
             power ? static_cast<size_t>(std::countr_zero(n)) : static_cast<size_t>(found - krl_non_power_two_lengths);

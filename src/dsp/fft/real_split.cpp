@@ -1,17 +1,17 @@
+// The split between the spectrum of a real signal and that of its sample pairs, in the widest lanes that fit.
 #include "dsp/fft/real_split.h"
 
 #include <bit>
 
 #include "dsp/core/complex_lanes.h"
 #include "dsp/core/trig.h"
+#include "dsp/fft/lengths.h"
 
 namespace krl::fft {
 
 namespace {
 
-constexpr uint32_t longest = 4096;
-
-// One after another the sines of n = 2, 4, 8, ..., 4096, n/2 + 1 values each: where those of n start.
+// One after another the sines of n = 2, 4, 8, ..., longest, n/2 + 1 values each: where those of n start.
 constexpr uint32_t table_start(uint32_t n) { return n / 2 - 2 + static_cast<uint32_t>(std::countr_zero(n)); }
 
 struct sine_tables {
@@ -26,6 +26,9 @@ struct sine_tables {
     }
 };
 constexpr auto sines = sine_tables::make();
+
+// sin(pi*k/n), k = 0..n/2. Read backwards it is the cosine.
+const float* split_sines(uint32_t n) { return sines.value + table_start(n); }
 
 template <class V> struct bin_pair { complex<V> low, high; };
 
@@ -59,8 +62,6 @@ template <class F> KRL_INLINE void split_all_bins(float* z, uint32_t n, float mi
 }
 
 } // namespace
-
-const float* split_sines(uint32_t n) { return sines.value + table_start(n); }
 
 void split_forward(float* z, uint32_t n, float g) {
     const float re = z[0], im = z[1];
