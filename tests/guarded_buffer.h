@@ -1,4 +1,5 @@
-// A buffer with canaries on both sides, at a chosen distance from a 64-byte boundary.
+// A buffer with canaries on both sides, at a chosen distance from a 64-byte boundary. Each buffer has a canary of its
+// own, so that a copy that takes the canary of one to that of another is seen too.
 //
 // Where AddressSanitizer is on, it also reports who touches a canary, reads included.
 #pragma once
@@ -20,7 +21,7 @@ namespace korla_test {
 template <class T> class GuardedBuffer {
 public:
     explicit GuardedBuffer(size_t size, size_t misalignment = 0)
-        : size_(size), storage_(size * sizeof(T) + 2 * guard + 64 + misalignment * sizeof(T), canary) {
+        : size_(size), storage_(size * sizeof(T) + 2 * guard + 64 + misalignment * sizeof(T), canary_) {
         auto base = reinterpret_cast<uintptr_t>(storage_.data()) + guard;
         base = (base + 63) / 64 * 64 + misalignment * sizeof(T);
         data_ = reinterpret_cast<T*>(base);
@@ -49,14 +50,15 @@ public:
         const auto* first = reinterpret_cast<const uint8_t*>(data_);
         const auto* last = first + size_ * sizeof(T);
         for (const uint8_t* p = storage_.data(); p < storage_.data() + storage_.size(); p++)
-            if ((p < first || p >= last) && *p != canary)
+            if ((p < first || p >= last) && *p != canary_)
                 return false;
         return true;
     }
 
 private:
     static constexpr size_t guard = 64;
-    static constexpr uint8_t canary = 0xa5;
+    static inline uint8_t next_canary = 0xa5;
+    uint8_t canary_ = next_canary++;
     size_t size_;
     std::vector<uint8_t> storage_;
     T* data_ = nullptr;
