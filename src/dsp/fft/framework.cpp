@@ -45,16 +45,17 @@ krl_fft_state* KRL_fft_init(void* memory, uint32_t n, uint32_t transforms) {
         return nullptr;
     auto* state = align_up<krl_fft_state>(memory, alignof(krl_fft_state));
     *state = {nullptr, nullptr, nullptr, nullptr, n, transforms};
-    const bool power_of_two = std::has_single_bit(n);
-    const int i = power_of_two ? std::countr_zero(n) : fft::mixed_index(n);
+    const auto entry_of = [n](krl_fft_entry* const* powers_of_two, krl_fft_entry* const* mixed) {
+        return std::has_single_bit(n) ? powers_of_two[std::countr_zero(n)] : mixed[fft::mixed_index(n)];
+    };
     if (transforms & (KRL_FFT_CPLX_FWD_SCALED | KRL_FFT_REAL_FWD_SCALED))
-        state->forward_scaled = power_of_two ? krl_fft_cplx_fwd_scl[i] : krl_odd_fft_cplx_fwd_scl[i];
+        state->forward_scaled = entry_of(krl_fft_cplx_fwd_scl, krl_odd_fft_cplx_fwd_scl);
     if (transforms & (KRL_FFT_CPLX_INV_SCALED | KRL_FFT_REAL_INV_SCALED))
-        state->inverse_scaled = power_of_two ? krl_fft_cplx_inv_scl[i] : krl_odd_fft_cplx_inv_scl[i];
+        state->inverse_scaled = entry_of(krl_fft_cplx_inv_scl, krl_odd_fft_cplx_inv_scl);
     if (transforms & (KRL_FFT_CPLX_FWD_UNSCALED | KRL_FFT_REAL_FWD_UNSCALED))
-        state->forward_unscaled = power_of_two ? krl_fft_cplx_fwd_usc[i] : krl_odd_fft_cplx_fwd_usc[i];
+        state->forward_unscaled = entry_of(krl_fft_cplx_fwd_usc, krl_odd_fft_cplx_fwd_usc);
     if (transforms & (KRL_FFT_CPLX_INV_UNSCALED | KRL_FFT_REAL_INV_UNSCALED))
-        state->inverse_unscaled = power_of_two ? krl_fft_cplx_inv_usc[i] : krl_odd_fft_cplx_inv_usc[i];
+        state->inverse_unscaled = entry_of(krl_fft_cplx_inv_usc, krl_odd_fft_cplx_inv_usc);
     return state;
 }
 

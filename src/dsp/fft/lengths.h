@@ -2,6 +2,7 @@
 // made from stand in the public header, because the declarations come from them too.
 #pragma once
 
+#include <algorithm>
 #include <iterator>
 
 #include "korla/dsp/fft.h"
@@ -13,6 +14,7 @@ inline constexpr int entry_powers_of_two[] = {KRL_FFT_ENTRY_POWERS_OF_TWO(KRL_FF
 inline constexpr int powers_of_two[] = {KRL_FFT_POWERS_OF_TWO(KRL_FFT_AS_ELEMENT)};
 inline constexpr int mixed_lengths[] = {KRL_FFT_MIXED_LENGTHS(KRL_FFT_AS_ELEMENT)};
 #undef KRL_FFT_AS_ELEMENT
+static_assert(std::ranges::is_sorted(mixed_lengths), "searched by halving");
 
 // The longest transform, complex or real, and the longest power of two that a state may have.
 inline constexpr uint32_t longest = std::end(powers_of_two)[-1];

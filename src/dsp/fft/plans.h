@@ -1,7 +1,6 @@
 // The passes of every length: the one list of factorisations.
 #pragma once
 
-#include <algorithm>
 #include <type_traits>
 
 #include "dsp/fft/lengths.h"
