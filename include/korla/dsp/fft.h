@@ -51,27 +51,35 @@ KRL_BEGIN_DECLS
 
 /* clang-format off */
 #define KRL_FFT_MIXED_LENGTHS_FROM_6(X) X(6) X(12) X(15) X(20) X(24) X(30) X(36) X(40) X(45) X(48) X(60) X(72)
-#define KRL_FFT_MIXED_LENGTHS_FROM_80(X) X(80) X(90) X(96) X(120) X(144)
-#define KRL_FFT_MIXED_LENGTHS_FROM_160(X) X(160) X(180) X(192) X(240) X(288) X(320) X(360)
-#define KRL_FFT_MIXED_LENGTHS_FROM_384(X) X(384) X(480) X(576)
-#define KRL_FFT_MIXED_LENGTHS_FROM_640(X) X(640) X(720) X(768) X(960)
+#define KRL_FFT_MIXED_LENGTHS_FROM_80(X) X(80) X(90) X(96)
+#define KRL_FFT_MIXED_LENGTHS_FROM_120(X) X(120) X(144) X(160)
+#define KRL_FFT_MIXED_LENGTHS_FROM_180(X) X(180) X(192)
+#define KRL_FFT_MIXED_LENGTHS_FROM_240(X) X(240) X(288) X(320) X(360)
+#define KRL_FFT_MIXED_LENGTHS_FROM_384(X) X(384) X(480)
+#define KRL_FFT_MIXED_LENGTHS_FROM_576(X) X(576) X(640)
+#define KRL_FFT_MIXED_LENGTHS_FROM_720(X) X(720) X(768) X(960)
 /* clang-format on */
 /** Mixed lengths, 2^a * 3^b * 5^c with b + c >= 1; all have radix-4 kernels and per-length entries. */
 #define KRL_FFT_MIXED_LENGTHS(X)                                                                                       \
     KRL_FFT_MIXED_LENGTHS_FROM_6(X)                                                                                    \
     KRL_FFT_MIXED_LENGTHS_FROM_80(X)                                                                                   \
-    KRL_FFT_MIXED_LENGTHS_FROM_160(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_120(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_180(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_240(X)                                                                                  \
     KRL_FFT_MIXED_LENGTHS_FROM_384(X)                                                                                  \
-    KRL_FFT_MIXED_LENGTHS_FROM_640(X)
+    KRL_FFT_MIXED_LENGTHS_FROM_576(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_720(X)
 
-#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_144(X) X(144) X(192) X(240)
-#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_320(X) X(320) X(384) X(576)
-#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_720(X) X(720) X(768) X(960)
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_144(X) X(144) X(192)
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_240(X) X(240) X(320) X(384)
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_576(X) X(576) X(720)
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_768(X) X(768) X(960)
 /** Mixed lengths that have radix-8 kernels. */
 #define KRL_FFT_RADIX8_MIXED_LENGTHS(X)                                                                                \
     KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_144(X)                                                                           \
-    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_320(X)                                                                           \
-    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_720(X)
+    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_240(X)                                                                           \
+    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_576(X)                                                                           \
+    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_768(X)
 
 /** How many lengths the lists of the entries hold. */
 #define KRL_FFT_COUNT_ONE(N) +1

@@ -38,7 +38,7 @@ template <int N, direction dir, bool scaled> KRL_INLINE void entry(float* out, f
 //   KRL_r8_fft_N .. KRL_r8_inv_fft_N_s        KRL_FFT_DEFINE_KERNELS(r8, N, precision)
 //   krl_fft_fwd_scl_N .. krl_fft_inv_usc_N    KRL_FFT_DEFINE_ENTRIES(N), of mixed lengths KRL_FFT_DEFINE_MIXED(N)
 //
-// kernels_*.cpp expand them, each for the part of the lengths that its name says.
+// The files in kernels/ expand them, each for the part of the lengths that its name says.
 #define KRL_FFT_DEFINE_KERNELS(radix, N, precision)                                                                    \
     void KRL_##radix##_fft_##N(float* out, float* in, uint32_t) {                                                      \
         krl::fft::kernel<N, krl::fft::direction::forward, false, precision>(out, in);                                  \

@@ -1,4 +1,0 @@
-// Radix-4 kernels and entries of the mixed lengths from 640 on.
-#include "dsp/fft/kernels.h"
-
-KRL_FFT_MIXED_LENGTHS_FROM_640(KRL_FFT_DEFINE_MIXED)

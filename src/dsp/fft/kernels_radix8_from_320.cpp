@@ -1,4 +1,0 @@
-// Radix-8 kernels of the mixed lengths from 320 to below 720: full-precision twiddle factors.
-#include "dsp/fft/kernels.h"
-
-KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_320(KRL_FFT_DEFINE_RADIX8)
