@@ -1,5 +1,6 @@
 // Complex transforms: every kernel and entry against the defining sum, the selectors and tables, and the state.
 #include <korla/dsp/fft.h>
+#include <korla/dsp/mfb.h>
 
 #include <algorithm>
 #include <map>
@@ -233,6 +234,31 @@ TEST(FftSelectors, EveryLength) {
         expect_pair(KRL_r8_cplx_fwd_pair(n), r8[0], r8[1]);
         expect_pair(KRL_r8_cplx_inv_pair(n), r8[2], r8[3]);
     }
+}
+
+// The banks take the radix-8 kernel where a length has one. The newest block alone, unrotated, is what this one
+// transforms.
+TEST(FftSelectors, BanksTakeTheFastestKernel) {
+    constexpr uint32_t M = 192;
+    std::vector<uint8_t> memory(KRL_mfb_p10km_analysisL_query_mem(1, 1, M));
+    std::vector<uint8_t> scratch(KRL_mfb_p10km_analysisL_query_scratch(1, 1, M));
+    auto* bank = KRL_CLmfb_p10km_analysisL_init(1, 1, M, memory.data());
+    ASSERT_NE(bank, nullptr);
+    const auto signal = Random(M).vector(M);
+    std::vector<float> prototype(10 * M), twiddle(2 * M), bands(2 * M), halves(2 * M), bins(2 * M);
+    for (uint32_t k = 0; k < M; k++) {
+        prototype[k / 4 * 40 + 36 + k % 4] = 1.0f;
+        twiddle[k / 4 * 8 + k % 4] = 1.0f;
+        halves[2 * k] = 0.5f * signal[k];
+    }
+    const float* in[] = {signal.data()};
+    float* out[] = {bands.data()};
+    const float* const* slots_in[] = {in};
+    float* const* slots_out[] = {out};
+    KRL_CLmfb_p10km_analysisL(bank, prototype.data(), twiddle.data(), scratch.data(), 1, 1, M, slots_out, slots_in);
+    KRL_r8_fft_192_s(bins.data(), halves.data(), M);
+    for (uint32_t k = 0; k < M / 2; k++) // band 2k is bin k
+        EXPECT_BITS_EQ(bands.data() + 4 * k, bins.data() + 2 * k, 2) << k;
 }
 
 TEST(FftState, SupportsTheStatedLengthsAndMasks) {
