@@ -2,7 +2,7 @@
 //
 // One line a length: ns per forward transform of every contender, the ratio of the best peer to the better of our
 // kernels (above 1: we are faster), and the rate by 5 N log2 N as a share of the measured FMA peak of this machine.
-// Arguments are lengths to run; without any, all 43 complex and 12 real ones run.
+// Arguments are lengths to run; without any, all complex and real ones run, those on trial (plans.h) included.
 //
 // Kernels use their input as work area, so that a repeated call inside a timed batch works on what the last one left
 // there. Values do not change the speed of vector arithmetic as long as none is subnormal, and transforms make them
@@ -23,7 +23,7 @@ extern "C" {
 
 #include "alternating.h"
 #include "dsp/core/lanes.h"
-#include "dsp/fft/lengths.h"
+#include "dsp/fft/kernels.h"
 
 using namespace korla_bench;
 
@@ -129,6 +129,11 @@ Contender kernel_contender(const char* name, krl_fft_kernel* kernel, int n) {
             refresh_input};
 }
 
+// A length that the library does not export, compiled here from its plan.
+template <int N> void on_trial(float* out, float* in, uint32_t) {
+    krl::fft::kernel<N, krl::fft::direction::forward, false, krl::fft::rounding::full>(out, in);
+}
+
 // Runs and prints one length: `own` first, then the peers. Returns best peer / best own.
 double compare(int n, std::vector<Contender> own, bool real, double peak) {
     const size_t count = own.size();
@@ -179,22 +184,28 @@ int main(int argc, char** argv) {
     const double peak = measured_peak();
     std::printf("FMA peak: %.1f GFLOP/s. Times in ns.\n", peak);
 
-    GeometricMean powers, mixed, real;
-    const auto run_complex = [&](int n, GeometricMean& mean) {
+    GeometricMean powers, mixed, trial, real;
+    const auto run_complex = [&](int n, GeometricMean& mean, krl_fft_kernel* radix4, krl_fft_kernel* radix8) {
         if (!wanted(n))
             return;
-        const auto length = static_cast<uint32_t>(n);
-        std::vector<Contender> own = {kernel_contender("radix4", KRL_r4_cplx_fwd_unscaled(length), n)};
-        if (const krl_fft_pair* pair = KRL_r8_cplx_fwd_pair(length))
-            own.push_back(kernel_contender("radix8", pair->unscaled, n));
+        std::vector<Contender> own = {kernel_contender("radix4", radix4, n)};
+        if (radix8)
+            own.push_back(kernel_contender("radix8", radix8, n));
         mean.add(compare(n, std::move(own), false, peak));
+    };
+    const auto run_exported = [&](int n, GeometricMean& mean) {
+        const auto length = static_cast<uint32_t>(n);
+        const krl_fft_pair* radix8 = KRL_r8_cplx_fwd_pair(length);
+        run_complex(n, mean, KRL_r4_cplx_fwd_unscaled(length), radix8 ? radix8->unscaled : nullptr);
     };
     print_heading("Complex, powers of two");
     for (int n : krl::fft::powers_of_two)
-        run_complex(n, powers);
+        run_exported(n, powers);
     print_heading("Complex, mixed lengths");
     for (int n : krl::fft::mixed_lengths)
-        run_complex(n, mixed);
+        run_exported(n, mixed);
+    print_heading("Complex, on trial");
+    krl::fft::for_each_trial_length([&](auto n) { run_complex(n, trial, on_trial<n>, nullptr); });
     print_heading("Real (KRL_r4_rfft_nn)");
     for (int n : krl::fft::powers_of_two)
         if (wanted(2 * n))
@@ -209,7 +220,7 @@ int main(int argc, char** argv) {
 
     std::printf("\nGeometric means of best peer / own:");
     const std::pair<const char*, const GeometricMean&> means[] = {
-        {"powers of two", powers}, {"mixed", mixed}, {"real", real}};
+        {"powers of two", powers}, {"mixed", mixed}, {"on trial", trial}, {"real", real}};
     for (const auto& [name, mean] : means)
         if (mean.count() > 0)
             std::printf("  %s %.3f (%d lengths)", name, mean.value(), mean.count());

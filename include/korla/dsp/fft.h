@@ -1,4 +1,4 @@
-/* Complex fast Fourier transforms of 43 fixed lengths, and a small state that binds a length to its kernels.
+/* Complex fast Fourier transforms of fixed lengths, and a small state that binds a length to its kernels.
  *
  * Data. A complex sample is two floats, real part first; a complex vector of N samples is 2N consecutive floats, and no
  * buffer needs more than the alignment of a float.
@@ -8,11 +8,17 @@
  * 1/N, in both directions alike: scaled forward then unscaled inverse, or unscaled forward then scaled inverse, gives
  * back the input.
  *
- * Lengths. Powers of two 2..4096 and 31 mixed lengths 2^a * 3^b * 5^c from 6 to 960. The lists below name them all.
+ * Lengths. Powers of two 2..4096 and mixed lengths 2^a * 3^b * 5^c from 6 to 960. The lists below name them all.
  *
- * Accuracy. The root-mean-square error relative to the root mean square of the result stays below 4e-7 for powers of
+ * Names. Every function of one length comes from a macro that is expanded for each length N of a list:
+ *
+ *   KRL_r4_fft_N, KRL_r4_inv_fft_N, ..., _s     "kernels" below                          KRL_FFT_DECLARE_KERNELS(r4, N)
+ *   KRL_r8_fft_N, KRL_r8_inv_fft_N, ..., _s     "kernels" below                          KRL_FFT_DECLARE_KERNELS(r8, N)
+ *   krl_fft_fwd_scl_N, ..., krl_fft_inv_usc_N   "per-length entries" below               KRL_FFT_DECLARE_ENTRIES(N)
+ *
+ * Accuracy. The root-mean-square error relative to the root mean square of the result stays below 2e-7 for powers of
  * two and for all radix-8 kernels. The mixed-length radix-4 kernels use twiddle factors rounded to six decimals: below
- * 2e-6.
+ * 1e-6.
  *
  * Everything here is reentrant: no allocation, no global state, tables are read-only. Calls that run at the same time
  * need buffers of their own.
@@ -31,21 +37,56 @@ KRL_BEGIN_DECLS
 
 /* ---- lengths -------------------------------------------------------------------------------------------------------
  *
- * X-macros over the lengths, each in ascending order: KRL_FFT_MIXED_LENGTHS(X) expands to X(6) X(12) ... X(960).
+ * X-macros over the lengths, each in ascending order: KRL_FFT_POWERS_OF_TWO(X) expands to X(2) X(4) ... X(4096). All
+ * names, counts, tables and searches of the library come from these lists. The mixed lengths are listed in parts,
+ * because the library compiles its kernels in as many files.
  */
 
 /** Powers of two that have radix-4 kernels and per-length entries. */
 #define KRL_FFT_ENTRY_POWERS_OF_TWO(X) X(2) X(4) X(8) X(16) X(32) X(64) X(128) X(256) X(512) X(1024) X(2048)
 /** Powers of two that have radix-4 kernels. */
 #define KRL_FFT_POWERS_OF_TWO(X) KRL_FFT_ENTRY_POWERS_OF_TWO(X) X(4096)
-/** Mixed lengths; all have radix-4 kernels and per-length entries. */
-#define KRL_FFT_MIXED_LENGTHS(X)                                                                                       \
-    X(6)                                                                                                               \
-    X(12) X(15) X(20) X(24) X(30) X(36) X(40) X(45) X(48) X(60) X(72) X(80) X(90) X(96) X(120) X(144) X(160) X(180)    \
-        X(192) X(240) X(288) X(320) X(360) X(384) X(480) X(576) X(640) X(720) X(768) X(960)
-/** Lengths that have radix-8 kernels: powers of two, mixed. */
+/** Powers of two that have radix-8 kernels. */
 #define KRL_FFT_RADIX8_POWERS_OF_TWO(X) X(64) X(128) X(256) X(512) X(1024) X(2048) X(4096)
-#define KRL_FFT_RADIX8_MIXED_LENGTHS(X) X(144) X(192) X(240) X(320) X(384) X(576) X(720) X(768) X(960)
+
+/* clang-format off */
+#define KRL_FFT_MIXED_LENGTHS_FROM_6(X) X(6) X(12) X(15) X(20) X(24) X(30) X(36) X(40) X(45) X(48) X(60) X(72)
+#define KRL_FFT_MIXED_LENGTHS_FROM_80(X) X(80) X(90) X(96)
+#define KRL_FFT_MIXED_LENGTHS_FROM_120(X) X(120) X(144) X(160)
+#define KRL_FFT_MIXED_LENGTHS_FROM_180(X) X(180) X(192)
+#define KRL_FFT_MIXED_LENGTHS_FROM_240(X) X(240) X(288) X(320) X(360)
+#define KRL_FFT_MIXED_LENGTHS_FROM_384(X) X(384) X(480)
+#define KRL_FFT_MIXED_LENGTHS_FROM_576(X) X(576) X(640)
+#define KRL_FFT_MIXED_LENGTHS_FROM_720(X) X(720) X(768) X(960)
+/* clang-format on */
+/** Mixed lengths, 2^a * 3^b * 5^c with b + c >= 1; all have radix-4 kernels and per-length entries. */
+#define KRL_FFT_MIXED_LENGTHS(X)                                                                                       \
+    KRL_FFT_MIXED_LENGTHS_FROM_6(X)                                                                                    \
+    KRL_FFT_MIXED_LENGTHS_FROM_80(X)                                                                                   \
+    KRL_FFT_MIXED_LENGTHS_FROM_120(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_180(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_240(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_384(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_576(X)                                                                                  \
+    KRL_FFT_MIXED_LENGTHS_FROM_720(X)
+
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_144(X) X(144) X(192)
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_240(X) X(240) X(320) X(384)
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_576(X) X(576) X(720)
+#define KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_768(X) X(768) X(960)
+/** Mixed lengths that have radix-8 kernels. */
+#define KRL_FFT_RADIX8_MIXED_LENGTHS(X)                                                                                \
+    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_144(X)                                                                           \
+    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_240(X)                                                                           \
+    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_576(X)                                                                           \
+    KRL_FFT_RADIX8_MIXED_LENGTHS_FROM_768(X)
+
+/** How many lengths the lists of the entries hold. */
+#define KRL_FFT_COUNT_ONE(N) +1
+enum {
+    KRL_FFT_ENTRY_POWER_OF_TWO_COUNT = KRL_FFT_ENTRY_POWERS_OF_TWO(KRL_FFT_COUNT_ONE),
+    KRL_FFT_MIXED_LENGTH_COUNT = KRL_FFT_MIXED_LENGTHS(KRL_FFT_COUNT_ONE)
+};
 
 /* ---- kernels -------------------------------------------------------------------------------------------------------
  *
@@ -132,19 +173,19 @@ KRL_FFT_ENTRY_POWERS_OF_TWO(KRL_FFT_DECLARE_ENTRIES)
 KRL_FFT_MIXED_LENGTHS(KRL_FFT_DECLARE_ENTRIES)
 
 /** The entries of the powers of two, indexed by log2(N); element 0 is null. */
-KRL_API extern krl_fft_entry* const krl_fft_cplx_fwd_scl[12];
-KRL_API extern krl_fft_entry* const krl_fft_cplx_fwd_usc[12];
-KRL_API extern krl_fft_entry* const krl_fft_cplx_inv_scl[12];
-KRL_API extern krl_fft_entry* const krl_fft_cplx_inv_usc[12];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_fwd_scl[KRL_FFT_ENTRY_POWER_OF_TWO_COUNT + 1];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_fwd_usc[KRL_FFT_ENTRY_POWER_OF_TWO_COUNT + 1];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_inv_scl[KRL_FFT_ENTRY_POWER_OF_TWO_COUNT + 1];
+KRL_API extern krl_fft_entry* const krl_fft_cplx_inv_usc[KRL_FFT_ENTRY_POWER_OF_TWO_COUNT + 1];
 
 /** The entries of the mixed lengths, in the order of krl_non_power_two_lengths. */
-KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_fwd_scl[31];
-KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_fwd_usc[31];
-KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_inv_scl[31];
-KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_inv_usc[31];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_fwd_scl[KRL_FFT_MIXED_LENGTH_COUNT];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_fwd_usc[KRL_FFT_MIXED_LENGTH_COUNT];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_inv_scl[KRL_FFT_MIXED_LENGTH_COUNT];
+KRL_API extern krl_fft_entry* const krl_odd_fft_cplx_inv_usc[KRL_FFT_MIXED_LENGTH_COUNT];
 
 /** The mixed lengths in ascending order, and their count. */
-KRL_API extern const uint32_t krl_non_power_two_lengths[31];
+KRL_API extern const uint32_t krl_non_power_two_lengths[KRL_FFT_MIXED_LENGTH_COUNT];
 KRL_API extern const uint32_t krl_num_of_non_power_two_lengths;
 
 /* ---- transforms through a state ------------------------------------------------------------------------------------

@@ -1,8 +1,6 @@
 // The state that binds a length to the kernels a caller asked for, and the transforms that run through it.
-#include <bit>
-
 #include "dsp/core/align.h"
-#include "dsp/fft/lengths.h"
+#include "dsp/fft/look_up.h"
 #include "dsp/fft/real_split.h"
 
 struct krl_fft_state {
@@ -23,26 +21,13 @@ constexpr uint32_t complex_transforms =
     KRL_FFT_CPLX_FWD_SCALED | KRL_FFT_CPLX_FWD_UNSCALED | KRL_FFT_CPLX_INV_SCALED | KRL_FFT_CPLX_INV_UNSCALED;
 constexpr uint32_t real_transforms =
     KRL_FFT_REAL_FWD_SCALED | KRL_FFT_REAL_FWD_UNSCALED | KRL_FFT_REAL_INV_SCALED | KRL_FFT_REAL_INV_UNSCALED;
-constexpr uint32_t longest = 2048;
-
-// Index of n in krl_non_power_two_lengths, or -1.
-int32_t mixed_index(uint32_t n) {
-    const auto count = static_cast<int32_t>(krl_num_of_non_power_two_lengths);
-    int32_t low = 0, high = count;
-    while (low < high) {
-        const int32_t middle = (low + high) / 2;
-        if (krl_non_power_two_lengths[middle] < n)
-            low = middle + 1;
-        else
-            high = middle;
-    }
-    return low < count && krl_non_power_two_lengths[low] == n ? low : -1;
-}
 
 bool is_supported(uint32_t n, uint32_t transforms) {
-    if (n < 2 || n > longest || (transforms & ~(complex_transforms | real_transforms)) != 0)
+    if ((transforms & ~(complex_transforms | real_transforms)) != 0)
         return false;
-    return fft::is_power_of_two(n) || ((transforms & real_transforms) == 0 && mixed_index(n) >= 0);
+    if (std::has_single_bit(n))
+        return n > 1 && n <= fft::longest_entry;
+    return (transforms & real_transforms) == 0 && fft::mixed_index(n) >= 0;
 }
 
 } // namespace
@@ -60,16 +45,17 @@ krl_fft_state* KRL_fft_init(void* memory, uint32_t n, uint32_t transforms) {
         return nullptr;
     auto* state = align_up<krl_fft_state>(memory, alignof(krl_fft_state));
     *state = {nullptr, nullptr, nullptr, nullptr, n, transforms};
-    const bool power_of_two = fft::is_power_of_two(n);
-    const int32_t i = power_of_two ? std::countr_zero(n) : mixed_index(n);
+    const auto entry_of = [n](krl_fft_entry* const* powers_of_two, krl_fft_entry* const* mixed) {
+        return std::has_single_bit(n) ? powers_of_two[std::countr_zero(n)] : mixed[fft::mixed_index(n)];
+    };
     if (transforms & (KRL_FFT_CPLX_FWD_SCALED | KRL_FFT_REAL_FWD_SCALED))
-        state->forward_scaled = power_of_two ? krl_fft_cplx_fwd_scl[i] : krl_odd_fft_cplx_fwd_scl[i];
+        state->forward_scaled = entry_of(krl_fft_cplx_fwd_scl, krl_odd_fft_cplx_fwd_scl);
     if (transforms & (KRL_FFT_CPLX_INV_SCALED | KRL_FFT_REAL_INV_SCALED))
-        state->inverse_scaled = power_of_two ? krl_fft_cplx_inv_scl[i] : krl_odd_fft_cplx_inv_scl[i];
+        state->inverse_scaled = entry_of(krl_fft_cplx_inv_scl, krl_odd_fft_cplx_inv_scl);
     if (transforms & (KRL_FFT_CPLX_FWD_UNSCALED | KRL_FFT_REAL_FWD_UNSCALED))
-        state->forward_unscaled = power_of_two ? krl_fft_cplx_fwd_usc[i] : krl_odd_fft_cplx_fwd_usc[i];
+        state->forward_unscaled = entry_of(krl_fft_cplx_fwd_usc, krl_odd_fft_cplx_fwd_usc);
     if (transforms & (KRL_FFT_CPLX_INV_UNSCALED | KRL_FFT_REAL_INV_UNSCALED))
-        state->inverse_unscaled = power_of_two ? krl_fft_cplx_inv_usc[i] : krl_odd_fft_cplx_inv_usc[i];
+        state->inverse_unscaled = entry_of(krl_fft_cplx_inv_usc, krl_odd_fft_cplx_inv_usc);
     return state;
 }
 

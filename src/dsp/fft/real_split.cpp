@@ -1,17 +1,17 @@
+// The split between the spectrum of a real signal and that of its sample pairs, in the widest lanes that fit.
 #include "dsp/fft/real_split.h"
 
 #include <bit>
 
+#include "dsp/core/complex_lanes.h"
 #include "dsp/core/trig.h"
-#include "dsp/fft/butterflies.h"
+#include "dsp/fft/lengths.h"
 
 namespace krl::fft {
 
 namespace {
 
-constexpr uint32_t longest = 4096;
-
-// One after another the sines of n = 2, 4, 8, ..., 4096, n/2 + 1 values each: where those of n start.
+// One after another the sines of n = 2, 4, 8, ..., longest, n/2 + 1 values each: where those of n start.
 constexpr uint32_t table_start(uint32_t n) { return n / 2 - 2 + static_cast<uint32_t>(std::countr_zero(n)); }
 
 struct sine_tables {
@@ -27,6 +27,9 @@ struct sine_tables {
 };
 constexpr auto sines = sine_tables::make();
 
+// sin(pi*k/n), k = 0..n/2. Read backwards it is the cosine.
+const float* split_sines(uint32_t n) { return sines.value + table_start(n); }
+
 template <class V> struct bin_pair { complex<V> low, high; };
 
 // f(low, high, cos, sin) -> {low, high} on the bins k.. and n-k.., one pair a lane.
@@ -34,17 +37,11 @@ template <class V, class F> KRL_INLINE void split_bins(float* z, uint32_t n, uin
     const float* sine = split_sines(n);
     float* low = z + 2 * k;
     float* high = z + 2 * (n - k - (lanes<V> - 1));
-    const auto [a_re, a_im] = split(load<V>(low), load<V>(low + lanes<V>));
-    const auto [b_re, b_im] = split(load<V>(high), load<V>(high + lanes<V>));
     const V sin = to_split_order(load<V>(sine + k));
     const V cos = reverse(to_split_order(load<V>(sine + n / 2 - k - (lanes<V> - 1))));
-    const auto [x, y] = f(complex<V>{a_re, a_im}, complex<V>{reverse(b_re), reverse(b_im)}, cos, sin);
-    const auto [x_lo, x_hi] = join(x.re, x.im);
-    const auto [y_lo, y_hi] = join(reverse(y.re), reverse(y.im));
-    store(low, x_lo);
-    store(low + lanes<V>, x_hi);
-    store(high, y_lo);
-    store(high + lanes<V>, y_hi);
+    const auto [x, y] = f(load_split<V>(low), reverse(load_split<V>(high)), cos, sin);
+    store_split(low, x);
+    store_split(high, reverse(y));
 }
 
 // All bin pairs, from the outside in. The last vector reaches bin n/2, which is its own partner and comes out alike
@@ -65,8 +62,6 @@ template <class F> KRL_INLINE void split_all_bins(float* z, uint32_t n, float mi
 }
 
 } // namespace
-
-const float* split_sines(uint32_t n) { return sines.value + table_start(n); }
 
 void split_forward(float* z, uint32_t n, float g) {
     const float re = z[0], im = z[1];

@@ -4,14 +4,11 @@
 // samples (E) and of the odd samples (O): X[k] = E + e^(-i*pi*k/N) * O, X[N-k] = conj(E - e^(-i*pi*k/N) * O).
 #pragma once
 
-#include "dsp/core/lanes.h"
+#include <cstdint>
 
 namespace krl::fft {
 
-// sin(pi*k/n), k = 0..n/2, of a power of two n from 2 to 4096. Read backwards it is the cosine.
-const float* split_sines(uint32_t n);
-
-// Both work in place on n complex values, n a power of two from 2 to 4096.
+// Both work in place on n complex values, n a power of two from 2 to `longest`.
 // Z -> g * X, packed: value 0 holds the bins 0 and n, both real.
 void split_forward(float* z, uint32_t n, float g);
 // Packed X -> 2g * Z.
