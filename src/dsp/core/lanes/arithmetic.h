@@ -18,9 +18,10 @@ template <class V> KRL_INLINE V abs(V v) {
 
 template <class V> KRL_INLINE V negate_even(V v) {
     using M = typename lane_traits<V>::mask;
+    constexpr auto sign_bit = sizeof(element_of<V>) == 4 ? INT32_MIN : INT64_MIN;
     M sign = {};
     for (int i = 0; i < lanes<V>; i += 2)
-        sign[i] = INT32_MIN;
+        sign[i] = sign_bit;
     return bit_cast<V>(bit_cast<M>(v) ^ sign);
 }
 

@@ -26,7 +26,9 @@ KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_c
 // twice_odd those of to_double(v).b.
 KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
 #if KRL_LANES == 8
-KRL_INLINE f64x4 even_to_double(f32x8 v) { return (f64x4)_mm256_cvtps_pd(even_odd(lower(v), twice_even(upper(v)))); }
+KRL_INLINE f64x4 even_to_double(f32x8 v) {
+    return (f64x4)_mm256_cvtps_pd(even_odd(first_half(v), twice_even(second_half(v))));
+}
 #endif
 
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
@@ -42,7 +44,6 @@ template <> KRL_INLINE f64x4 load_first_as(const float* p, size_t count) {
 #endif
 
 // f applied in double precision to every lane of v, rounded once to single.
-template <class F> KRL_INLINE float map_double(float v, F f) { return static_cast<float>(f(static_cast<double>(v))); }
 template <class V, class F> KRL_INLINE V map_double(V v, F f) {
     auto [a, b] = to_double(v);
     return to_single({f(a), f(b)});
@@ -54,7 +55,7 @@ KRL_INLINE f32x4 to_float(i32x4 v) { return __builtin_convertvector(v, f32x4); }
 // Rounds in the current rounding mode, as lrintf does. v is inside the range of int32_t; NaN gives 0 on every target.
 #if defined(KRL_NEON)
 KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)vcvtq_s32_f32(vrndiq_f32((float32x4_t)v)); }
-#elif defined(__SSE2__)
+#elif defined(__SSE2__) && !defined(KRL_PORTABLE_LANES)
 KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)__builtin_ia32_cvtps2dq(v) & (v == v); }
 #else
 KRL_INLINE i32x4 round_to_int(f32x4 v) {

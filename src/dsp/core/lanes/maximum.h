@@ -6,22 +6,16 @@
 namespace krl {
 
 // max_num, min_num: IEEE 754-2008 maxNum/minNum, a quiet NaN operand is ignored.
-// max_nan, min_nan: a NaN operand gives NaN.
-// All four order -0 below +0.
+// max_nan: a NaN operand gives NaN.
+// All three order -0 below +0.
 
 #if defined(KRL_NEON)
 KRL_INLINE f32x4 max_num(f32x4 a, f32x4 b) { return (f32x4)vmaxnmq_f32((float32x4_t)a, (float32x4_t)b); }
 KRL_INLINE f32x4 min_num(f32x4 a, f32x4 b) { return (f32x4)vminnmq_f32((float32x4_t)a, (float32x4_t)b); }
 KRL_INLINE f32x4 max_nan(f32x4 a, f32x4 b) { return (f32x4)vmaxq_f32((float32x4_t)a, (float32x4_t)b); }
-KRL_INLINE f32x4 min_nan(f32x4 a, f32x4 b) { return (f32x4)vminq_f32((float32x4_t)a, (float32x4_t)b); }
-KRL_INLINE f64x2 max_num(f64x2 a, f64x2 b) { return (f64x2)vmaxnmq_f64((float64x2_t)a, (float64x2_t)b); }
-KRL_INLINE f64x2 min_num(f64x2 a, f64x2 b) { return (f64x2)vminnmq_f64((float64x2_t)a, (float64x2_t)b); }
 KRL_INLINE float max_num(float a, float b) { return __builtin_fmaxf(a, b); } // one fmaxnm
 KRL_INLINE float min_num(float a, float b) { return __builtin_fminf(a, b); }
 KRL_INLINE double max_num(double a, double b) { return __builtin_fmax(a, b); }
-KRL_INLINE double min_num(double a, double b) { return __builtin_fmin(a, b); }
-KRL_INLINE float max_nan(float a, float b) { return max_nan(f32x4{a}, f32x4{b})[0]; }
-KRL_INLINE float min_nan(float a, float b) { return min_nan(f32x4{a}, f32x4{b})[0]; }
 #else
 namespace detail {
 
@@ -32,7 +26,6 @@ KRL_INLINE f32x4 pick_min(f32x4 a, f32x4 b) { return _mm_min_ps(a, b); }
 KRL_INLINE f32x8 pick_max(f32x8 a, f32x8 b) { return _mm256_max_ps(a, b); }
 KRL_INLINE f32x8 pick_min(f32x8 a, f32x8 b) { return _mm256_min_ps(a, b); }
 KRL_INLINE f64x2 pick_max(f64x2 a, f64x2 b) { return _mm_max_pd(a, b); }
-KRL_INLINE f64x2 pick_min(f64x2 a, f64x2 b) { return _mm_min_pd(a, b); }
 KRL_INLINE f32x4 pick(f32x4 mask, f32x4 a, f32x4 b) { return _mm_blendv_ps(b, a, mask); }
 KRL_INLINE f32x8 pick(f32x8 mask, f32x8 a, f32x8 b) { return _mm256_blendv_ps(b, a, mask); }
 KRL_INLINE f64x2 pick(f64x2 mask, f64x2 a, f64x2 b) { return _mm_blendv_pd(b, a, mask); }
@@ -58,18 +51,8 @@ template <class V> KRL_INLINE V bit_or(V a, V b) {
 // Picking in both orders and joining the bits settles the zeros: "and" of +0 and -0 is +0, "or" is -0. A NaN survives
 // "or" whatever the other operand is.
 template <class V> KRL_INLINE V max_nan(V a, V b) {
-    if constexpr (lanes<V> == 1) {
-        return max_nan(f32x4{a}, f32x4{b})[0];
-    } else {
-        V p = detail::pick_max(a, b), q = detail::pick_max(b, a);
-        return detail::pick(bit_cast<V>((a != a) | (b != b)), detail::bit_or(p, q), detail::bit_and(p, q));
-    }
-}
-template <class V> KRL_INLINE V min_nan(V a, V b) {
-    if constexpr (lanes<V> == 1)
-        return min_nan(f32x4{a}, f32x4{b})[0];
-    else
-        return detail::bit_or(detail::pick_min(a, b), detail::pick_min(b, a));
+    V p = detail::pick_max(a, b), q = detail::pick_max(b, a);
+    return detail::pick(bit_cast<V>((a != a) | (b != b)), detail::bit_or(p, q), detail::bit_and(p, q));
 }
 template <class V> KRL_INLINE V max_num(V a, V b) {
     if constexpr (lanes<V> == 1 && sizeof(V) == 4)
@@ -83,11 +66,9 @@ template <class V> KRL_INLINE V max_num(V a, V b) {
     }
 }
 template <class V> KRL_INLINE V min_num(V a, V b) {
-    if constexpr (lanes<V> == 1 && sizeof(V) == 4)
+    if constexpr (lanes<V> == 1) {
         return min_num(f32x4{a}, f32x4{b})[0];
-    else if constexpr (lanes<V> == 1)
-        return min_num(f64x2{a}, f64x2{b})[0];
-    else {
+    } else {
         using M = typename lane_traits<V>::mask;
         V r = detail::pick(bit_cast<V>(b != b), a, detail::pick_min(a, b));
         return bit_cast<V>(bit_cast<M>(r) | ((a == b) & bit_cast<M>(a))); // equal: a or b
@@ -154,7 +135,9 @@ template <class V> KRL_INLINE float max_of_magnitudes(V v) {
 
 // v held between lo and hi; NaN stays NaN. The sign of a zero is kept when lo < 0 < hi.
 #if defined(KRL_NEON)
-KRL_INLINE f32x4 clamp(f32x4 v, f32x4 lo, f32x4 hi) { return min_nan(max_nan(v, lo), hi); }
+KRL_INLINE f32x4 clamp(f32x4 v, f32x4 lo, f32x4 hi) {
+    return (f32x4)vminq_f32((float32x4_t)max_nan(v, lo), (float32x4_t)hi);
+}
 #else
 template <class V> KRL_INLINE V clamp(V v, V lo, V hi) { return detail::pick_min(hi, detail::pick_max(lo, v)); }
 #endif

@@ -66,19 +66,15 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
     return {swap_middle_quarters(__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14)),
             swap_middle_quarters(__builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15))};
 }
-KRL_INLINE f32x8 concat(f32x4 lo, f32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
-KRL_INLINE i32x8 concat(i32x4 lo, i32x4 hi) { return __builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7); }
-KRL_INLINE f32x4 lower(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
-KRL_INLINE f32x4 upper(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
 KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
-    const f32x8 ac_lo = __builtin_shufflevector(a, c, 0, 8, 1, 9, 4, 12, 5, 13);
-    const f32x8 ac_hi = __builtin_shufflevector(a, c, 2, 10, 3, 11, 6, 14, 7, 15);
-    const f32x8 bd_lo = __builtin_shufflevector(b, d, 0, 8, 1, 9, 4, 12, 5, 13);
-    const f32x8 bd_hi = __builtin_shufflevector(b, d, 2, 10, 3, 11, 6, 14, 7, 15);
-    a = __builtin_shufflevector(ac_lo, bd_lo, 0, 8, 1, 9, 4, 12, 5, 13);
-    b = __builtin_shufflevector(ac_lo, bd_lo, 2, 10, 3, 11, 6, 14, 7, 15);
-    c = __builtin_shufflevector(ac_hi, bd_hi, 0, 8, 1, 9, 4, 12, 5, 13);
-    d = __builtin_shufflevector(ac_hi, bd_hi, 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 ab_lo = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 ab_hi = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 cd_lo = __builtin_shufflevector(c, d, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 cd_hi = __builtin_shufflevector(c, d, 2, 10, 3, 11, 6, 14, 7, 15);
+    a = __builtin_shufflevector(ab_lo, cd_lo, 0, 1, 8, 9, 4, 5, 12, 13);
+    b = __builtin_shufflevector(ab_lo, cd_lo, 2, 3, 10, 11, 6, 7, 14, 15);
+    c = __builtin_shufflevector(ab_hi, cd_hi, 0, 1, 8, 9, 4, 5, 12, 13);
+    d = __builtin_shufflevector(ab_hi, cd_hi, 2, 3, 10, 11, 6, 7, 14, 15);
 }
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
 KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6); }
@@ -92,11 +88,19 @@ KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
 }
 #endif
 
+// The four-lane halves of eight lanes.
+#if KRL_LANES == 8
+KRL_INLINE f32x8 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 first_half(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 second_half(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE f32x8 swap_halves(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
+#endif
+
 // f32v as its four-lane halves (one or two of them): half h, and f32v from f(h) for each half.
 inline constexpr int halves = lanes<f32v> / 4;
 #if KRL_LANES == 8
-KRL_INLINE f32x4 half(f32v v, int h) { return h == 0 ? lower(v) : upper(v); }
-template <class F> KRL_INLINE f32v from_halves(F f) { return concat(f(0), f(1)); }
+KRL_INLINE f32x4 half(f32v v, int h) { return h == 0 ? first_half(v) : second_half(v); }
+template <class F> KRL_INLINE f32v from_halves(F f) { return beside(f(0), f(1)); }
 #else
 KRL_INLINE f32x4 half(f32v v, int) { return v; }
 template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
@@ -111,21 +115,8 @@ template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const 
                 __builtin_shufflevector(load<V>(p), load<V>(p + stride), 4, 5, 6, 7, 12, 13, 14, 15)};
 }
 
-// Four vectors as rows: every four columns that start at a multiple of four become rows. Of V = f32x8, the lower halves
-// hold the transpose of the left 4x4 block and the upper halves that of the right one.
-KRL_INLINE void transpose_quads(f32x4* r) { transpose(r[0], r[1], r[2], r[3]); }
-#if KRL_LANES == 8
-KRL_INLINE void transpose_quads(f32x8* r) {
-    const f32x8 a = __builtin_shufflevector(r[0], r[1], 0, 8, 1, 9, 4, 12, 5, 13);
-    const f32x8 b = __builtin_shufflevector(r[0], r[1], 2, 10, 3, 11, 6, 14, 7, 15);
-    const f32x8 c = __builtin_shufflevector(r[2], r[3], 0, 8, 1, 9, 4, 12, 5, 13);
-    const f32x8 d = __builtin_shufflevector(r[2], r[3], 2, 10, 3, 11, 6, 14, 7, 15);
-    r[0] = __builtin_shufflevector(a, c, 0, 1, 8, 9, 4, 5, 12, 13);
-    r[1] = __builtin_shufflevector(a, c, 2, 3, 10, 11, 6, 7, 14, 15);
-    r[2] = __builtin_shufflevector(b, d, 0, 1, 8, 9, 4, 5, 12, 13);
-    r[3] = __builtin_shufflevector(b, d, 2, 3, 10, 11, 6, 7, 14, 15);
-}
-#endif
+// The same of an array of rows.
+template <class V> KRL_INLINE void transpose_quads(V* r) { transpose(r[0], r[1], r[2], r[3]); }
 
 // Four lanes from 4*i on: of v[0], or, for W = f32x8, of v[0] and then of v[4].
 template <class W> KRL_INLINE W quads(const f32x4* v, int) {

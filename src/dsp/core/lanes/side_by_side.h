@@ -9,10 +9,6 @@ namespace krl {
 
 #if KRL_LANES == 8
 using f32x4x2 = f32x8;
-KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
-KRL_INLINE f32x4 first_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
-KRL_INLINE f32x4 second_half(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
-KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
 #else
 struct f32x4x2 {
     f32x4 a, b;
@@ -25,7 +21,6 @@ KRL_INLINE f32x4x2 beside(f32x4 a, f32x4 b) { return {a, b}; }
 KRL_INLINE f32x4 first_half(f32x4x2 v) { return v.a; }
 KRL_INLINE f32x4 second_half(f32x4x2 v) { return v.b; }
 KRL_INLINE f32x4x2 swap_halves(f32x4x2 v) { return {v.b, v.a}; }
-KRL_INLINE f32x4x2 operator*(f32x4x2 x, f32x4x2 y) { return {x.a * y.a, x.b * y.b}; }
 KRL_INLINE f32x4x2 mul_add(f32x4x2 x, f32x4x2 y, f32x4x2 z) { return {mul_add(x.a, y.a, z.a), mul_add(x.b, y.b, z.b)}; }
 KRL_INLINE f32x4x2 mul_sub_from(f32x4x2 x, f32x4x2 y, f32x4x2 z) {
     return {mul_sub_from(x.a, y.a, z.a), mul_sub_from(x.b, y.b, z.b)};

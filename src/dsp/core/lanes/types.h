@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <cstring>
 
-#if defined(__aarch64__)
+// KRL_PORTABLE_LANES asks for the branches that the x86-64 baseline takes, without intrinsics, on any target.
+#if defined(KRL_PORTABLE_LANES)
+#elif defined(__aarch64__)
 #    include <arm_neon.h>
 #    define KRL_NEON 1
 #elif defined(__AVX2__) && defined(__FMA__)
