@@ -30,6 +30,7 @@ struct Operation {
     Operands sources;
     std::function<void(float* result, const float* d, const float* const* s, size_t n, bool strict)> model;
     std::vector<uint32_t> block_lengths = {}; // of operations on blocks, which may overlap anyhow
+    uint32_t strict_multiple = 4;             // the strict entry takes multiples of it
 };
 inline std::ostream& operator<<(std::ostream& out, const Operation& op) { return out << op.names[0]; }
 extern const std::vector<Operation> operations;
@@ -105,7 +106,7 @@ TEST_P(ElementWise, GivesTheStatedBitsAtEveryLengthAndAlignment) {
     for (uint32_t n : op.block_lengths.empty() ? lengths : op.block_lengths)
         for (size_t variant = 0; variant < 8; variant++) {
             ASSERT_NO_FATAL_FAILURE(check(false, n, variant));
-            if (n % 4 == 0) {
+            if (n % op.strict_multiple == 0) {
                 ASSERT_NO_FATAL_FAILURE(check(true, n, variant));
             }
         }
@@ -120,7 +121,7 @@ TEST_P(ElementWise, DestinationMayOverlapASource) {
                 const long wider = static_cast<long>(op.floats) - static_cast<long>(op.sources[j].floats);
                 if (op.sources[j].may_overlap && (blocks ? n == 32 : wider * offset >= 0)) {
                     ASSERT_NO_FATAL_FAILURE(check(false, n, 0, j, offset));
-                    if (offset == 0 && wider == 0 && n % 4 == 0) {
+                    if (offset == 0 && wider == 0 && n % op.strict_multiple == 0) {
                         ASSERT_NO_FATAL_FAILURE(check(true, n, 0, j));
                     }
                 }

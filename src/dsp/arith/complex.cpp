@@ -184,9 +184,10 @@ KRL_PAIR(void, krl_CLCLmix4CL8SU_flex, KRL_CLCLmix4CL8SU_strict,
          (float* d0, float* d1, const float* in, const float* c, uint32_t n),
          (mix_to_both<access, 4>(d0, d1, in, c, n));)
 
+// The strict entry, too, takes any n, so it is the same code.
 KRL_PAIR(void, krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict,
          (float* d0, float* d1, const float* in, const float* c, uint32_t n),
-         (mix_to_both<access, 6>(d0, d1, in, c, n));)
+         (mix_to_both<flex, 6>(d0, d1, in, c, n));)
 
 // Four inputs and then three more added in the same fused steps: one chain, so one pass gives the bits of the two.
 KRL_PAIR(void, krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict,
