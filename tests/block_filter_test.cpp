@@ -1,5 +1,7 @@
 #include <korla/dsp/block_filter.h>
 
+#include <numbers>
+
 #include "element_wise.h"
 #include "reference/block_filter_models.h"
 
@@ -129,6 +131,60 @@ TEST(BlockFilterLiterals, FirstOrderFilterDelaysAndReciprocalConverges) {
         krl_blk_LnrrecipLU_flex(y.data(), Signal(block, value).data(), 3, &r);
         EXPECT_NEAR(y[31] * value * 8.0f, 1.0f, 3e-7f);
     }
+}
+
+using Coefficients = std::array<double, 5>;
+
+// The mapping of the header, from b0, b1, b2, a1, a2 of a textbook biquad.
+Coefficients section_of(int version, const Coefficients& biquad) {
+    const auto& [b0, b1, b2, a1, a2] = biquad;
+    const double r1 = b1 - b0 * a1, r2 = b2 - b0 * a2, p = r2 - a1 * r1 / 2, q = a1 * a1 / 4 - a2, c4 = std::sqrt(-q);
+    if (version == 1)
+        return {-b0 / 2, (r1 + p / c4) / 4, (r1 - p / c4) / 4, -a1 / 2, c4};
+    return {-b0 / 2, r1 / 2, version == 2 ? p / 2 : 8 * p, -a1 / 2, version == 2 ? q : 16 * q};
+}
+
+TEST(BlockFilterDesign, SectionsHaveTheImpulseResponseOfTheBiquadTheyAreMadeFrom) {
+    const auto sections = {krl_blk_Liir2ssv1L_flex, krl_blk_Liir2ssv2L_flex,
+                           +[](float* dst, const float* x, const float* c, krl_iir2ss_state* s) {
+                               std::copy_n(x, block, dst);
+                               krl_blk_Liir2ssv3L_inplace_flex(dst, c, s);
+                           }};
+    Random random(3);
+    for (int trial = 0; trial < 300; trial++) {
+        // Zeros anywhere; a pair of complex poles, or of real ones, which ssv1 has not.
+        const bool real = trial % 3 == 0;
+        const double r = random.uniform(0.1f, 0.97f), s = real ? random.uniform(-0.97f, 0.97f) : r;
+        const double cosine = real ? (r + s) / 2 : r * std::cos(random.uniform(0.05f, 3.1f));
+        const Coefficients biquad = {random.uniform(), random.uniform(), random.uniform(), -2 * cosine, r * s};
+        for (int version = real ? 2 : 1; version <= 3; version++) {
+            float c[5];
+            std::ranges::copy(section_of(version, biquad), c);
+            krl_iir2ss_state state = {};
+            double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+            for (size_t i = 0; i < 4 * block; i += block) {
+                Signal x(block), y(block);
+                x[0] = i == 0;
+                sections.begin()[version - 1](y.data(), x.data(), c, &state);
+                for (size_t n = 0; n < block; n++) {
+                    const auto& [b0, b1, b2, a1, a2] = biquad;
+                    const double expected = b0 * x[n] + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2;
+                    x2 = x1, x1 = x[n], y2 = y1, y1 = expected;
+                    ASSERT_NEAR(y[n], expected, 1e-5) << "ssv" << version << ", trial " << trial << ", " << i + n;
+                }
+            }
+        }
+    }
+    // The example.
+    const double w = 2 * std::numbers::pi * 1000 / 48000, alpha = std::sin(w) * std::sqrt(0.5), a0 = 1 + alpha;
+    const double b1 = (1 - std::cos(w)) / a0;
+    const Coefficients low_pass = {b1 / 2, b1, b1 / 2, -2 * std::cos(w) / a0, (1 - alpha) / a0};
+    const double printed[3][5] = {{-0.001958063, 0.04581849, -0.03834781, 0.9076705, 0.08449721},
+                                  {-0.001958063, 0.007470680, 0.007111817, 0.9076705, -0.007139778},
+                                  {-0.001958063, 0.007470680, 0.1137891, 0.9076705, -0.1142364}};
+    for (int version = 1; version <= 3; version++)
+        for (size_t j = 0; j < 5; j++)
+            EXPECT_NEAR(section_of(version, low_pass)[j] / printed[version - 1][j], 1.0, 1e-6) << version << ", " << j;
 }
 
 TEST(BlockFilterShifts, WildOnesStayInsideTheBuffers) {
