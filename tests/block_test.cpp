@@ -1,3 +1,4 @@
+// Element-wise operations on blocks, blocks with a scalar, and weighted sums of blocks.
 #include <korla/dsp/block.h>
 #include <korla/dsp/block_scalar.h>
 
@@ -81,14 +82,17 @@ const std::vector<Operation> operations = {
           last_to_first(s, i, 3) * 32.0f),
     BLOCK(krl_blk_Lmix_shlULLLL_flex, KRL_blk_Lmix_shlULLLL_strict, (d, g, 5, a, b, c, s[3]), 4,
           last_to_first(s, i, 4) * 32.0f),
+    BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, nullptr, 0), 0, 0.0f),
     BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 1, a), 1, listed(s, i, 1)),
     BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 4, a, b, c, s[3]), 4, listed(s, i, 4)),
     BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 7, a, b, c, s[3], s[4], s[5], s[6]), 7, listed(s, i, 7)),
     BLOCK(KRL_blk_LmixnL, KRL_blk_LmixnL_strict, (d, g, 9, a, b, c, s[3], s[4], s[5], s[6], s[7], s[8]), 9,
           listed(s, i, 9)),
+    BLOCK(KRL_blk_Lmix_shlUnL, KRL_blk_Lmix_shlUnL_strict, (d, nullptr, 3, 0, nullptr), 0, 0.0f),
     BLOCK(KRL_blk_Lmix_shlUnL, KRL_blk_Lmix_shlUnL_strict, (d, g, 5, 1, a), 1, listed_scaled(s, i, 1)),
     BLOCK(KRL_blk_Lmix_shlUnL, KRL_blk_Lmix_shlUnL_strict, (d, g, 5, 6, a, b, c, s[3], s[4], s[5]), 6,
           listed_scaled(s, i, 6)),
+    BLOCK(KRL_blk_Lmix_shlaL, KRL_blk_Lmix_shlaL_strict, (d, nullptr, 0, nullptr, 3), 0, 0.0f),
     ARRAY(KRL_blk_Lmix_shlaL, KRL_blk_Lmix_shlaL_strict, 1),
     ARRAY(KRL_blk_Lmix_shlaL, KRL_blk_Lmix_shlaL_strict, 7),
     BLOCK(krl_BLmaxBLL_flex, KRL_BLmaxBLL_strict, (d, a, g[2]), 1, maximum(a[i], g[2], strict)),
@@ -137,15 +141,6 @@ TEST(BlockFamily, EveryShiftIsExactAndWildShiftsStayInsideTheBlock) {
         krl_blk_Lmpy_shlLLU_flex(dst.data(), tiny.data(), one.data(), u);
         KRL_blk_Lmix_shlaL(dst.data(), one.data(), 1, tiny.data(), u);
     }
-}
-
-TEST(BlockFamily, AMixOfNoBlocksIsSilence) {
-    GuardedBuffer<float> a(std::vector<float>(block, 1.0f)), b(a.values()), c(a.values());
-    KRL_blk_LmixnL(a.data(), nullptr, 0);
-    KRL_blk_Lmix_shlUnL(b.data(), nullptr, 3, 0, nullptr);
-    KRL_blk_Lmix_shlaL(c.data(), nullptr, 0, nullptr, 3);
-    for (auto* dst : {&a, &b, &c})
-        EXPECT_EQ(dst->values(), std::vector<float>(block, 0.0f));
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// Operations on complex vectors.
 #include <korla/dsp/complex.h>
 
 #include "element_wise.h"

@@ -1,3 +1,4 @@
+// The 90-degree phase shifter against its model, its coefficients and its purpose.
 #include <korla/dsp/phase90_hilbert.h>
 
 #include <complex>

@@ -1,3 +1,4 @@
+// Element-wise operations on real vectors, and their reductions.
 #include <korla/dsp/block_scalar.h>
 #include <korla/dsp/vector.h>
 
