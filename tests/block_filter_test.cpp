@@ -296,8 +296,8 @@ TEST(DelayLineCases, ClearsBackwardsInPiecesAndKeepsItsLengthInRange) {
         krl_delay_state s = {0, 128, start};
         // A call, what it returns, where the cleared floats begin afterwards.
         const std::tuple<float*, uint32_t, float*, long> calls[] = {
-            {nullptr, 0, start + 160, 160},     {nullptr, 50, start + 110, 110}, {start + 110, 100, start + 10, 10},
-            {start + 1000, 1, start + 159, 10}, {start + 10, 10, start, 0},      {start + 10, 11, nullptr, 0},
+            {nullptr, 0, start + 160, 160},     {start + 1000, 1, start + 159, 159}, {nullptr, 50, start + 110, 110},
+            {start + 110, 100, start + 10, 10}, {start + 10, 10, start, 0},          {start + 10, 11, nullptr, 0},
             {nullptr, UINT32_MAX, nullptr, 0},  {start - 10, 1, nullptr, 0}};
         for (const auto& [end, n, result, first] : calls) {
             EXPECT_EQ(clear(&s, end, n), result) << n;

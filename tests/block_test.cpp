@@ -8,7 +8,7 @@ namespace korla_test {
 
 constexpr size_t block = KRL_BLK_LEN;
 constexpr float g[9] = {0.7f, -1.3f, 0.11f, 2.9f, -0.4f, 0.6f, 1.0f, -0.05f, 0.33f};
-constexpr float limits[2] = {-0.5f, 0.25f}, zero_limits[2] = {-0.0f, 0.0f};
+constexpr float limits[2] = {-0.5f, 0.25f}, zero_limits[2] = {-0.0f, 0.0f}, no_limits[2] = {nan_value, nan_value};
 
 namespace {
 
@@ -56,6 +56,7 @@ const std::vector<Operation> operations = {
     BLOCK(krl_blk_LabsL_flex, KRL_blk_LabsL_strict, (d, a), 1, std::fabs(a[i])),
     BLOCK(krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (d, limits, a), 1, min_num(max_num(a[i], limits[0]), limits[1])),
     BLOCK(krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (d, zero_limits, a), 1, min_num(max_num(a[i], -0.0f), 0.0f)),
+    BLOCK(krl_blk_LclipL_flex, KRL_blk_LclipL_strict, (d, no_limits, a), 1, a[i]),
     BLOCK(krl_blk_LcmpLL_flex, KRL_blk_LcmpLL_strict, (d, g, a, b), 2, a[i] > b[i] ? g[0] : g[1]),
     BLOCK(krl_blk_Lconst_flex, KRL_blk_Lconst_strict, (d, -0.0f), 0, -0.0f),
     BLOCK(krl_blk_LmaxLL_flex, KRL_blk_LmaxLL_strict, (d, a, b), 2, max_num(a[i], b[i])),

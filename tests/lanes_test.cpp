@@ -179,7 +179,7 @@ TEST(LanesShuffles, PutEveryLaneInItsPlace) {
 
 TEST(LanesHalves, StandSideBySide) {
     static constexpr int W = 4;
-    const f32x4 a = {0, 1, 2, 3}, b = 100.0f + a, c = {9, 7, 5, 3};
+    const f32x4 a = {0, 1, 2, 3}, b = 100.0f + a, c = {9, 7, 5, 3}, sides[2] = {a, b};
     const f32x4x2 both = beside(a, b), factor = beside(c, -c);
     auto expect = [](f32x4x2 v, f32x4 first, f32x4 second) {
         EXPECT_ORDER(first_half(v), first[i]);
@@ -190,15 +190,15 @@ TEST(LanesHalves, StandSideBySide) {
     expect(reverse(both), reverse(b), reverse(a));
     expect(mul_add(both, factor, both), mul_add(a, c, a), mul_add(b, -c, b));
     expect(mul_sub_from(both, factor, both), mul_sub_from(a, c, a), mul_sub_from(b, -c, b));
-    const f32v joined = from_halves([=](int h) { return h ? b : a; });
+    const f32v joined = from_halves([&](int h) { return sides[h]; });
     for (int h = 0; h < halves; h++)
-        EXPECT_ORDER(half(joined, h), (h ? b : a)[i]);
+        EXPECT_ORDER(half(joined, h), sides[h][i]);
 
     const f32v vectors[5] = {joined, {}, {}, {}, joined + 0.5f};
     for (int h = 0; h < halves; h++) {
-        EXPECT_ORDER(quads<f32x4>(vectors, h), (h ? b : a)[i]);
+        EXPECT_ORDER(quads<f32x4>(vectors, h), sides[h][i]);
         for (int i = 0; i < lanes<f32v>; i++)
-            EXPECT_EQ(quads<f32v>(vectors, h)[i], (h ? b : a)[i % 4] + (i < 4 ? 0.0f : 0.5f));
+            EXPECT_EQ(quads<f32v>(vectors, h)[i], sides[h][i % 4] + (i < 4 ? 0.0f : 0.5f));
     }
 }
 
