@@ -1,3 +1,4 @@
+// Operations on complex vectors.
 #include <korla/dsp/complex.h>
 
 #include "element_wise.h"
@@ -43,6 +44,12 @@ float mix(const float* x, size_t inputs, size_t i, size_t n) {
     return sum;
 }
 
+// Entries that are the same function.
+Operation both_at_any_n(Operation op) {
+    op.strict_multiple = 1;
+    return op;
+}
+
 const Operands none, one = {{2}}, two = {{2}, {2}}, with_real = {{2}, {1}}, apart = {{2, false}};
 const Operands two_apart = {{2, false}, {2, false}};
 const Operands stack_of_4 = {{8, false, 4}}, stack_of_6 = {{12, false, 4}}, stack_of_7 = {{14, false, 4}};
@@ -52,8 +59,8 @@ const Operands stack_of_4 = {{8, false, 4}}, stack_of_6 = {{12, false, 4}}, stac
 const std::vector<Operation> operations = {
     PAIR(krl_CLaddCLCLU_flex, KRL_CLaddCLCLU_strict, (d, a, b, n), 2, two, a[i] + b[i]),
     PAIR(krl_CLsubCLCLU_flex, KRL_CLsubCLCLU_strict, (d, a, b, n), 2, two, a[i] - b[i]),
-    PAIR(krl_CLcopyCLU_flex, KRL_CLcopyCLU_strict, (d, a, n), 2, one, a[i]),
-    PAIR(krl_CLzeroCLU_flex, KRL_CLzeroCLU_strict, (d, n), 2, none, 0.0f),
+    both_at_any_n(PAIR(krl_CLcopyCLU_flex, KRL_CLcopyCLU_strict, (d, a, n), 2, one, a[i])),
+    both_at_any_n(PAIR(krl_CLzeroCLU_flex, KRL_CLzeroCLU_strict, (d, n), 2, none, 0.0f)),
     PAIR(krl_CLmpyCLSU_flex, KRL_CLmpyCLSU_strict, (d, a, gain, n), 2, one, a[i] * gain),
     PAIR(krl_CLmpyCLVSU_flex, KRL_CLmpyCLVSU_strict, (d, a, b, n), 2, with_real, a[i] * b[i / 2]),
     PAIR(krl_CLmpyCLCSU_flex, KRL_CLmpyCLCSU_strict, (d, a, b, n), 2, two, product(at(a, i), at(b, i), strict).part(i)),
@@ -64,8 +71,8 @@ const std::vector<Operation> operations = {
          std::fma(b[i], other_gain, a[i] * gain)),
     PAIR(krl_CLmix4CL4SU_flex, KRL_CLmix4CL4SU_strict, (d, a, gains, n), 2, stack_of_4, mix(a, 4, i, n)),
     PAIR(krl_CLCLmix4CL8SU_flex, KRL_CLCLmix4CL8SU_strict, (d, d + 2 * n, a, gains, n), 4, stack_of_4, mix(a, 4, i, n)),
-    PAIR(krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict, (d, d + 2 * n, a, gains, n), 4, stack_of_6,
-         mix(a, 6, i, n)),
+    both_at_any_n(PAIR(krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict, (d, d + 2 * n, a, gains, n), 4, stack_of_6,
+                       mix(a, 6, i, n))),
     PAIR(krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict, (d, d + 2 * n, a, gains, n), 4, stack_of_7,
          mix(a, 7, i, n)),
     PAIR(krl_CLshlCLUU_flex, KRL_CLshlCLUU_strict, (d, a, 5, n), 2, one, a[i] * 32.0f),

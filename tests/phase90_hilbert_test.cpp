@@ -1,3 +1,4 @@
+// The 90-degree phase shifter against its model, its coefficients and its purpose.
 #include <korla/dsp/phase90_hilbert.h>
 
 #include <complex>
@@ -38,16 +39,54 @@ TEST_P(Phase90, FollowsTheDoublePrecisionModelAgainAfterAReset) {
     for (int run = 0; run < 2; run++) {
         Phase90Model model(n);
         for (size_t block = 0; block < 20; block++) {
-            const auto x = block < 2 ? std::vector<float>(n) : random.vector(n);
+            const float loudness = block < 2 ? 0.0f : block % 10 < 6 ? 1e-4f : 1.0f;
+            const auto x = random.vector(n, -loudness, loudness);
             const float boundary = filter->boundary;
             const auto y = process(x, block % 8);
             const auto expected = model.process(x);
             EXPECT_EQ(y[0], boundary); // no step between two blocks
+            for (int j = 0; j < 8; j++)
+                ASSERT_NEAR(filter->backward[j / 2][j % 2], model.backward[j / 2][j % 2], block < 2 ? 0.0 : 5e-6);
             for (size_t i = 0; i < n; i++)
-                ASSERT_NEAR(y[i], expected[i], block < 2 ? 0.0 : 2e-5) << "block " << block << ", sample " << i;
+                ASSERT_NEAR(y[i], expected[i], block < 2 ? 0.0 : 5e-6) << "block " << block << ", sample " << i;
         }
         process(std::vector<float>(n, INFINITY)); // poisons the states
         ASSERT_EQ(reset_Phase90Hilbert(filter), 0);
+        for (const auto& pair : filter->backward)
+            EXPECT_TRUE(pair[0] == 0.0f && pair[1] == 0.0f);
+    }
+}
+
+// How far each coefficient is off, as the outputs tell: their errors, projected on what a step of it would change.
+// Steady noise shows the poles; noise at the very end of what was heard shows the weights of the start values.
+TEST_P(Phase90, HasTheDesignedCoefficientsWithinAFractionOfAMillionth) {
+    const size_t count = Phase90Model(n).coefficients.size();
+    for (bool steady : {true, false}) {
+        std::vector<double> product(count), square(count);
+        Random random(5);
+        std::vector<Phase90Model> fresh(count + 1, Phase90Model(n)), models;
+        for (size_t j = 0; j < count; j++)
+            fresh[j].coefficients[j] += 1e-6;
+        for (int block = 0; block < 40; block++) {
+            auto x = random.vector(n);
+            if (!steady)
+                std::fill(x.begin(), x.end() - 64, 0.0f);
+            if (!steady || block == 0) {
+                reset_Phase90Hilbert(filter);
+                models = fresh;
+            }
+            const auto y = process(x);
+            const auto expected = models[count].process(x);
+            for (size_t j = 0; j < count; j++) {
+                const auto varied = models[j].process(x);
+                for (size_t i = 0; i < n; i++) {
+                    product[j] += (varied[i] - expected[i]) * (y[i] - expected[i]);
+                    square[j] += (varied[i] - expected[i]) * (varied[i] - expected[i]);
+                }
+            }
+        }
+        for (size_t j = steady ? 0 : 8; j < (steady ? 8 : count); j++)
+            EXPECT_NEAR(product[j] / square[j], 0.0, 0.3) << "millionths, coefficient " << j;
     }
 }
 
@@ -76,8 +115,9 @@ TEST_P(Phase90, TurnsThePhaseByNinetyDegrees) {
 }
 
 TEST_P(Phase90, RefusalsAreCodeTwoAndTouchNothing) {
-    void *const m = memory.data(), *const misaligned = reinterpret_cast<char*>(m) + 4;
+    void* const m = memory.data();
     float *const w = work.data(), *const h = history.data();
+    auto misaligned = [](auto* p) { return reinterpret_cast<decltype(p)>(reinterpret_cast<uintptr_t>(p) + 2); };
     const auto before = memory.values();
     auto refuses = [&](uint32_t length, void* m, float* w, float* h, bool refused_size = true) {
         Phase90Hilbert* refused = filter;
@@ -93,9 +133,12 @@ TEST_P(Phase90, RefusalsAreCodeTwoAndTouchNothing) {
     refuses(GetParam(), nullptr, w, h);
     refuses(GetParam(), m, nullptr, h);
     refuses(GetParam(), m, w, nullptr);
-    refuses(GetParam(), misaligned, w, h, false);
+    refuses(GetParam(), misaligned(m), w, h, false);
+    refuses(GetParam(), m, misaligned(w), h, false);
+    refuses(GetParam(), m, w, misaligned(h), false);
     EXPECT_EQ(init_Phase90Hilbert(nullptr, GetParam(), m, w, h), 2);
     EXPECT_TRUE(process_Phase90Hilbert(filter, nullptr) == 2 && process_Phase90Hilbert(nullptr, w) == 2);
+    EXPECT_EQ(process_Phase90Hilbert(filter, misaligned(w)), 2);
     EXPECT_EQ(reset_Phase90Hilbert(nullptr), 2);
 }
 

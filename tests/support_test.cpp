@@ -1,3 +1,4 @@
+// Small helpers: the power of one half and the time counters.
 #include <korla/dsp/support.h>
 #include <korla/dsp/time_counter.h>
 

@@ -1,3 +1,4 @@
+// Element-wise operations on real vectors, and their reductions.
 #include <korla/dsp/block_scalar.h>
 #include <korla/dsp/vector.h>
 
@@ -136,10 +137,12 @@ TEST(VectorLiterals, MaskIsTurnedAroundEqualityHasATolerance) {
     }
     EXPECT_EQ(y.values(), (std::vector<float>{3.0f, 2.0f, -1.0f}));
 
-    const float a[] = {0.5f, nan_value, infinity}, b[] = {1.0f, 2.0f, infinity};
-    for (auto [tolerance, equal] : {std::pair{0.5f, 1}, {std::nextafter(0.5f, 0.0f), 0}, {nan_value, 1}})
-        EXPECT_EQ(krl_vec_IeqLLU_flex(a, b, 3, tolerance), equal);
-    EXPECT_EQ(krl_vec_IeqLLU_flex(a + 1, b + 1, 2, -1.0f), 1);
+    std::vector<float> a(48, 0.5f), b(48, 1.0f);
+    a[1] = nan_value, a[2] = b[2] = infinity;
+    for (uint32_t n : {3, 8, 48})
+        for (auto [tolerance, equal] : {std::pair{0.5f, 1}, {std::nextafter(0.5f, 0.0f), 0}, {nan_value, 1}})
+            EXPECT_EQ(krl_vec_IeqLLU_flex(a.data(), b.data(), n, tolerance), equal);
+    EXPECT_EQ(krl_vec_IeqLLU_flex(&a[1], &b[1], 2, -1.0f), 1);
 
     for (auto [value, bits] : {std::pair{0.3f, 1u}, {0.5f, 0u}, {-4.0f, 0u}, {0x1p-60f, 59u}, {1e-45f, 60u}})
         EXPECT_EQ(krl_vec_UnormLU_flex(&value, 1), bits) << value;

@@ -106,6 +106,37 @@ KRL_API void KRL_blk_Liir2df1L_set_coef(const float* coef);
  *
  * ssv1 is the coupled (rotation) form: its poles are c3 +- j c4, evenly fine everywhere in the unit circle. The poles
  * of ssv2 are c3 +- sqrt(c4), those of ssv3 c3 +- sqrt(c4) / 4, with c4 < 0 for a complex pair.
+ *
+ * Transfer functions, with k = 1 for ssv2 and k = 1/16 for ssv3:
+ *
+ *                             (c1 + c2) z^-1 + (c4 (c1 - c2) - c3 (c1 + c2)) z^-2
+ *   ssv1:  H(z) = -2 c0 + 2 * ---------------------------------------------------
+ *                                  1 - 2 c3 z^-1 + (c3^2 + c4^2) z^-2
+ *
+ *                                    c1 z^-1 + (k c2 - c3 c1) z^-2
+ *   ssv2, ssv3:  H(z) = -2 c0 + 2 * ------------------------------------
+ *                                   1 - 2 c3 z^-1 + (c3^2 - k c4) z^-2
+ *
+ * Coefficients from a textbook biquad. It is normalised to a0 = 1, and its denominator is not negated here:
+ *
+ *   H(z) = (b0 + b1 z^-1 + b2 z^-2) / (1 + a1 z^-1 + a2 z^-2)
+ *
+ *   r1 = b1 - b0 a1     r2 = b2 - b0 a2     p = r2 - a1 r1 / 2     q = a1^2 / 4 - a2
+ *
+ *           c0         c1                 c2                 c3         c4
+ *   ssv1    -b0 / 2    (r1 + p / c4) / 4  (r1 - p / c4) / 4  -a1 / 2    sqrt(-q); poles complex, that is q < 0
+ *   ssv2    -b0 / 2    r1 / 2             p / 2              -a1 / 2    q
+ *   ssv3    -b0 / 2    r1 / 2             8 p                -a1 / 2    16 q
+ *
+ * Compute them in double precision and round once. For blk_Liir2ssv2_shlLU, whose gain is 2^u, divide b0, b1 and b2 by
+ * 2^u first. Example, a Butterworth low-pass of 1 kHz at a rate of 48 kHz (bilinear transform, Q = sqrt(1/2)):
+ *
+ *   b0 = b2 = 0.003916127, b1 = 0.007832253, a1 = -1.815341, a2 = 0.8310056
+ *   r1 = 0.01494136, r2 = 0.0006618035, p = 0.01422363, q = -0.007139778
+ *
+ *   ssv1    -0.001958063    0.04581849     -0.03834781     0.9076705     0.08449721
+ *   ssv2    -0.001958063    0.007470680     0.007111817    0.9076705    -0.007139778
+ *   ssv3    -0.001958063    0.007470680     0.1137891      0.9076705    -0.1142364
  */
 
 typedef struct krl_iir2ss_state {

@@ -104,7 +104,9 @@ KRL_API void KRL_CLmix4CL4SU_strict(float* d, const float* in, const float* c, u
 KRL_API void krl_CLCLmix4CL8SU_flex(float* d0, float* d1, const float* in, const float* c, uint32_t n);
 KRL_API void KRL_CLCLmix4CL8SU_strict(float* d0, float* d1, const float* in, const float* c, uint32_t n);
 
-/** d0[k] = sum over j = 0..5 of c[j] in_j[k], d1[k] = sum of c[6+j] in_j[k], k = 0..n-1. */
+/** d0[k] = sum over j = 0..5 of c[j] in_j[k], d1[k] = sum of c[6+j] in_j[k], k = 0..n-1. The entries are the
+ * same function: _strict, too, takes any n.
+ */
 KRL_API void krl_CLCLmix6CL12SU_flex(float* d0, float* d1, const float* in, const float* c, uint32_t n);
 KRL_API void KRL_CLCLmix6CL12SU_strict(float* d0, float* d1, const float* in, const float* c, uint32_t n);
 

@@ -1,3 +1,4 @@
+// Element-wise operations on blocks.
 #include "korla/dsp/block.h"
 
 #include "dsp/core/block_map.h"

@@ -1,3 +1,4 @@
+// Recursive block filters of first and second order, and the set-up of all block filters.
 #include "korla/dsp/block_filter.h"
 
 #include "dsp/arith/block_recursion.h"

@@ -1,8 +1,10 @@
+// Crossfade gain and delay line.
+#include "korla/dsp/block_filter.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "dsp/arith/block_recursion.h"
-#include "korla/dsp/block_filter.h"
 
 using namespace krl;
 

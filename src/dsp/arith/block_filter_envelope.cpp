@@ -1,7 +1,9 @@
+// Recursions with a maximum, a minimum or a clamp in them: envelope followers, integrator, running reciprocal.
+#include "korla/dsp/block_filter.h"
+
 #include "dsp/arith/block_recursion.h"
 #include "dsp/core/exp2.h"
 #include "dsp/core/order.h"
-#include "korla/dsp/block_filter.h"
 
 using namespace krl;
 

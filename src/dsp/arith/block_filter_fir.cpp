@@ -1,7 +1,9 @@
+// Transversal block filters: two taps, three, any number.
+#include "korla/dsp/block_filter.h"
+
 #include <cstring>
 
 #include "dsp/core/block_map.h"
-#include "korla/dsp/block_filter.h"
 
 using namespace krl;
 

@@ -1,8 +1,10 @@
+// Weighted sums of blocks.
+#include "korla/dsp/block.h"
+
 #include <cstdarg>
 
 #include "dsp/core/block_map.h"
 #include "dsp/core/exp2.h"
-#include "korla/dsp/block.h"
 
 using namespace krl;
 

@@ -1,3 +1,4 @@
+// Blocks combined with a scalar.
 #include "korla/dsp/block_scalar.h"
 
 #include "dsp/core/block_map.h"

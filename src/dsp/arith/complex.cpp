@@ -98,7 +98,7 @@ template <int count> inline from_stack<count> stack(const float* inputs, uint32_
 template <class access, int count>
 inline void mix_to_both(float* d0, float* d1, const float* inputs, const float* coefficients, uint32_t n) {
     float c[2 * count]; // the compiler cannot know that the destinations do not change them
-    memcpy(c, coefficients, sizeof(c));
+    std::memcpy(c, coefficients, sizeof(c));
     auto both = [&c]<class V>(stacked_lanes<V, count> in) {
         return lane_pair<V>{weighted_sum<count>(in.of, c), weighted_sum<count>(in.of, c + count)};
     };
@@ -107,7 +107,7 @@ inline void mix_to_both(float* d0, float* d1, const float* inputs, const float* 
 
 template <class access> inline void mix4(float* d, const float* inputs, const float* coefficients, uint32_t n) {
     float c[4];
-    memcpy(c, coefficients, sizeof(c));
+    std::memcpy(c, coefficients, sizeof(c));
     map_vector<access, 2>(
         to(d), floats(n), [&c](auto in) { return weighted_sum<4>(in.of, c); }, stack<4>(inputs, n));
 }
@@ -125,10 +125,10 @@ KRL_PAIR(void, krl_CLsubCLCLU_flex, KRL_CLsubCLCLU_strict, (float* d, const floa
              to(d), floats(n), [](auto x, auto y) { return x - y; }, from(a), from(b));)
 
 KRL_PAIR(void, krl_CLcopyCLU_flex, KRL_CLcopyCLU_strict, (float* d, const float* a, uint32_t n),
-         if (n != 0) memmove(d, a, floats(n) * sizeof(float));)
+         if (n != 0) std::memmove(d, a, floats(n) * sizeof(float));)
 
 KRL_PAIR(void, krl_CLzeroCLU_flex, KRL_CLzeroCLU_strict, (float* d, uint32_t n),
-         if (n != 0) memset(d, 0, floats(n) * sizeof(float));)
+         if (n != 0) std::memset(d, 0, floats(n) * sizeof(float));)
 
 // ---- products ------------------------------------------------------------------------------------------------------
 
@@ -184,9 +184,9 @@ KRL_PAIR(void, krl_CLCLmix4CL8SU_flex, KRL_CLCLmix4CL8SU_strict,
          (float* d0, float* d1, const float* in, const float* c, uint32_t n),
          (mix_to_both<access, 4>(d0, d1, in, c, n));)
 
+// The strict entry, too, takes any n, so it is the same code.
 KRL_PAIR(void, krl_CLCLmix6CL12SU_flex, KRL_CLCLmix6CL12SU_strict,
-         (float* d0, float* d1, const float* in, const float* c, uint32_t n),
-         (mix_to_both<access, 6>(d0, d1, in, c, n));)
+         (float* d0, float* d1, const float* in, const float* c, uint32_t n), (mix_to_both<flex, 6>(d0, d1, in, c, n));)
 
 // Four inputs and then three more added in the same fused steps: one chain, so one pass gives the bits of the two.
 KRL_PAIR(void, krl_CLCLmix7CL14SU_flex, KRL_CLCLmix7CL14SU_strict,

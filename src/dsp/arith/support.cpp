@@ -1,3 +1,4 @@
+// Library housekeeping and the table-driven power of one half.
 #include "korla/dsp/support.h"
 
 #include <array>

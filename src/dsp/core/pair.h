@@ -34,18 +34,12 @@ struct strict {
     }
 };
 
-// Maximum and minimum under the NaN rule of the entry: flex ignores a quiet NaN operand, strict propagates it.
+// The maximum under the NaN rule of the entry: flex ignores a quiet NaN operand, strict propagates it.
 template <class access, class V> KRL_INLINE V max_of_entry(V a, V b) {
     if constexpr (access::is_strict)
         return max_nan(a, b);
     else
         return max_num(a, b);
-}
-template <class access, class V> KRL_INLINE V min_of_entry(V a, V b) {
-    if constexpr (access::is_strict)
-        return min_nan(a, b);
-    else
-        return min_num(a, b);
 }
 
 // What a caller that holds the pointers checks before it takes a strict entry.

@@ -1,3 +1,4 @@
+// The 90-degree phase shifter: a chain of all-passes forward in time, a second one backward, both on two sample phases.
 #include "korla/dsp/phase90_hilbert.h"
 
 #include <cstring>
@@ -162,9 +163,9 @@ int32_t process_Phase90Hilbert(Phase90Hilbert* instance, float* samples) {
         return refused;
     const size_t n = instance->block_length;
     float *work = instance->work, *history = instance->history;
-    memcpy(work, history, delay * sizeof(float));
+    std::memcpy(work, history, delay * sizeof(float));
     filter_forward(instance->forward, samples, work + delay, n);
-    memcpy(history, work + n, delay * sizeof(float));
+    std::memcpy(history, work + n, delay * sizeof(float));
     filter_backward(instance->backward, instance->forward, work, n + delay);
     fade_from_boundary(samples, work, instance->boundary, n, instance->inverse_block_length);
     instance->boundary = work[n];
@@ -174,9 +175,9 @@ int32_t process_Phase90Hilbert(Phase90Hilbert* instance, float* samples) {
 int32_t reset_Phase90Hilbert(Phase90Hilbert* instance) {
     if (!instance)
         return refused;
-    memset(instance->backward, 0, sizeof(instance->backward));
-    memset(instance->forward, 0, sizeof(instance->forward));
+    std::memset(instance->backward, 0, sizeof(instance->backward));
+    std::memset(instance->forward, 0, sizeof(instance->forward));
     instance->boundary = 0.0f;
-    memset(instance->history, 0, delay * sizeof(float));
+    std::memset(instance->history, 0, delay * sizeof(float));
     return ok;
 }

@@ -1,3 +1,4 @@
+// Arithmetic on time counter values.
 #include "korla/dsp/time_counter.h"
 
 void KRL_time_init(uint64_t*) {}

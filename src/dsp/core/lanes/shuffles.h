@@ -1,0 +1,147 @@
+// Lanes in another order: within a vector, between two, in tiles of four, and vectors from strewn memory.
+#pragma once
+
+#include "dsp/core/lanes/types.h"
+
+namespace krl {
+
+template <class V> struct lane_pair { V a, b; };
+template <class V> lane_pair(V, V) -> lane_pair<V>; // clang 14 does not deduce aggregates by itself
+
+// ---- within a vector and between two -------------------------------------------------------------------------------
+
+KRL_INLINE float reverse(float v) { return v; }
+KRL_INLINE f32x4 reverse(f32x4 v) { return __builtin_shufflevector(v, v, 3, 2, 1, 0); }
+// a0 b0 a1 b1 .. as two vectors, and back.
+KRL_INLINE lane_pair<f32x4> interleave(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 4, 1, 5), __builtin_shufflevector(a, b, 2, 6, 3, 7)};
+}
+KRL_INLINE lane_pair<f32x4> deinterleave(f32x4 lo, f32x4 hi) {
+    return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6), __builtin_shufflevector(lo, hi, 1, 3, 5, 7)};
+}
+// Pairs of lanes: the two exchanged; the even or the odd lane of each twice; the even lanes of a beside the odd lanes
+// of b.
+KRL_INLINE f32x4 swap_pairs(f32x4 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2); }
+KRL_INLINE f32x4 twice_even(f32x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
+KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
+KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
+KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
+KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
+// Every lane one place up, `first` in the lowest.
+KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2);
+    return __builtin_shufflevector(v, splat<f32x4>(first), 4, 1, 2, 3);
+}
+#if KRL_LANES == 8
+KRL_INLINE f32x8 reverse(f32x8 v) { return __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0); }
+// Wide shuffles go by way of the halves, in two steps that each are one instruction.
+KRL_INLINE lane_pair<f32x8> interleave(f32x8 a, f32x8 b) {
+    const f32x8 even = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 odd = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+    return {__builtin_shufflevector(even, odd, 0, 1, 2, 3, 8, 9, 10, 11),
+            __builtin_shufflevector(even, odd, 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+KRL_INLINE f32x8 swap_middle_quarters(f32x8 v) {
+    const f64x4 pairs = bit_cast<f64x4>(v);
+    return bit_cast<f32x8>(__builtin_shufflevector(pairs, pairs, 0, 2, 1, 3));
+}
+KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
+    return {swap_middle_quarters(__builtin_shufflevector(lo, hi, 0, 2, 8, 10, 4, 6, 12, 14)),
+            swap_middle_quarters(__builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15))};
+}
+KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
+KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6); }
+KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7); }
+KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
+KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
+KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
+KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
+    v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
+    return _mm256_blend_ps(v, splat<f32x8>(first), 1);
+}
+#endif
+
+// ---- tiles of four -------------------------------------------------------------------------------------------------
+
+// Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
+KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
+    auto [ac_lo, ac_hi] = interleave(a, c);
+    auto [bd_lo, bd_hi] = interleave(b, d);
+    auto [r0, r1] = interleave(ac_lo, bd_lo);
+    auto [r2, r3] = interleave(ac_hi, bd_hi);
+    a = r0, b = r1, c = r2, d = r3;
+}
+#if KRL_LANES == 8
+KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
+    const f32x8 ab_lo = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 ab_hi = __builtin_shufflevector(a, b, 2, 10, 3, 11, 6, 14, 7, 15);
+    const f32x8 cd_lo = __builtin_shufflevector(c, d, 0, 8, 1, 9, 4, 12, 5, 13);
+    const f32x8 cd_hi = __builtin_shufflevector(c, d, 2, 10, 3, 11, 6, 14, 7, 15);
+    a = __builtin_shufflevector(ab_lo, cd_lo, 0, 1, 8, 9, 4, 5, 12, 13);
+    b = __builtin_shufflevector(ab_lo, cd_lo, 2, 3, 10, 11, 6, 7, 14, 15);
+    c = __builtin_shufflevector(ab_hi, cd_hi, 0, 1, 8, 9, 4, 5, 12, 13);
+    d = __builtin_shufflevector(ab_hi, cd_hi, 2, 3, 10, 11, 6, 7, 14, 15);
+}
+#endif
+template <class V> KRL_INLINE void transpose_quads(V* r) { transpose(r[0], r[1], r[2], r[3]); }
+
+// ---- four-lane halves ----------------------------------------------------------------------------------------------
+
+// f32v as its four-lane halves (one or two of them): half h, and f32v from f(h) for each half.
+inline constexpr int halves = lanes<f32v> / 4;
+#if KRL_LANES == 8
+KRL_INLINE f32x8 beside(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 2, 3, 4, 5, 6, 7); }
+KRL_INLINE f32x4 first_half(f32x8 v) { return __builtin_shufflevector(v, v, 0, 1, 2, 3); }
+KRL_INLINE f32x4 second_half(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7); }
+KRL_INLINE f32x8 swap_halves(f32x8 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3); }
+KRL_INLINE f32x4 half(f32v v, int h) { return h == 0 ? first_half(v) : second_half(v); }
+template <class F> KRL_INLINE f32v from_halves(F f) { return beside(f(0), f(1)); }
+#else
+KRL_INLINE f32x4 half(f32v v, int) { return v; }
+template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
+#endif
+
+// Four lanes from 4*i on: of v[0], or, for W = f32x8, of v[0] and then of v[4].
+template <class W> KRL_INLINE W quads(const f32x4* v, int) {
+    if constexpr (lanes<W> == 8)
+        return __builtin_shufflevector(v[0], v[4], 0, 1, 2, 3, 4, 5, 6, 7);
+    else
+        return v[0];
+}
+#if KRL_LANES == 8
+template <class W> KRL_INLINE W quads(const f32x8* v, int i) {
+    if constexpr (lanes<W> == 8)
+        return i == 0 ? _mm256_permute2f128_ps(v[0], v[4], 0x20) : _mm256_permute2f128_ps(v[0], v[4], 0x31);
+    else
+        return i == 0 ? _mm256_castps256_ps128(v[0]) : _mm256_extractf128_ps(v[0], 1);
+}
+#endif
+
+// ---- memory --------------------------------------------------------------------------------------------------------
+
+// Half as many floats as V has lanes, each in two neighbouring lanes; forwards, or the last one first.
+template <class V> V load_twice(const float* p);
+template <class V> V load_twice_backwards(const float* p);
+template <> KRL_INLINE f32x4 load_twice(const float* p) { return f32x4{p[0], p[0], p[1], p[1]}; }
+template <> KRL_INLINE f32x4 load_twice_backwards(const float* p) { return f32x4{p[1], p[1], p[0], p[0]}; }
+#if KRL_LANES == 8
+template <> KRL_INLINE f32x8 load_twice(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 0, 0, 1, 1, 2, 2, 3, 3);
+}
+template <> KRL_INLINE f32x8 load_twice_backwards(const float* p) {
+    const f32x4 v = load<f32x4>(p);
+    return __builtin_shufflevector(v, v, 3, 3, 2, 2, 1, 1, 0, 0);
+}
+#endif
+
+// Lanes from a table in groups of four: four values of a, four of b, and so on; groups start `stride` floats apart.
+template <class V, size_t stride = 8> KRL_INLINE lane_pair<V> load_groups(const float* p) {
+    if constexpr (lanes<V> == 4)
+        return {load<V>(p), load<V>(p + 4)};
+    else
+        return {__builtin_shufflevector(load<V>(p), load<V>(p + stride), 0, 1, 2, 3, 8, 9, 10, 11),
+                __builtin_shufflevector(load<V>(p), load<V>(p + stride), 4, 5, 6, 7, 12, 13, 14, 15)};
+}
+
+} // namespace krl
