@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "downmixer/state.h"
-#include "dsp/arith/vector_abs_max.h"
+#include "dsp/core/abs_max.h"
 
 namespace korla::downmixer {
 namespace {

@@ -1,7 +1,7 @@
 // Processing: peak of a sub-block -> gain of the sub-block -> crossfade on the delayed signal.
 #include <cstring>
 
-#include "dsp/arith/vector_abs_max.h"
+#include "dsp/core/abs_max.h"
 #include "dsp/core/block_map.h"
 #include "limiter/limiter.h"
 #include "limiter/tables.h"
