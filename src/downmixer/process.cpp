@@ -7,8 +7,6 @@
 namespace korla::downmixer {
 namespace {
 
-static_assert(tile_frames == limiter::short_subblock, "a tile is a sub-block of the limiter");
-
 // The greatest magnitude of a tile, over all output channels.
 float peak_of_tile(PlanarBuffer rows, uint32_t channels) {
     float peak = 0.0f;
@@ -54,9 +52,7 @@ void process_staged(korvex_downmixer_state& state, const korvex_downmixer_buffer
             fades[k] = limiter::next_fade(limiter, peak);
         }
 
-        for (uint32_t c = 0; c < outputs; c++)
-            limiter::fade_delayed(state.out.row(c) + first, limiter.delay + size_t{c} * tile_frames, limiter.window,
-                                  fades, tiles);
+        limiter::delay_and_fade(limiter, state.out.row(0) + first, state.out.row_length, fades, tiles);
 
         for (uint32_t k = 0; k < tiles; k++) {
             const uint32_t tile_first = first + k * tile_frames, n = valid_frames(tile_first);
