@@ -61,10 +61,11 @@ void advance_gain(korvex_ht_kvlim& l, float peak) {
     const float* c = l.coefs;
     const float slow = l.slow_gain, gain = l.gain;
 
-    // The sub-block that now leaves the delay line counts as well as the new one.
+    // The sub-block that now leaves the delay line counts as well as the new one. A level below 2^-128 has no
+    // reciprocal among the floats: with peak 0 its target is infinity times zero, which counts as 0.
     const float level = greater(l.prev_peak, peak) * slow;
     const float reduced = static_cast<float>(1.0 / static_cast<double>(level)) * l.peak;
-    const float target = level > l.peak ? reduced : 1.0f;
+    const float target = level > l.peak ? (reduced == reduced ? reduced : 0.0f) : 1.0f;
 
     float least_target = target; // of this and the previous history_len sub-blocks
     for (uint32_t i = 0; i < l.history_len; i++)
@@ -72,10 +73,12 @@ void advance_gain(korvex_ht_kvlim& l, float peak) {
     l.gain_history[l.history_pos] = target;
     l.history_pos = l.history_pos + 1 == l.history_len ? 0 : l.history_pos + 1;
 
-    // Attack goes to the limit at once. Release never falls, and never rises above the limit.
+    // Attack goes to the limit at once. Release never falls, and never rises above the limit. Towards infinity, which
+    // the targets of a denormal peak can be, nothing is released.
     const float limit = target * slow;
     const bool attack = limit < gain;
-    const float released = fma(l.smooth_gain, c[release], fma(-c[release], least_target, least_target));
+    const float towards_least = fma(l.smooth_gain, c[release], fma(-c[release], least_target, least_target));
+    const float released = least_target < __builtin_inff() ? towards_least : l.smooth_gain;
     const float risen = lesser(limit, greater(slow * released, gain));
     const float smooth = attack ? target : released;
 

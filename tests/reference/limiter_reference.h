@@ -129,14 +129,18 @@ private:
     void update_gain(float p) {
         const float level = std::max(prev_peak_, p) * slow_;
         prev_gain_ = gain_, prev_peak_ = p;
-        const float target = level > peak ? static_cast<float>(1.0 / static_cast<double>(level)) * peak : 1.0f;
+        float target = level > peak ? static_cast<float>(1.0 / static_cast<double>(level)) * peak : 1.0f;
+        target = std::isnan(target) ? 0.0f : target; // a peak of 0 below a level without a reciprocal
         const float least = std::min(target, *std::ranges::min_element(history_));
         history_[position_] = target;
         position_ = (position_ + 1) % history_.size();
 
         const float s = slow_, tg = target * s;
         const bool attack = tg < gain_;
-        smooth_ = attack ? target : std::fma(smooth_, c_[4], std::fma(-c_[4], least, least));
+        if (attack)
+            smooth_ = target;
+        else if (std::isfinite(least)) // else, with a denormal peak, nothing is released
+            smooth_ = std::fma(smooth_, c_[4], std::fma(-c_[4], least, least));
         gain_ = attack ? tg : std::min(std::max(gain_, s * smooth_), tg);
         slow_ = smooth_ < std::bit_cast<float>(0x3F576600u)
                     ? std::fma((smooth_ * s) * std::bit_cast<float>(0x3F98209Cu), c_[1], s * c_[0])
