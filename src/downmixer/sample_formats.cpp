@@ -216,9 +216,9 @@ KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Four four, Pai
     for (; c + 2 <= channels; c += 2)
         for (uint32_t t = 0; t < whole; t += width)
             pair(c, t);
-    for (; c < channels; c++)
-        for (uint32_t t = 0; t < whole; t++)
-            one(c, t);
+    if (c < channels) // an odd last one goes with its neighbour, once more
+        for (uint32_t t = 0; t < whole; t += width)
+            pair(c - 1, t);
     for (uint32_t t = whole; t < frames; t++)
         for (c = 0; c < channels; c++)
             one(c, t);
