@@ -210,8 +210,8 @@ TEST(SampleFormats, EveryFrameCountArrangementAlignmentAndRoundingGivesTheBitsOf
                             {0x4, planar, gapped, 5, 24000, {}},
                             {0xC, interleaved, interleaved, 7, 22050, {}},
                             {0x60F, gapped, apart, 2, 48000, {}},
-                            {0x7, apart, interleaved, 0, 48000, {}},
-                            {0x3, interleaved, interleaved, 0, 22050, {0.25f, 0.0f, -0.0f, 1.0f}}};
+                            {0x33, apart, interleaved, 0, 48000, {}},
+                            {0x7, interleaved, interleaved, 0, 22050, {0.25f, 0, -0.0f, 0, 1, 0.5f, -0.0f, 0.3f, 0}}};
     constexpr int roundings[] = {FE_TONEAREST, FE_DOWNWARD, FE_TONEAREST, FE_UPWARD, FE_TOWARDZERO};
     constexpr uint32_t block = 96, formats[] = {3, 4, 5, 6, 7, 8, 2, 9, 0xFFFFFFFF}; // the last have no conversion
     for (const Shape& shape : shapes)
@@ -222,16 +222,18 @@ TEST(SampleFormats, EveryFrameCountArrangementAlignmentAndRoundingGivesTheBitsOf
                     continue;
                 SCOPED_TRACE(std::to_string(shape.mask) + ", " + std::to_string(in_format) + " to " +
                              std::to_string(out_format));
-                const Layout& layout = *std::ranges::find(layouts, shape.mask, &Layout::mask);
+                Layout layout = *std::ranges::find(layouts, shape.mask, &Layout::mask);
+                layout.outputs = shape.custom.empty() ? layout.outputs : layout.inputs;
                 Engine engine(block, shape.rate, layout, shape.custom);
                 const auto matrix = shape.custom.empty() ? matrix_of(layout.routes, layout.outputs) : shape.custom;
                 EngineModel model(block, shape.rate, matrix, engine.inputs, engine.outputs);
                 Random random(shape.mask);
                 const size_t misalignment = direct ? 0 : shape.misalignment;
-                for (uint32_t frames :
-                     {96u, 1u, 2u, 3u, 5u, 7u, 8u, 9u, 15u, 16u, 31u, 32u, 33u, 63u, 95u, 96u, 0u, 96u}) {
+                for (uint32_t frames : // more than a block count as one
+                     {96u, 130u, 1u, 2u, 3u, 5u, 7u, 8u, 9u, 15u, 16u, 31u, 32u, 33u, 63u, 95u, 96u, 0u, 96u}) {
                     const Placement from = placement(in_format, shape.in, engine.inputs, frames);
-                    const Placement to = placement(out_format, shape.out, engine.outputs, direct ? block : frames);
+                    const Placement to =
+                        placement(out_format, shape.out, engine.outputs, std::max(direct ? block : 0, frames));
                     GuardedBuffer<uint8_t> in(samples(in_format, from.slots, random, shape.rate == 22050),
                                               misalignment);
                     GuardedBuffer<uint8_t> out(samples(out_format, to.slots, random, false),

@@ -81,6 +81,7 @@ public:
     // KORVEX_FORMAT_FLOAT is mixed into the caller's buffer itself, which takes the place of the output work buffer.
     void process(const uint8_t* in, Placement from, uint8_t* out, Placement to, size_t frames) {
         const bool direct = from.format == KORVEX_FORMAT_FLOAT;
+        frames = std::min(frames, block_);
         for (size_t c = 0; c < inputs_; c++)
             for (size_t t = 0; t < frames; t++)
                 in_work_[t * inputs_ + c] = to_float(from.format, in + from.offset(c, t));
