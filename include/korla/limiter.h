@@ -137,7 +137,8 @@ extern KRL_API const float korvex_ht_a_kvlim_win_256[256];
 
 /** Smoothing coefficients of each sub-block length at 192000, 176400, 96000, 88200, 64000, 48000, 44100, 32000 and
  * 24000 Hz; null where a rate is not offered. A set is eight floats: slow-gain fall (two, sum 1), slow-gain recovery
- * (two, sum 1), release, an unused one, two zeros. */
+ * (two, sum 1), release, an unused one, two zeros. The first of the two and the release are what a sub-block of T ms
+ * leaves, 2^(-T / half-life) in steps of 1/32768: half-lives are 40, 160 and 5 ms. */
 extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_32[9];
 extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_40[9];
 extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_64[9];
