@@ -36,8 +36,8 @@ std::vector<float> programme(size_t n, uint64_t seed) {
 class Limiter {
 public:
     Limiter(uint32_t channels, uint32_t length, uint32_t rate = 48000, size_t misalignment = 0, bool apart = false)
-        : memory_(bytes(channels, length), misalignment), buffer_(buffer_bytes_, 3) {
-        handle_ = korvex_ht_kvlim_init(channels, length, memory_.data(), apart ? buffer_.data() : nullptr);
+        : memory_(korvex_ht_kvlim_query_memory(channels, &state_, &buffer_, length), misalignment) {
+        handle_ = korvex_ht_kvlim_init(channels, length, memory_.data(), apart ? memory_.data() + state_ : nullptr);
         if (!handle_)
             return;
         korvex_ht_kvlim_set_sample_rate(handle_, rate);
@@ -60,12 +60,8 @@ public:
     float gain() const { return korvex_ht_kvlim_get_limiter_gain(handle_); }
 
 private:
-    size_t bytes(uint32_t channels, uint32_t length) {
-        size_t state;
-        return korvex_ht_kvlim_query_memory(channels, &state, &buffer_bytes_, length);
-    }
-    size_t buffer_bytes_ = 0;
-    GuardedBuffer<uint8_t> memory_, buffer_;
+    size_t state_, buffer_;
+    GuardedBuffer<uint8_t> memory_;
     korvex_ht_kvlim* handle_;
 };
 
@@ -181,18 +177,15 @@ void set_for_call(int call, uint32_t rate, const Limiter& limiter, LimiterModel&
         korvex_ht_kvlim_set_boost(limiter, now, boost);
         model.set_boost(now, boost);
     }
-    model.peak = call < 8 ? 0.5f : call == 20 ? 0.0f : call == 21 ? 1e-40f : 0.3f;
-    korvex_ht_kvlim_set_peak(limiter, model.peak);
     if (call == 10) { // keeps the history of target gains
         korvex_ht_kvlim_reset_state(limiter);
         model.reset_state();
     }
-    model.hard_clip = call == 13 || call == 14;
-    korvex_ht_kvlim_set_hard_clip(limiter, model.hard_clip);
     if (call == 15)
-        model.clear_delay();
-    model.num_channels = call == 15 ? 0 : 3; // without channels the gain goes on
-    korvex_ht_kvlim_set_num_channels(limiter, model.num_channels);
+        model.clear_delay(); // hard clip ends
+    korvex_ht_kvlim_set_peak(limiter, model.peak = call < 8 ? 0.5f : call == 20 ? 0.0f : call == 21 ? 1e-40f : 0.3f);
+    korvex_ht_kvlim_set_hard_clip(limiter, model.hard_clip = call == 13 || call == 14);
+    korvex_ht_kvlim_set_num_channels(limiter, model.num_channels = call == 15 ? 0 : 3); // without any, the gain goes on
     // A refusal and the same rate change nothing; another rate restarts the slow gain, and nothing else.
     if (call >= 16 && call < 20) {
         const uint32_t other = std::array{22050u, rate, 192000u, rate}[call - 16];
