@@ -52,13 +52,18 @@ KRL_API void korvex_downmixer_mem(uint32_t block, const uint8_t* codes, uint32_t
 
 /** Places an engine in mem, which holds as many zeroed bytes as mem reported for the same block, codes and num_out.
  *
- * block: frames per chunk, a multiple of 32. sample_rate: Hz, in the low 32 bits; rates that the limiter does not know
- * leave it at rest (korvex_ht_kvlim_set_sample_rate). codes: 256 bytes, read by this call only. Channels are read
- * by position, the first ones of a frame, so a map with empty slots in front of channels should be compacted.
- * matrix: num_out rows of one gain per channel in the map, constant while the state lives; null: the built-in mode.
+ * block: frames per chunk, a multiple of 32. sample_rate: Hz, in the low 32 bits; at a rate that the limiter does not
+ * know (korvex_ht_kvlim_set_sample_rate) the engine mixes at the same level and latency but does not limit. codes: 256
+ * bytes, read by this call only. Channels are read by position, the first ones of a frame, so a map with empty slots in
+ * front of channels should be compacted.
  *
- * Null: null mem, a map that mem refuses or that has no built-in mode, a built-in mode with more than num_out outputs,
- * a map whose repeated codes add up to another layout, a block that is not a multiple of 32. */
+ * matrix: num_out rows of one gain per channel in the map; null: the built-in mode. It stays where it is and unchanged
+ * while the state lives. Init looks for gains that are zero, of either sign: such an input is no term of its output, so
+ * that an infinite sample there does not make it NaN.
+ *
+ * Null: null mem; num_out or a map that mem refuses; a block that is not a multiple of 32; without a matrix a map that
+ * has no built-in mode, whose mode has more than num_out outputs (the memory was sized for num_out), or whose repeated
+ * codes add up to another layout. */
 KRL_API korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_rate, const uint8_t* codes,
                                                       uint32_t num_out, const float* matrix, void* mem);
 
@@ -67,17 +72,21 @@ KRL_API uint32_t korvex_downmixer_get_latency(const korvex_downmixer_state* stat
 
 /** Mixes `frames` frames, at most the block of init, and limits them: -8 dB peak, then +8 dB make-up gain. Returns 0.
  *
- * in->channel_count is set to the state's input count. in and out may be the same memory. An unknown output format
- * leaves the output untouched.
+ * in->channel_count is set to the state's input count. The buffers may share memory in any way, whatever their formats,
+ * arrangements and the block: then the whole chunk is read before the first frame is written. Samples need no alignment
+ * but what KORVEX_FORMAT_FLOAT asks for. An unknown output format leaves the output untouched.
  *
  * The limiter advances by a whole block on every call. After a chunk shorter than the block the frames behind it pass
  * through the limiter as earlier calls left them, so a stream without gaps feeds whole blocks.
  *
  * Rounding: integers convert by exact powers of two; every product is rounded, products are added in channel order;
- * results round in the current rounding mode and saturate. NaN becomes 0 in integer formats.
+ * results round in the current rounding mode and saturate. NaN becomes 0 in integer formats. Float results stay within
+ * 1 + 3 * 2^-23: the limiter's roundings can carry a peak three units in the last place past full scale. What the
+ * limiter leaves of its gain after work, and what it does to NaN and infinite samples: korla/limiter.h.
  *
- * KORVEX_FORMAT_FLOAT as the input format mixes into out itself, which is then float, has out channels and holds a
- * whole block, since the limiter works on it in place. */
+ * KORVEX_FORMAT_FLOAT as the input format mixes into out itself, which is then float whatever its format says, aligned
+ * to 4 bytes, and holds a whole block, since the limiter works on it in place. Channels of out (channel_count) that the
+ * engine has no output for become silent. */
 KRL_API int32_t korvex_downmixer_process(korvex_downmixer_state* state, korvex_downmixer_buffer* in,
                                          korvex_downmixer_buffer* out, uint32_t frames);
 

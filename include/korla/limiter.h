@@ -3,9 +3,17 @@
  * The signal is delayed by one sub-block (32, 40, 64, 128 or 256 samples) so that the gain can fall before a peak
  * arrives. Per sub-block and for all channels together the limiter finds one peak and computes one gain; a raised-sine
  * crossfade joins the gains of neighbouring sub-blocks. A slow gain adapts under lasting limiting, so that dense
- * material does not pump. The output never exceeds peak * 256 * boost by more than rounding. Principle: Giannoulis,
- * Massberg and Reiss, "Digital Dynamic Range Compressor Design", JAES 60(6), 2012 (feed-forward, look-ahead, smoothed
- * gain).
+ * material does not pump. Principle: Giannoulis, Massberg and Reiss, "Digital Dynamic Range Compressor Design", JAES
+ * 60(6), 2012 (feed-forward, look-ahead, smoothed gain).
+ *
+ * Ceiling: the output stays within peak * 256 * boost * (1 + 2^-21), which are the eight roundings from a peak to its
+ * output; samples above 1e35 * peak, whose gain is denormal, may exceed it.
+ *
+ * Rest: a gain comes back by g = a g + (1 - a), rounded to float, and stops k = floor(0.5 / (1 - a)) units of 2^-24
+ * below 1, where a step rounds to none. With a = set[2] for the slow gain and a = set[4] for the release, a limiter
+ * that has been at work ends at most k_slow + k_release units below 1 (0.0004 dB for 32 samples at 192000 Hz, less in
+ * all other cases) and stays there: it is not bit-equal to a fresh one until reset_state. After a short burst that
+ * takes 0.1 s, after an infinite sample 3 s.
  *
  * Use: query_memory, allocate, init, then the setters in any order, then process per block of block_size samples.
  *
@@ -59,7 +67,7 @@ KRL_API korvex_ht_kvlim* korvex_ht_kvlim_init(uint32_t max_channels, uint32_t su
 KRL_API void korvex_ht_kvlim_set_enable(korvex_ht_kvlim* limiter, int32_t on);
 KRL_API uint32_t korvex_ht_kvlim_get_enable(const korvex_ht_kvlim* limiter);
 
-/** The level that the limited signal keeps to, before the boost. Not checked. */
+/** The level that the limited signal keeps to, before the boost: 0, which mutes, or more. Not checked. */
 KRL_API void korvex_ht_kvlim_set_peak(korvex_ht_kvlim* limiter, float peak);
 KRL_API float korvex_ht_kvlim_get_peak(const korvex_ht_kvlim* limiter);
 
@@ -115,7 +123,7 @@ KRL_API void korvex_ht_kvlim_process(korvex_ht_kvlim* limiter, float* const* out
  *
  * NaN never counts as a peak. With in_stride 1 and a sub-block on a 32-byte boundary (strict absolute maximum), one NaN
  * hides its channel's whole sub-block from the detection; otherwise only the NaN sample itself is ignored. An infinite
- * sample drives the gain to 0. */
+ * sample drives the gain to 0 and comes out as NaN itself; the limiter recovers from both. */
 KRL_API void korvex_ht_kvlim_process_indirect(korvex_ht_kvlim* limiter, float* const* out, const float* const* detect,
                                               const float* const* in, size_t in_stride, size_t out_stride,
                                               uint32_t detect_channels);
@@ -129,7 +137,8 @@ extern KRL_API const float korvex_ht_a_kvlim_win_256[256];
 
 /** Smoothing coefficients of each sub-block length at 192000, 176400, 96000, 88200, 64000, 48000, 44100, 32000 and
  * 24000 Hz; null where a rate is not offered. A set is eight floats: slow-gain fall (two, sum 1), slow-gain recovery
- * (two, sum 1), release, an unused one, two zeros. */
+ * (two, sum 1), release, an unused one, two zeros. The first of the two and the release are what a sub-block of T ms
+ * leaves, 2^(-T / half-life) in steps of 1/32768: half-lives are 40, 160 and 5 ms. */
 extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_32[9];
 extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_40[9];
 extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_64[9];

@@ -1,7 +1,7 @@
+// Mixing: the rows of a tile, or buffers of any stride.
 #include "downmixer/mix.h"
 
-#include <cstring>
-
+#include "downmixer/layouts.h"
 #include "dsp/core/lanes.h"
 
 using namespace krl;
@@ -38,7 +38,7 @@ KRL_INLINE V mix_row(float* out, const float* gains, uint32_t used, PlanarBuffer
 } // namespace
 
 void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs) {
-    static_assert(max_inputs <= 16);
+    static_assert(max_inputs <= 8 * sizeof *used_inputs);
     for (uint32_t o = 0; o < outputs; o++) {
         uint16_t used = 0;
         for (uint32_t i = 0; i < inputs; i++)
@@ -67,23 +67,18 @@ float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32
 
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,
                  uint32_t frames) {
-    auto channel = [](const korvex_downmixer_buffer& buffer, uint32_t c) {
-        return static_cast<float*>(buffer.channels[c]);
-    };
-    if (out.stride != 1) {
-        std::memset(out.channels[0], 0, sizeof(float) * frames * out.channel_count);
-    } else {
-        for (uint32_t c = 0; c < out.channel_count; c++)
-            std::memset(out.channels[c], 0, sizeof(float) * frames);
+    for (uint32_t o = 0; o < out.channel_count; o++) {
+        auto* dst = static_cast<float*>(out.channels[o]);
+        for (size_t t = 0; t < frames; t++)
+            dst[t * out.stride] = 0.0f;
+        if (o < matrix.outputs)
+            for_each_used(matrix.used_inputs[o], [&](uint32_t i) {
+                const float gain = matrix.gains[o * matrix.inputs + i];
+                const auto* src = static_cast<const float*>(in.channels[i]);
+                for (size_t t = 0; t < frames; t++)
+                    dst[t * out.stride] += src[t * in.stride] * gain;
+            });
     }
-    for (uint32_t o = 0; o < matrix.outputs; o++)
-        for_each_used(matrix.used_inputs[o], [&](uint32_t i) {
-            const float gain = matrix.gains[o * matrix.inputs + i];
-            const float* src = channel(in, i);
-            float* dst = channel(out, o);
-            for (size_t t = 0; t < frames; t++)
-                dst[t * out.stride] += src[t * in.stride] * gain;
-        });
 }
 
 } // namespace korla::downmixer

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 
-#include "downmixer/layouts.h"
 #include "downmixer/sample_formats.h"
 #include "korla/downmixer.h"
 
@@ -13,16 +12,17 @@ struct Matrix {
     const float* gains;          // [outputs][inputs]
     const uint16_t* used_inputs; // [outputs] bit i: the gain of input i is not zero
     uint32_t outputs;
-    uint32_t inputs; // at most max_inputs
+    uint32_t inputs; // at most 16
 };
 
-// Fills in used_inputs.
+// Fills in used_inputs: a gain that is zero now is never looked at again.
 void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs);
 
 // Mixes `frames` frames, at most tile_frames, and returns the greatest magnitude that it stored; NaN does not count.
 float mix(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t frames);
 
-// Mixes between float buffers of any stride. out may not overlap in.
+// Mixes between float buffers of any stride that share no memory. Channels of out that the matrix has no row for become
+// silent.
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,
                  uint32_t frames);
 

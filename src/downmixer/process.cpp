@@ -1,75 +1,103 @@
 // One chunk: convert -> mix -> limit -> convert.
 #include <algorithm>
 
+#include "downmixer/layouts.h"
 #include "downmixer/state.h"
-#include "dsp/arith/vector_abs_max.h"
 
 namespace korla::downmixer {
 namespace {
 
-static_assert(tile_frames == limiter::short_subblock, "a tile is a sub-block of the limiter");
+// ---- through the work buffers --------------------------------------------------------------------------------------
 
-// The greatest magnitude of a tile, over all output channels.
-float peak_of_tile(PlanarBuffer rows, uint32_t channels) {
+// Tiles are mixed, limited and written back in groups, which stay in the nearest cache on their way.
+constexpr uint32_t group_frames = 256, group_tiles = group_frames / tile_frames;
+
+struct Chunk {
+    korvex_downmixer_state& state;
+    const korvex_downmixer_buffer &in, &out;
+    uint32_t frames;
+
+    // The frames of a tile that the chunk fills.
+    uint32_t frames_of_tile(uint32_t first) const { return std::min(tile_frames, frames - std::min(frames, first)); }
+};
+
+// Converts and mixes one tile. Returns the peak of all of it: behind the chunk's end, `out` still holds what the
+// limiter gave in earlier calls, and that goes through the limiter again, because the limiter always advances by a
+// whole block.
+float mix_tile(const Chunk& chunk, ReadTile read, uint32_t first) {
+    const Matrix& matrix = chunk.state.matrix;
+    const PlanarBuffer converted = chunk.state.in.from(first), mixed = chunk.state.out.from(first);
+    const uint32_t n = chunk.frames_of_tile(first);
     float peak = 0.0f;
-    for (uint32_t c = 0; c < channels; c++) {
-        const float channel_peak = krl::abs_max<krl::flex>(rows.row(c), tile_frames);
-        if (channel_peak > peak)
-            peak = channel_peak;
+    if (n > 0) {
+        read(converted, chunk.in, matrix.inputs, first, n);
+        peak = mix(mixed, matrix, converted, n);
     }
+    if (n < tile_frames)
+        for (uint32_t c = 0; c < matrix.outputs; c++)
+            peak = limiter::peak_of(mixed.row(c), tile_frames, peak);
     return peak;
 }
 
-// Through the work buffers, in two phases over groups of tiles. First every tile is converted, mixed and measured,
-// while the gain computer follows one tile behind the mixing; then every channel is delayed and faded in one run, and
-// the tiles are converted back.
-//
-// Behind a short chunk `out` still holds what the limiter gave in earlier calls. It passes through the limiter again,
-// because the limiter always advances by a whole block.
-void process_staged(korvex_downmixer_state& state, const korvex_downmixer_buffer& in,
-                    const korvex_downmixer_buffer& out, uint32_t frames) {
-    constexpr uint32_t group_frames = 256, group_tiles = group_frames / tile_frames;
-    const uint32_t inputs = state.matrix.inputs, outputs = state.matrix.outputs;
-    const ReadTile read = reader_of(in, inputs);
-    const WriteTile write = writer_of(out, outputs);
-    korvex_ht_kvlim& limiter = *state.limiter;
-
-    for (uint32_t first = 0; first < state.block; first += group_frames) {
-        const uint32_t tiles = std::min(group_frames, state.block - first) / tile_frames;
-        auto valid_frames = [&](uint32_t tile_first) {
-            return std::min(tile_frames, frames - std::min(frames, tile_first));
-        };
-
-        limiter::Fade fades[group_tiles];
-        for (uint32_t k = 0; k < tiles; k++) {
-            const uint32_t tile_first = first + k * tile_frames, n = valid_frames(tile_first);
-            const PlanarBuffer mixed = state.out.from(tile_first), converted = state.in.from(tile_first);
-            float peak = 0.0f;
-            if (n > 0) {
-                read(converted, in, inputs, tile_first, n);
-                peak = mix(mixed, state.matrix, converted, n);
-            }
-            if (n < tile_frames)
-                peak = peak_of_tile(mixed, outputs);
-            fades[k] = limiter::next_fade(limiter, peak);
-        }
-
-        for (uint32_t c = 0; c < outputs; c++)
-            limiter::fade_delayed(state.out.row(c) + first, limiter.delay + size_t{c} * tile_frames, limiter.window,
-                                  fades, tiles);
-
-        for (uint32_t k = 0; k < tiles; k++) {
-            const uint32_t tile_first = first + k * tile_frames, n = valid_frames(tile_first);
-            if (n > 0)
-                write(out, state.out.from(tile_first), outputs, tile_first, n);
-        }
-    }
+// The gain computer follows one tile behind the mixing; then all channels are delayed and faded in one run.
+void mix_and_limit(const Chunk& chunk, ReadTile read, uint32_t first, uint32_t tiles) {
+    korvex_downmixer_state& state = chunk.state;
+    limiter::Fade fades[group_tiles];
+    for (uint32_t k = 0; k < tiles; k++)
+        fades[k] = limiter::next_fade(*state.limiter, mix_tile(chunk, read, first + k * tile_frames));
+    limiter::delay_and_fade(*state.limiter, state.out.from(first).samples, state.out.row_length, fades, tiles);
 }
 
-// Float input is mixed into the caller's buffer and limited there.
-void process_in_place(korvex_downmixer_state& state, const korvex_downmixer_buffer& in,
-                      const korvex_downmixer_buffer& out, uint32_t frames) {
-    mix_strided(out, state.matrix, in, frames);
+void write_back(const Chunk& chunk, WriteTile write, uint32_t first, uint32_t tiles) {
+    for (uint32_t k = 0; k < tiles; k++, first += tile_frames)
+        if (const uint32_t n = chunk.frames_of_tile(first); n > 0)
+            write(chunk.out, chunk.state.out.from(first), chunk.state.matrix.outputs, first, n);
+}
+
+// f(first frame, tiles) for every group.
+template <class F> void for_each_group(uint32_t block, F f) {
+    for (uint32_t first = 0; first < block; first += group_frames)
+        f(first, std::min(group_frames, block - first) / tile_frames);
+}
+
+// A frame that is written back may lie over frames that are still to be read, if the buffers share memory and there is
+// more than one group. Then everything is read before the first one is written.
+void process_staged(const Chunk& chunk) {
+    const Matrix& matrix = chunk.state.matrix;
+    const uint32_t block = chunk.state.block;
+    const ReadTile read = reader_of(chunk.in, matrix.inputs);
+    const WriteTile write = writer_of(chunk.out, matrix.outputs);
+    const bool read_all_first =
+        block > group_frames && share_memory(chunk.in, matrix.inputs, chunk.out, matrix.outputs, chunk.frames);
+    for_each_group(block, [&](uint32_t first, uint32_t tiles) {
+        mix_and_limit(chunk, read, first, tiles);
+        if (!read_all_first)
+            write_back(chunk, write, first, tiles);
+    });
+    if (read_all_first)
+        for_each_group(block, [&](uint32_t first, uint32_t tiles) { write_back(chunk, write, first, tiles); });
+}
+
+// ---- in the caller's buffer ----------------------------------------------------------------------------------------
+
+// Float input is mixed into the caller's buffer and limited there; by way of the input work buffer if it shares memory
+// with the output.
+void process_direct(const Chunk& chunk) {
+    korvex_downmixer_state& state = chunk.state;
+    const uint32_t inputs = state.matrix.inputs;
+    korvex_downmixer_buffer in = chunk.in, out = chunk.out;
+    out.format = KORVEX_FORMAT_FLOAT;
+    out.channel_count = std::max(out.channel_count, state.matrix.outputs);
+    void* rows[max_inputs];
+    if (share_memory(in, inputs, out, out.channel_count, chunk.frames)) {
+        const ReadTile read = reader_of(in, inputs);
+        for (uint32_t first = 0; first < chunk.frames; first += tile_frames)
+            read(state.in.from(first), in, inputs, first, chunk.frames_of_tile(first));
+        for (uint32_t c = 0; c < inputs; c++)
+            rows[c] = state.in.row(c);
+        in = {inputs, 1, KORVEX_FORMAT_FLOAT, rows};
+    }
+    mix_strided(out, state.matrix, in, chunk.frames);
     auto* const* channels = reinterpret_cast<float* const*>(out.channels);
     korvex_ht_kvlim_process(state.limiter, channels, channels, out.stride, out.stride);
 }
@@ -80,10 +108,10 @@ void process_in_place(korvex_downmixer_state& state, const korvex_downmixer_buff
 int32_t korvex_downmixer_process(korvex_downmixer_state* state, korvex_downmixer_buffer* in,
                                  korvex_downmixer_buffer* out, uint32_t frames) {
     in->channel_count = state->matrix.inputs;
-    frames = std::min(frames, state->block);
+    const korla::downmixer::Chunk chunk = {*state, *in, *out, std::min(frames, state->block)};
     if (in->format == KORVEX_FORMAT_FLOAT)
-        korla::downmixer::process_in_place(*state, *in, *out, frames);
+        process_direct(chunk);
     else
-        korla::downmixer::process_staged(*state, *in, *out, frames);
+        process_staged(chunk);
     return 0;
 }

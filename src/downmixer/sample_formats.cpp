@@ -1,5 +1,7 @@
+// Every format by every arrangement, from slots to rows and back.
 #include "downmixer/sample_formats.h"
 
+#include <algorithm>
 #include <type_traits>
 
 #include "dsp/core/lanes.h"
@@ -214,9 +216,9 @@ KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Four four, Pai
     for (; c + 2 <= channels; c += 2)
         for (uint32_t t = 0; t < whole; t += width)
             pair(c, t);
-    for (; c < channels; c++)
-        for (uint32_t t = 0; t < whole; t++)
-            one(c, t);
+    if (c < channels) // an odd last one goes with its neighbour, once more
+        for (uint32_t t = 0; t < whole; t += width)
+            pair(c - 1, t);
     for (uint32_t t = whole; t < frames; t++)
         for (c = 0; c < channels; c++)
             one(c, t);
@@ -343,6 +345,22 @@ template <class R, class F> R with_format(uint32_t code, R otherwise, F f) {
     }
 }
 
+// The addresses from a buffer's first byte to behind its last one; none for a code without a conversion.
+struct Extent {
+    uintptr_t first, end;
+};
+Extent extent_of(const korvex_downmixer_buffer& buffer, uint32_t channels, size_t frames) {
+    const size_t slot =
+        with_format(buffer.format, size_t{0}, []<class Format>(Format) { return sizeof(typename Format::Slot); });
+    Extent extent = {UINTPTR_MAX, 0};
+    for (uint32_t c = 0; c < channels && slot != 0 && frames != 0; c++) {
+        const auto first = reinterpret_cast<uintptr_t>(buffer.channels[c]);
+        extent.first = std::min(extent.first, first);
+        extent.end = std::max(extent.end, first + ((frames - 1) * buffer.stride + 1) * slot);
+    }
+    return extent;
+}
+
 } // namespace
 
 ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
@@ -361,6 +379,12 @@ WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
             return write_planar<Format>;
         return is_packed<typename Format::Slot>(dst, channels) ? write_packed<Format> : write_scattered<Format>;
     });
+}
+
+bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,
+                  uint32_t b_channels, uint32_t frames) {
+    const Extent x = extent_of(a, a_channels, frames), y = extent_of(b, b_channels, frames);
+    return x.first < y.end && y.first < x.end;
 }
 
 } // namespace korla::downmixer

@@ -30,4 +30,8 @@ using WriteTile = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src,
 ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
 WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
 
+// True where the memory between the first and the last sample of one buffer meets that of the other.
+bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,
+                  uint32_t b_channels, uint32_t frames);
+
 } // namespace korla::downmixer

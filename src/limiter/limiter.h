@@ -1,4 +1,4 @@
-// The limiter's instance record, and the entry that the downmix engine uses.
+// The limiter's instance record, and its steps for callers inside the library.
 #pragma once
 
 #include "korla/limiter.h"
@@ -31,7 +31,12 @@ struct korvex_ht_kvlim {
 
 namespace korla::limiter {
 
-// The steps of the look-ahead mode, for a caller that finds the peaks itself and keeps its signal in rows.
+// The look-ahead mode in steps, for callers inside the library that keep their signal in rows of consecutive samples,
+// one row per channel. Per sub-block: its peak over all channels, from that the fade; then all rows are delayed and
+// faded.
+
+// The greatest magnitude among n consecutive samples and `peak`. A NaN does not count.
+float peak_of(const float* samples, uint32_t n, float peak);
 
 // Total gain, boost included, at the start and at the end of a sub-block.
 struct Fade {
@@ -41,8 +46,8 @@ struct Fade {
 // Moves the gains on by one sub-block with the given peak.
 Fade next_fade(korvex_ht_kvlim& limiter, float peak);
 
-// Delays `count` consecutive sub-blocks of 32 samples of one channel in place by one sub-block, and fades each.
-inline constexpr uint32_t short_subblock = 32;
-void fade_delayed(float* samples, float* delay, const float* window, const Fade* fades, uint32_t count);
+// Delays `count` consecutive sub-blocks by one sub-block, in place, and fades each. Row c starts at
+// rows[c * row_length]; all channels in one call, because they share the window.
+void delay_and_fade(korvex_ht_kvlim& limiter, float* rows, size_t row_length, const Fade* fades, uint32_t count);
 
 } // namespace korla::limiter

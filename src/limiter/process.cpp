@@ -1,7 +1,5 @@
 // Processing: peak of a sub-block -> gain of the sub-block -> crossfade on the delayed signal.
-#include <cstring>
-
-#include "dsp/arith/vector_abs_max.h"
+#include "dsp/core/abs_max.h"
 #include "dsp/core/block_map.h"
 #include "limiter/limiter.h"
 #include "limiter/tables.h"
@@ -17,21 +15,23 @@ constexpr float boost_scale = 256.0f; // boost is stored divided by this
 constexpr float slow_fall_threshold = 0.841400146484375f;
 constexpr float slow_fall_factor = 1.18849515914917f; // its inverse
 
+// The lesser and the greater of two numbers. A NaN in first place loses.
+KRL_INLINE float lesser(float a, float b) { return a < b ? a : b; }
+KRL_INLINE float greater(float a, float b) { return a > b ? a : b; }
+
+// ---- detection -----------------------------------------------------------------------------------------------------
+
+// By vectors, because vectors are what is loaded next: a load that spans several stores waits for all of them.
 void gather(float* dst, const float* src, size_t stride, uint32_t n) {
-    for (uint32_t i = 0; i < n; i++)
-        dst[i] = src[i * stride];
-}
-void scatter(float* dst, const float* src, size_t stride, uint32_t n) {
-    for (uint32_t i = 0; i < n; i++)
-        dst[i * stride] = src[i];
-}
-
-// A NaN sample hides its aligned sub-block and is itself ignored elsewhere, as in the entries of vec_Labs_maxLU.
-float contiguous_peak(const float* x, uint32_t n) {
-    return all_strict_aligned(x) ? abs_max<strict>(x, n) : abs_max<flex>(x, n);
+    for (uint32_t i = 0; i < n; i += lanes<f32v>, src += lanes<f32v> * stride)
+        store(dst + i, from_halves([=](int h) {
+                  const float* p = src + 4 * h * stride;
+                  return f32x4{p[0], p[stride], p[2 * stride], p[3 * stride]};
+              }));
 }
 
-// The peak of one sub-block over all detection channels. A NaN peak is not greater than anything, so it drops out here.
+// The peak of one sub-block over all detection channels. Of consecutive samples on a strict boundary, one NaN hides its
+// channel: the propagating maximum is NaN, which is not greater than anything.
 float detect_peak(const float* const* detect, uint32_t channels, size_t first, size_t stride, uint32_t n) {
     float scratch[max_subblock_length];
     float peak = 0.0f;
@@ -39,18 +39,19 @@ float detect_peak(const float* const* detect, uint32_t channels, size_t first, s
         if (!detect[c])
             continue;
         const float* x = detect[c] + first * stride;
-        if (stride != 1)
+        if (stride != 1) {
             gather(scratch, x, stride, n);
-        const float channel_peak = stride == 1 ? contiguous_peak(x, n) : abs_max<flex>(scratch, n);
-        if (channel_peak > peak)
-            peak = channel_peak;
+            peak = peak_of(scratch, n, peak);
+        } else if (all_strict_aligned(x)) {
+            peak = greater(abs_max<strict>(x, n), peak);
+        } else {
+            peak = peak_of(x, n, peak);
+        }
     }
     return peak;
 }
 
-// The lesser and the greater of two numbers.
-KRL_INLINE float lesser(float a, float b) { return a < b ? a : b; }
-KRL_INLINE float greater(float a, float b) { return a > b ? a : b; }
+// ---- gain ----------------------------------------------------------------------------------------------------------
 
 // Moves the gain state on by one sub-block whose peak is given. The order of operations fixes the rounding.
 //
@@ -60,10 +61,11 @@ void advance_gain(korvex_ht_kvlim& l, float peak) {
     const float* c = l.coefs;
     const float slow = l.slow_gain, gain = l.gain;
 
-    // The sub-block that now leaves the delay line counts as well as the new one.
+    // The sub-block that now leaves the delay line counts as well as the new one. A level below 2^-128 has no
+    // reciprocal among the floats: with peak 0 its target is infinity times zero, which counts as 0.
     const float level = greater(l.prev_peak, peak) * slow;
     const float reduced = static_cast<float>(1.0 / static_cast<double>(level)) * l.peak;
-    const float target = level > l.peak ? reduced : 1.0f;
+    const float target = level > l.peak ? (reduced == reduced ? reduced : 0.0f) : 1.0f;
 
     float least_target = target; // of this and the previous history_len sub-blocks
     for (uint32_t i = 0; i < l.history_len; i++)
@@ -71,10 +73,12 @@ void advance_gain(korvex_ht_kvlim& l, float peak) {
     l.gain_history[l.history_pos] = target;
     l.history_pos = l.history_pos + 1 == l.history_len ? 0 : l.history_pos + 1;
 
-    // Attack goes to the limit at once. Release never falls, and never rises above the limit.
+    // Attack goes to the limit at once. Release never falls, and never rises above the limit. Towards infinity, which
+    // the targets of a denormal peak can be, nothing is released.
     const float limit = target * slow;
     const bool attack = limit < gain;
-    const float released = fma(l.smooth_gain, c[release], fma(-c[release], least_target, least_target));
+    const float towards_least = fma(l.smooth_gain, c[release], fma(-c[release], least_target, least_target));
+    const float released = least_target < __builtin_inff() ? towards_least : l.smooth_gain;
     const float risen = lesser(limit, greater(slow * released, gain));
     const float smooth = attack ? target : released;
 
@@ -88,20 +92,65 @@ void advance_gain(korvex_ht_kvlim& l, float peak) {
     l.slow_gain = smooth < slow_fall_threshold ? fallen_slow : recovered_slow;
 }
 
-// The gain moves from one value to the other along the window; the order of operations fixes the rounding.
-template <class V> KRL_INLINE V faded(V y, Fade fade, V rising, V falling) {
-    return fma(falling, fade.from * y, (fade.to * y) * rising) * boost_scale;
+// ---- the look-ahead mode -------------------------------------------------------------------------------------------
+
+// Consecutive samples of `channels` channels from `first_channel` on, one channel `length` floats behind the other. out
+// may be in.
+struct Rows {
+    uint32_t first_channel, channels;
+    float* out;
+    const float* in;
+    size_t length;
+};
+
+// Delays `count` consecutive sub-blocks of every row by one sub-block and fades each: the gain moves from one value to
+// the other along the window. The order of operations fixes the rounding.
+//
+// A few columns of vectors from `column` on go through all rows and sub-blocks at a time, so that the window, and what
+// a sub-block leaves to the next one, stay in registers.
+template <int columns>
+KRL_INLINE void crossfade_columns(const korvex_ht_kvlim& l, uint32_t column, const Rows& rows, const Fade* fades,
+                                  uint32_t count) {
+    constexpr uint32_t width = lanes<f32v>;
+    const uint32_t n = l.subblock_len;
+    f32v rising[columns], falling[columns], delayed[columns];
+    for (int j = 0; j < columns; j++) {
+        const uint32_t i = column + j * width;
+        rising[j] = load<f32v>(l.window + i);
+        falling[j] = reverse(load<f32v>(l.window + n - width - i));
+    }
+    float* delay = l.delay + size_t{rows.first_channel} * n + column;
+    for (uint32_t c = 0; c < rows.channels; c++, delay += n) {
+        for (int j = 0; j < columns; j++)
+            delayed[j] = load<f32v>(delay + j * width);
+        size_t i = c * rows.length + column;
+        for (uint32_t k = 0; k < count; k++, i += n) {
+            const Fade fade = fades[k];
+            for (int j = 0; j < columns; j++) {
+                const f32v y = delayed[j];
+                delayed[j] = load<f32v>(rows.in + i + j * width);
+                store(rows.out + i + j * width,
+                      fma(falling[j], fade.from * y, (fade.to * y) * rising[j]) * boost_scale);
+            }
+        }
+        for (int j = 0; j < columns; j++)
+            store(delay + j * width, delayed[j]);
+    }
 }
 
-// Delays one channel by a sub-block and fades it. out may be in.
-void crossfade(float* out, const float* in, float* delay, const float* window, uint32_t n, Fade fade) {
-    constexpr uint32_t width = lanes<f32v>;
-    for (uint32_t i = 0; i < n; i += width) {
-        const f32v x = load<f32v>(in + i);
-        const f32v y = load<f32v>(delay + i);
-        store(delay + i, x);
-        store(out + i, faded(y, fade, load<f32v>(window + i), reverse(load<f32v>(window + n - width - i))));
-    }
+void crossfade(const korvex_ht_kvlim& l, const Rows& rows, const Fade* fades, uint32_t count) {
+    constexpr uint32_t width = lanes<f32v>, columns = 4;
+    const uint32_t n = l.subblock_len;
+    uint32_t i = 0;
+    for (; i + columns * width <= n; i += columns * width)
+        crossfade_columns<columns>(l, i, rows, fades, count);
+    for (; i < n; i += width)
+        crossfade_columns<1>(l, i, rows, fades, count);
+}
+
+void scatter(float* dst, const float* src, size_t stride, uint32_t n) {
+    for (uint32_t i = 0; i < n; i++)
+        dst[i * stride] = src[i];
 }
 
 void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detect, const float* const* in,
@@ -120,12 +169,14 @@ void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detec
                 gather(scratch, x, in_stride, n);
                 x = scratch;
             }
-            crossfade(out_stride == 1 ? y : scratch, x, l.delay + size_t{c} * n, l.window, n, fade);
+            crossfade(l, {c, 1, out_stride == 1 ? y : scratch, x, 0}, &fade, 1);
             if (out_stride != 1)
                 scatter(y, scratch, out_stride, n);
         }
     }
 }
+
+// ---- the hard-clip mode --------------------------------------------------------------------------------------------
 
 // The clamp to +-peak; NaN becomes the peak.
 template <class V> KRL_INLINE V below(V x, float peak) { return select(x < peak, x, splat<V>(peak)); }
@@ -155,6 +206,8 @@ void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* 
 
 } // namespace
 
+float peak_of(const float* samples, uint32_t n, float peak) { return greater(abs_max<flex>(samples, n), peak); }
+
 Fade next_fade(korvex_ht_kvlim& l, float peak) {
     Fade fade = {1.0f, 1.0f}; // without a sample rate the gain computer rests
     if (l.coefs) {
@@ -167,25 +220,8 @@ Fade next_fade(korvex_ht_kvlim& l, float peak) {
     return fade;
 }
 
-void fade_delayed(float* samples, float* delay, const float* window, const Fade* fades, uint32_t count) {
-    constexpr int width = lanes<f32v>, groups = short_subblock / width;
-    f32v delayed[groups], rising[groups], falling[groups];
-    for (int g = 0; g < groups; g++) {
-        delayed[g] = load<f32v>(delay + g * width);
-        rising[g] = load<f32v>(window + g * width);
-        falling[g] = reverse(load<f32v>(window + (groups - 1 - g) * width));
-    }
-    for (uint32_t k = 0; k < count; k++) {
-        const Fade fade = fades[k];
-        float* subblock = samples + size_t{k} * short_subblock;
-        for (int g = 0; g < groups; g++) {
-            const f32v y = delayed[g];
-            delayed[g] = load<f32v>(subblock + g * width);
-            store(subblock + g * width, faded(y, fade, rising[g], falling[g]));
-        }
-    }
-    for (int g = 0; g < groups; g++)
-        store(delay + g * width, delayed[g]);
+void delay_and_fade(korvex_ht_kvlim& l, float* rows, size_t row_length, const Fade* fades, uint32_t count) {
+    crossfade(l, {0, l.num_channels, rows, rows, row_length}, fades, count);
 }
 
 } // namespace korla::limiter

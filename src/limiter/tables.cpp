@@ -1,3 +1,4 @@
+// Windows and coefficients, computed at compile time.
 #include "limiter/tables.h"
 
 #include <iterator>
@@ -21,37 +22,32 @@ constexpr float window_value(int i, int n) {
 
 // ---- coefficients --------------------------------------------------------------------------------------------------
 
-constexpr krl::Table<8> set(int c0, int c2, int c4, int c5) {
-    auto unit = [](int numerator) { return static_cast<float>(numerator) / 32768.0f; };
-    return {{unit(c0), unit(32768 - c0), unit(c2), unit(32768 - c2), unit(c4), unit(c5), 0.0f, 0.0f}};
+// 2^x, by the series of the exponential function; |x| is at most 1.
+constexpr double exp2(double x) {
+    constexpr double ln_2 = 0.69314718055994530942;
+    double sum = 1.0, term = 1.0;
+    for (int n = 1; n < 20; n++)
+        sum += term *= x * ln_2 / n;
+    return sum;
 }
 
-// {slow fall, 1 - it, slow recovery, 1 - it, release, unused, 0, 0}, one set per sub-block duration T: slow fall =
-// exp(-T / 57.7 ms), slow recovery = exp(-T / 230.7 ms), release = exp(-T / 7.21 ms), unused = exp(-T / 14.4 ms), in
-// steps of 1/32768. The numbers, not the formulas, are the contract.
+// A recursion keeps 2^(-T / half-life) of its state over a sub-block of duration T, rounded to 1/32768; the rest is
+// new.
+constexpr krl::Table<8> set(double subblock_length, double rate_hz) {
+    auto kept = [=](double half_life_ms) {
+        const double steps = 32768.0 * exp2(-1000.0 * subblock_length / rate_hz / half_life_ms);
+        return static_cast<float>(static_cast<int>(steps + 0.5)) / 32768.0f;
+    };
+    const float fall = kept(40.0), recovery = kept(160.0);
+    return {{fall, 1.0f - fall, recovery, 1.0f - recovery, kept(5.0), kept(10.0), 0.0f, 0.0f}};
+}
+
+// One set per duration of a sub-block, from 0.17 to 2.7 ms. The sixth, for 32 samples at 88200 Hz and 64 at 176400, has
+// always been that of 88100.
 constexpr krl::Table<8> sets[21] = {
-    set(32673, 32744, 32020, 32392), //  0  0.1667 ms
-    set(32665, 32742, 31954, 32359), //  1  0.1814
-    set(32650, 32738, 31835, 32298), //  2  0.2083
-    set(32639, 32736, 31754, 32257), //  3  0.2268
-    set(32579, 32721, 31288, 32020), //  4  0.3333
-    set(32562, 32716, 31159, 31953), //  5  0.3628
-    set(32532, 32709, 30929, 31835), //  6  0.4167
-    set(32511, 32704, 30771, 31754), //  7  0.4535
-    set(32485, 32697, 30574, 31652), //  8  0.5000
-    set(32415, 32679, 30048, 31379), //  9  0.6250
-    set(32392, 32673, 29875, 31288), // 10  0.6667
-    set(32359, 32665, 29632, 31161), // 11  0.7256
-    set(32298, 32650, 29193, 30929), // 12  0.8333
-    set(32257, 32639, 28896, 30771), // 13  0.9070
-    set(32205, 32626, 28526, 30574), // 14  1.0000
-    set(32066, 32591, 27554, 30048), // 15  1.2500
-    set(32020, 32579, 27238, 29875), // 16  1.3333
-    set(31954, 32563, 26796, 29632), // 17  1.4512
-    set(31835, 32532, 26008, 29193), // 18  1.6667
-    set(31652, 32485, 24834, 28526), // 19  2.0000
-    set(31288, 32392, 22641, 27238), // 20  2.6667
-};
+    set(32, 192000), set(32, 176400), set(40, 192000), set(40, 176400), set(32, 96000), set(32, 88100), set(40, 96000),
+    set(40, 88200),  set(32, 64000),  set(40, 64000),  set(32, 48000),  set(32, 44100), set(40, 48000), set(40, 44100),
+    set(32, 32000),  set(40, 32000),  set(32, 24000),  set(64, 44100),  set(40, 24000), set(64, 32000), set(64, 24000)};
 
 template <int n> constexpr auto window() {
     return krl::make_table<n>([](int i) { return window_value(i, n); });

@@ -45,14 +45,22 @@ inline void from_float(uint32_t format, float x, void* slot) {
     std::memcpy(slot, value, slot_bytes(format)); // little-endian: the low bytes of an integer
 }
 
-// Sample t of channel c stands at base[c * step + t * stride], in slots.
+// Sample t of channel c stands at base[c * step + t * stride], in slots; all stand in the first `slots`.
 struct Placement {
     uint32_t format;
-    size_t stride, step;
+    size_t stride, step, slots;
     size_t offset(size_t c, size_t t) const { return (c * step + t * stride) * slot_bytes(format); }
 };
-inline Placement placement(uint32_t format, bool interleaved, size_t channels, size_t frames) {
-    return interleaved ? Placement{format, channels, 1} : Placement{format, 1, frames};
+// Frames in a wider buffer are gapped; apart are channels that each lie, with the stride of frames, in memory of their
+// own.
+enum Arrangement { planar, interleaved, gapped, apart };
+inline Placement placement(uint32_t format, int arrangement, size_t channels, size_t frames) {
+    switch (arrangement) {
+    case planar: return {format, 1, frames, frames * channels};
+    case interleaved: return {format, channels, 1, frames * channels};
+    case gapped: return {format, channels + 1, 1, frames * (channels + 1)};
+    default: return {format, channels, frames * channels, frames * channels * channels};
+    }
 }
 
 constexpr float engine_boost = std::bit_cast<float>(0x3C20C2BFu);
@@ -73,6 +81,7 @@ public:
     // KORVEX_FORMAT_FLOAT is mixed into the caller's buffer itself, which takes the place of the output work buffer.
     void process(const uint8_t* in, Placement from, uint8_t* out, Placement to, size_t frames) {
         const bool direct = from.format == KORVEX_FORMAT_FLOAT;
+        frames = std::min(frames, block_);
         for (size_t c = 0; c < inputs_; c++)
             for (size_t t = 0; t < frames; t++)
                 in_work_[t * inputs_ + c] = to_float(from.format, in + from.offset(c, t));
@@ -104,11 +113,9 @@ private:
 };
 
 // The routes that are measured when one channel at a time is hot: run(in) takes and gives 256 frames of interleaved
-// float samples. A settled 0.25 comes out as 0.25 * gain * 2^8 * boost, rounded as the crossfade rounds in its first
-// frame.
+// float samples. A settled 0.25 comes out as 0.25 * gain * 2^8 * boost.
 template <class Run> std::string measured_routes(const std::string& inputs, const std::string& outputs, Run run) {
     const auto ins = words(inputs), outs = words(outputs);
-    const float w = limiter_window(32)[0];
     std::string routes;
     for (size_t c = 0; c < ins.size(); c++) {
         std::vector<float> in(256 * ins.size());
@@ -120,11 +127,9 @@ template <class Run> std::string measured_routes(const std::string& inputs, cons
             if (const float level = out[32 * outs.size() + o]; level != 0.0f) {
                 routes += routes.back() == '>' ? "" : "+";
                 char letter = '?';
-                for (const Gain& gain : gains) {
-                    const float boosted = 0.25f * gain.value * engine_boost;
-                    if (std::fabs(level - std::fma(1.0f - w, boosted, boosted * w) * 256.0f) < 1e-7f)
+                for (const Gain& gain : gains)
+                    if (std::fabs(level - 0.25f * gain.value * 256.0f * engine_boost) < 1e-6f)
                         letter = gain.letter;
-                }
                 routes += letter + outs[o];
             }
     }

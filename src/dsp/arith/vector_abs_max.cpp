@@ -1,6 +1,7 @@
+// The exported largest magnitudes of a vector; core holds the loop, because the limiter uses it too.
 #include "korla/dsp/vector.h"
 
-#include "dsp/arith/vector_abs_max.h"
+#include "dsp/core/abs_max.h"
 
 using namespace krl;
 

@@ -1,7 +1,7 @@
 // Reductions of real vectors: sums, comparison, headroom.
 #include "dsp/core/vector_reduce.h"
 
-#include "dsp/arith/vector_abs_max.h"
+#include "dsp/core/abs_max.h"
 #include "dsp/core/exp2.h"
 #include "korla/dsp/vector.h"
 
