@@ -60,7 +60,10 @@ bool bring_up_engine(Instance& instance) {
     instance.engine_memory = nullptr;
     instance.engine = nullptr;
 
+    // A block that was refused since has left its codes here, which the kept matrix may have no columns for.
     const acli_media_format& format = instance.format;
+    if (instance.custom_matrix && downmixer::speakers_of(instance.engine_codes).count != instance.matrix_columns)
+        return false;
     uint64_t size;
     korvex_downmixer_mem(ACLI_MAX_CHUNK, instance.engine_codes, format.output_channel_count, &size);
     if (size == 0)

@@ -62,10 +62,7 @@ bool automatic_layout(uint32_t outputs, uint32_t input_heights, uint32_t& mask) 
 }
 
 // The matrix must have one column per channel of the map, so none is chosen where the class counts fewer.
-const float* explicit_matrix(const uint8_t* codes, uint32_t output_mask) {
-    uint32_t channels = 0;
-    for (int i = 0; i < ACLI_MAX_CHANNELS; i++)
-        channels += codes[i] != empty_slot;
+const float* explicit_matrix(const uint8_t* codes, uint32_t channels, uint32_t output_mask) {
     if (classify_channels(codes).total() != channels)
         return nullptr;
     return custom_matrix(channels, mask_of(codes), output_mask);
@@ -99,11 +96,12 @@ bool parse_media_format(Instance& instance, acli_media_format& block) {
 
     uint8_t outputs[ACLI_MAX_CHANNELS];
     uint32_t output_mask;
+    const uint32_t channels = downmixer::speakers_of(codes).count;
     const float* matrix = nullptr;
     if (block.explicit_layout) {
         output_mask = block.output_layout_mask;
         block.output_channel_count = list_channels(output_mask, outputs);
-        matrix = explicit_matrix(codes, output_mask);
+        matrix = explicit_matrix(codes, channels, output_mask);
     } else {
         if (korvex_downmixer_get_num_of_out_channels(codes, &block.output_channel_count) != 0)
             return false;
@@ -120,6 +118,7 @@ bool parse_media_format(Instance& instance, acli_media_format& block) {
         std::memcmp(block.input_channel_map, block.output_channel_map, sizeof block.input_channel_map) == 0;
     instance.pass_through = same_map || (block.explicit_layout && !matrix);
     instance.custom_matrix = matrix;
+    instance.matrix_columns = matrix ? static_cast<uint8_t>(channels) : uint8_t{0};
     instance.format = block;
     instance.engine_ready = 0;
     return true;
