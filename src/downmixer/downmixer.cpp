@@ -1,6 +1,7 @@
 // Configuration: from a channel map to a state in the caller's memory.
 #include "korla/downmixer.h"
 
+#include "downmixer/engine.h"
 #include "downmixer/gains.h"
 #include "downmixer/matrices.h"
 #include "downmixer/state.h"
@@ -114,3 +115,5 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
 uint32_t korvex_downmixer_get_latency(const korvex_downmixer_state* state) {
     return state && state->limiter ? korvex_ht_kvlim_get_latency(state->limiter) : 0;
 }
+
+uint32_t korla::downmixer::input_count(const korvex_downmixer_state& state) { return state.matrix.inputs; }
