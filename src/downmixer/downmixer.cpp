@@ -79,7 +79,7 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
     if (!mem)
         return nullptr;
     const Speakers speakers = speakers_of(codes);
-    if (!is_usable(speakers, num_out) || block % subblock_length != 0)
+    if (!is_usable(speakers, num_out))
         return nullptr;
     uint32_t outputs = num_out;
     if (!matrix) {
@@ -90,6 +90,8 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
             return nullptr;
         matrix = built_in.gains;
     }
+    if (block % subblock_length != 0)
+        return nullptr;
 
     char* base = krl::align_up<char>(mem, alignment);
     const Placement at(block, speakers.count, outputs);
