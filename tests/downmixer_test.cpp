@@ -144,6 +144,10 @@ TEST(DownmixerConfiguration, ExactlyTheListedLayoutsAreKnownAndOthersRefusedAndL
         EXPECT_EQ(korvex_downmixer_init(32, 48000, map_of(codes).data(), 12, nullptr, memory.data()) != nullptr,
                   usable);
         log.clear();
+        EXPECT_EQ(korvex_downmixer_init(33, 48000, map_of(codes).data(), 12, nullptr, memory.data()), nullptr);
+        EXPECT_EQ(std::exchange(log, ""),
+                  fits && !known ? "ERROR (downmixer:1056): Not supported input channel configuration\n" : "")
+            << "the layout is looked up, and missed, before the block is judged";
     }
     kpf_log_set_callback(nullptr, nullptr);
 }

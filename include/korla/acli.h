@@ -34,8 +34,7 @@ KRL_BEGIN_DECLS
 /** Channels in a map. */
 #define ACLI_MAX_CHANNELS 256
 
-/** Frames that the engine takes at once. Calls are cut into chunks of this length; see process for what that
- * means. */
+/** Frames that the engine takes at once: calls are cut into chunks of this length, as process describes. */
 #define ACLI_MAX_CHUNK 256
 
 /** Result codes of the entry points. */
@@ -61,16 +60,21 @@ enum {
     ACLI_SAMPLE_FLOAT32 = 18 /**< 32-bit float, full scale 1.0 */
 };
 
+/* clang-format off */
 /** The media format of a stream: 2088 bytes.
  *
- * Channel maps hold host channel codes 0..48; 0 is an empty slot. The common ones: 1 front left, 2 front right, 3
- * centre, 4 left surround, 5 right surround, 6 LFE, 7 back centre, 8 left back, 9 right back, 25/26 top middle
- * left/right, 35/36 top front left/right, 37/38 top back left/right. Entries beyond the channel count are 0.
+ * Channel maps hold host channel codes 0..48; 0 is an empty slot, and so are entries beyond the channel count.
+ * docs/layouts.md lists all codes; the common ones are
  *
- * Samples of a frame stand in map order. Built-in matrices assume the canonical order in which output maps are listed:
- * front left/right, centre, LFE, surrounds, backs, heights. A map with empty slots in front of channels is read by
- * position all the same: use compact maps.
+ *      1, 2   front left, right        6      LFE                     25, 26   top side left, right
+ *      3      front centre             7      back centre             35, 36   top front left, right
+ *      4, 5   side left, right         8, 9   back left, right        37, 38   top back left, right
+ *
+ * Samples of a frame stand in map order. Matrices assume the canonical order in which output maps are listed: fronts,
+ * centre, LFE, sides, backs, heights. A map with empty slots in front of channels is read by position all the same: use
+ * compact maps, and an input channel count that is the number of their channels.
  */
+/* clang-format on */
 typedef struct acli_media_format {
     uint32_t input_channel_count;                   /**< in */
     uint32_t output_channel_count;                  /**< out */
@@ -144,22 +148,35 @@ typedef struct acli_descriptor {
      * Interleaved streams hold one frame after another. Streams that are not interleaved hold, for each chunk of 256
      * frames (the last one shorter), one channel after another.
      *
-     * Latency is 32 frames, except in pass-through. Feed multiples of 256 frames: the limiter always advances by whole
-     * chunks, so a call that ends in a shorter one leaves a gap in the stream.
+     * Feed multiples of 256 frames: the limiter always advances by whole chunks, so a call that ends in a shorter one
+     * leaves a gap in the stream.
      *
-     * Pass-through (input map equal to the output map, or an explicit layout for which there is no matrix) copies
-     * frames; a frame whose input and output sizes differ is copied as far as both reach.
+     * Pass-through copies bytes frame by frame in place of mixing and limiting, as far as the input and the output
+     * frame both reach: of 7.1.4 to stereo come the first two channels. Planar data come out scrambled then, unless
+     * the channel counts are equal; keep away from it. The answered media format tells beforehand. A stream passes
+     * through when its maps are equal, or when its layout is explicit and has no matrix: when the layout has heights,
+     * or the input map two channels, more than eight, or more than one LFE.
+     *
+     * Latency is 32 frames, in pass-through none. A host that does not want to reckon sends an impulse through a fresh
+     * stream: a full-scale sample at frame 0 of one call of 256 frames comes out at frame 32 or at frame 0.
+     *
+     * in->data and out->data may be the same address while an output frame is not larger than an input frame.
+     * Otherwise the output of a chunk overwrites input of later ones: keep the buffers apart.
      *
      * -1: null handle or descriptor, no media format, output too small (nothing is written then), null data,
-     * unsupported sample format or channel map, counts that contradict the configuration, no memory. */
+     * unsupported sample format or channel map, counts that contradict the configuration, a block refused since the
+     * last accepted one (see set_param), no memory. */
     int32_t (*process)(void* handle, const acli_buffer* in, acli_buffer* out);
 
     /** Parameter ACLI_PARAM_MEDIA_FORMAT takes an acli_param_value. Any other parameter or mode does nothing.
      *
      * Returns 0 also when the block was refused; a refusal shows as output_channel_count 0: set it to 0 before the
      * call, since an automatic map without any channel is refused without writing it. Refused are layout indexes above
-     * 31 (explicit), host codes above 48, automatic layouts that the engine does not know, maps without a channel. -1:
-     * null handle, or null value or block with parameter ACLI_PARAM_MEDIA_FORMAT. */
+     * 31 (explicit), host codes above 48, automatic layouts that the engine does not know, maps without a channel. A
+     * stream that has processed, or passes through, goes on as if a refused block had not been applied; on one that has
+     * not processed since its last accepted block, process may answer -1 until another is accepted.
+     *
+     * -1: null handle, or null value or block with parameter ACLI_PARAM_MEDIA_FORMAT. */
     int32_t (*set_param)(void* handle, uint32_t param_id, uintptr_t, uintptr_t, const acli_param_value* value);
 
     int32_t (*unsupported_8)(void* handle, ...);

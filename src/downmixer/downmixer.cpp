@@ -1,8 +1,9 @@
 // Configuration: from a channel map to a state in the caller's memory.
 #include "korla/downmixer.h"
 
+#include "downmixer/engine.h"
 #include "downmixer/gains.h"
-#include "downmixer/layouts.h"
+#include "downmixer/matrices.h"
 #include "downmixer/state.h"
 #include "dsp/core/align.h"
 #include "korla/diag.h"
@@ -19,15 +20,15 @@ constexpr size_t alignment = 32;
 constexpr const char* log_file = "downmixer";
 enum LogLine : int32_t { log_speakers_mask = 575, log_downmix_mode = 582, log_not_supported = 1056 };
 
-Mode supported_mode_of(uint64_t mask) {
-    const Mode mode = mode_of(mask);
-    if (!mode.matrix)
+LayoutMatrix known_matrix(SpeakerSet inputs) {
+    const LayoutMatrix matrix = automatic_matrix(inputs);
+    if (!matrix.gains)
         kpf_log(KPF_LOG_ERROR, log_file, log_not_supported, "Not supported input channel configuration");
-    return mode;
+    return matrix;
 }
 
 bool is_usable(const Speakers& speakers, uint32_t num_out) {
-    return speakers.mask != 0 && speakers.count <= max_inputs && num_out > 0 && num_out <= max_outputs;
+    return speakers.set != SpeakerSet{} && speakers.count <= max_inputs && num_out > 0 && num_out <= max_outputs;
 }
 
 // The placement of everything behind the aligned start of the caller's memory: state, both work buffers (aligned, since
@@ -55,13 +56,13 @@ static_assert(sizeof(korvex_downmixer_state) + 2 * (alignment - 1) <= 233 + 14);
 
 int32_t korvex_downmixer_get_num_of_out_channels(const uint8_t* codes, uint32_t* num_out) {
     const Speakers speakers = speakers_of(codes);
-    if (speakers.mask == 0) {
+    if (speakers.set == SpeakerSet{}) {
         kpf_log(KPF_LOG_ERROR, log_file, log_speakers_mask, "Calling get_speakers_mask failed");
         return -1;
     }
-    const Mode mode = supported_mode_of(speakers.mask);
-    *num_out = mode.outputs;
-    if (!mode.matrix) {
+    const LayoutMatrix matrix = known_matrix(speakers.set);
+    *num_out = matrix.outputs.count();
+    if (!matrix.gains) {
         kpf_log(KPF_LOG_ERROR, log_file, log_downmix_mode, "Calling calculate_proper_downmix_mode failed");
         return -1;
     }
@@ -78,19 +79,19 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
     if (!mem)
         return nullptr;
     const Speakers speakers = speakers_of(codes);
-    if (!is_usable(speakers, num_out) || block % subblock_length != 0)
+    if (!is_usable(speakers, num_out))
         return nullptr;
     uint32_t outputs = num_out;
     if (!matrix) {
-        const Mode mode = supported_mode_of(speakers.mask);
-        // The memory was sized for num_out. The matrix has one column per bit of the mask, which repeated codes can set
-        // to that of another layout.
-        const auto columns = static_cast<uint32_t>(__builtin_popcountll(speakers.mask));
-        if (!mode.matrix || mode.outputs > num_out || columns != speakers.count)
+        const LayoutMatrix built_in = known_matrix(speakers.set);
+        outputs = built_in.outputs.count();
+        // The memory was sized for num_out; repeated codes can add up to a layout of fewer channels than the map has.
+        if (!built_in.gains || outputs > num_out || built_in.inputs.count() != speakers.count)
             return nullptr;
-        matrix = mode.matrix;
-        outputs = mode.outputs;
+        matrix = built_in.gains;
     }
+    if (block % subblock_length != 0)
+        return nullptr;
 
     char* base = krl::align_up<char>(mem, alignment);
     const Placement at(block, speakers.count, outputs);
@@ -116,3 +117,5 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
 uint32_t korvex_downmixer_get_latency(const korvex_downmixer_state* state) {
     return state && state->limiter ? korvex_ht_kvlim_get_latency(state->limiter) : 0;
 }
+
+uint32_t korla::downmixer::input_count(const korvex_downmixer_state& state) { return state.matrix.inputs; }

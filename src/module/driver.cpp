@@ -3,30 +3,23 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "downmixer/state.h"
+#include "downmixer/engine.h"
+#include "downmixer/speakers.h"
 #include "module/instance.h"
 
 namespace korla::module {
 namespace {
 
-uint32_t bytes_per_sample(uint32_t engine_format) {
-    switch (engine_format) {
-    case KORVEX_FORMAT_INT16: return 2;
-    case 1:
-    case 2: return 1;
-    case KORVEX_FORMAT_INT32_IN_64:
-    case KORVEX_FORMAT_DOUBLE: return 8;
-    default: return 4;
-    }
-}
-
-// False: the engine takes no such format from a host.
-bool engine_format_of_host(uint32_t host_format, uint32_t& engine_format) {
+struct SampleFormat {
+    uint32_t engine_format;
+    uint64_t bytes; // per sample; 0: the engine takes no such format from a host
+};
+SampleFormat sample_format_of(uint32_t host_format) {
     switch (host_format) {
-    case ACLI_SAMPLE_INT16: engine_format = KORVEX_FORMAT_INT16; return true;
-    case ACLI_SAMPLE_INT32: engine_format = KORVEX_FORMAT_INT32; return true;
-    case ACLI_SAMPLE_FLOAT32: engine_format = KORVEX_FORMAT_FLOAT_STAGED; return true;
-    default: return false;
+    case ACLI_SAMPLE_INT16: return {KORVEX_FORMAT_INT16, 2};
+    case ACLI_SAMPLE_INT32: return {KORVEX_FORMAT_INT32, 4};
+    case ACLI_SAMPLE_FLOAT32: return {KORVEX_FORMAT_FLOAT_STAGED, 4};
+    default: return {};
     }
 }
 
@@ -39,19 +32,22 @@ int32_t frames_of(const acli_buffer& in) {
 }
 
 // Copies whole input frames to output frame positions, as far as both reach.
-void copy_frames(const acli_media_format& format, uint64_t sample_bytes, const acli_buffer& in, acli_buffer& out,
-                 uint64_t frames) {
+bool copy_frames(const acli_media_format& format, uint64_t sample_bytes, uint64_t frames, const acli_buffer& in,
+                 const acli_buffer& out) {
+    if (!in.data || !out.data)
+        return false;
     const uint64_t in_frame = sample_bytes * format.input_channel_count;
     const uint64_t out_frame = sample_bytes * format.output_channel_count;
     const auto* src = static_cast<const char*>(in.data);
     auto* dst = static_cast<char*>(out.data);
     if (in_frame == out_frame) {
         std::memmove(dst, src, std::min<uint64_t>(frames * in_frame, in.bytes));
-        return;
+        return true;
     }
     const uint64_t copied = std::min(in_frame, out_frame);
     for (uint64_t t = 0; t < frames && t * in_frame < in.bytes; t++)
         std::memmove(dst + t * out_frame, src + t * in_frame, std::min(copied, in.bytes - t * in_frame));
+    return true;
 }
 
 // Sizes, allocates and initialises the engine for the applied configuration.
@@ -60,7 +56,10 @@ bool bring_up_engine(Instance& instance) {
     instance.engine_memory = nullptr;
     instance.engine = nullptr;
 
+    // A block that was refused since has left its codes here, which the kept matrix may have no columns for.
     const acli_media_format& format = instance.format;
+    if (instance.custom_matrix && downmixer::speakers_of(instance.engine_codes).count != instance.matrix_columns)
+        return false;
     uint64_t size;
     korvex_downmixer_mem(ACLI_MAX_CHUNK, instance.engine_codes, format.output_channel_count, &size);
     if (size == 0)
@@ -80,76 +79,70 @@ bool bring_up_engine(Instance& instance) {
     return true;
 }
 
-// Points one channel pointer at each channel of a chunk of `size` bytes. False: a planar chunk that does not divide.
-bool set_channel_pointers(char* base, korvex_downmixer_buffer& buffer, uint64_t size) {
-    uint64_t step = bytes_per_sample(buffer.format);
-    if (buffer.channel_count > buffer.stride) { // one channel after another
-        step = size / buffer.channel_count;
-        if (step * buffer.channel_count != size)
-            return false;
-    }
-    for (uint32_t i = 0; i < buffer.channel_count; i++)
-        buffer.channels[i] = base + i * step;
-    return true;
-}
+// One side of a call, as the engine is shown it chunk by chunk.
+struct Side {
+    korvex_downmixer_buffer buffer;
+    char* next; // where the next chunk begins
+    uint64_t sample_bytes;
 
-korvex_downmixer_buffer describe(uint32_t channels, bool interleaved, uint32_t engine_format, void** pointers) {
-    return {channels, interleaved ? channels : 1, engine_format, pointers};
+    Side(uint32_t channels, bool interleaved, SampleFormat format, void** pointers, void* data)
+        : buffer{channels, interleaved ? channels : 1, format.engine_format, pointers}, next(static_cast<char*>(data)),
+          sample_bytes(format.bytes) {}
+
+    // Points at the channels of the next frames. They stand beside each other, or one run behind the other.
+    void take(uint64_t frames) {
+        const uint64_t step = buffer.channel_count > buffer.stride ? frames * sample_bytes : sample_bytes;
+        for (uint32_t i = 0; i < buffer.channel_count; i++)
+            buffer.channels[i] = next + i * step;
+        next += frames * sample_bytes * buffer.channel_count;
+    }
+};
+
+bool mix_frames(Instance& instance, uint64_t frames, const acli_buffer& in, const acli_buffer& out) {
+    const acli_media_format& format = instance.format;
+    if (!instance.engine_ready && !bring_up_engine(instance))
+        return false;
+    const SampleFormat sample = sample_format_of(format.sample_format);
+    if (!in.data || !out.data || !sample.bytes)
+        return false;
+
+    // What the host says of the buffer must agree with what the stream was configured for.
+    if (format.input_channel_count > ACLI_MAX_CHANNELS ||
+        format.input_channel_count < downmixer::input_count(*instance.engine) ||
+        frames * sample.bytes * format.input_channel_count > in.bytes ||
+        frames * sample.bytes * format.output_channel_count > out.bytes)
+        return false;
+
+    Side source(format.input_channel_count, format.interleaved, sample, instance.input_channels, in.data);
+    Side target(format.output_channel_count, format.interleaved, sample, instance.output_channels, out.data);
+    while (frames > 0) {
+        const uint64_t n = std::min<uint64_t>(frames, ACLI_MAX_CHUNK);
+        source.take(n);
+        target.take(n);
+        // Sets the channel count of the source to the engine's own, by which later chunks are taken.
+        if (korvex_downmixer_process(instance.engine, &source.buffer, &target.buffer, static_cast<uint32_t>(n)) != 0)
+            return false;
+        frames -= n;
+    }
+    return true;
 }
 
 } // namespace
 
 bool process(Instance& instance, const acli_buffer& in, acli_buffer& out) {
-    const acli_media_format& format = instance.format;
-    const int32_t signed_frames = frames_of(in);
-    if (signed_frames < 0)
+    const int32_t frames = frames_of(in);
+    if (frames < 0)
         return false;
-    uint64_t frames = static_cast<uint32_t>(signed_frames);
+    const auto count = static_cast<uint64_t>(frames);
     const uint64_t sample_bytes = in.bits_per_sample / 8;
-    const uint64_t produced = sample_bytes * frames * format.output_channel_count;
+    const uint64_t produced = sample_bytes * count * instance.format.output_channel_count;
     if (produced > out.bytes)
         return false;
-
-    if (instance.pass_through) {
-        if (!in.data || !out.data)
-            return false;
-        copy_frames(format, sample_bytes, in, out, frames);
+    const bool done = instance.pass_through ? copy_frames(instance.format, sample_bytes, count, in, out)
+                                            : mix_frames(instance, count, in, out);
+    if (done)
         out.bytes = static_cast<uint32_t>(produced);
-        return true;
-    }
-
-    if (!instance.engine_ready && !bring_up_engine(instance))
-        return false;
-    uint32_t engine_format;
-    if (!in.data || !out.data || !instance.engine || !engine_format_of_host(format.sample_format, engine_format))
-        return false;
-
-    // What the host says of the buffer must agree with what the stream was configured for.
-    const uint64_t slot = bytes_per_sample(engine_format);
-    if (format.input_channel_count > ACLI_MAX_CHANNELS || format.input_channel_count < instance.engine->matrix.inputs ||
-        frames * slot * format.input_channel_count > in.bytes ||
-        frames * slot * format.output_channel_count > out.bytes)
-        return false;
-
-    korvex_downmixer_buffer input =
-        describe(format.input_channel_count, format.interleaved, engine_format, instance.input_channels);
-    korvex_downmixer_buffer output =
-        describe(format.output_channel_count, format.interleaved, engine_format, instance.output_channels);
-    auto* src = static_cast<char*>(in.data);
-    auto* dst = static_cast<char*>(out.data);
-    while (frames > 0) {
-        const uint64_t n = std::min<uint64_t>(frames, ACLI_MAX_CHUNK);
-        const uint64_t in_bytes = n * slot * input.channel_count;
-        const uint64_t out_bytes = n * slot * output.channel_count;
-        if (!set_channel_pointers(src, input, in_bytes) || !set_channel_pointers(dst, output, out_bytes) ||
-            korvex_downmixer_process(instance.engine, &input, &output, static_cast<uint32_t>(n)) != 0)
-            return false;
-        src += in_bytes;
-        dst += out_bytes;
-        frames -= n;
-    }
-    out.bytes = static_cast<uint32_t>(produced);
-    return true;
+    return done;
 }
 
 } // namespace korla::module
