@@ -6,6 +6,7 @@
 
 #include "error.h"
 #include "report.h"
+#include "transfer.h"
 
 using namespace host;
 

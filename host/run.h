@@ -38,8 +38,4 @@ struct RunReport {
 // Throws Error.
 RunReport run(const RunOptions& options);
 
-// Set by a signal handler: the run in progress gives up.
-void interrupt(int signal);
-int interrupted();
-
 } // namespace host
