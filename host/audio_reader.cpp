@@ -78,6 +78,7 @@ SampleFormat AudioReader::natural_samples() const {
     return bits == 0 ? SampleFormat::f32 : bits <= 16 ? SampleFormat::s16 : SampleFormat::s32;
 }
 
+// libsndfile would cut off the bits that are too many.
 size_t AudioReader::read_rounded(SampleFormat samples, std::byte* data, size_t frames) {
     exact_.resize(frames * channels());
     const auto got = static_cast<size_t>(sf_readf_double(file_.get(), exact_.data(), static_cast<sf_count_t>(frames)));
@@ -98,7 +99,7 @@ size_t AudioReader::read(SampleFormat samples, std::byte* data, size_t frames) {
         got = static_cast<size_t>(sf_readf_float(file_.get(), reinterpret_cast<float*>(data), wanted));
     else if (samples == SampleFormat::s32 && bits > 0)
         got = static_cast<size_t>(sf_readf_int(file_.get(), reinterpret_cast<int*>(data), wanted));
-    else if (samples == SampleFormat::s16 && bits > 0)
+    else if (samples == SampleFormat::s16 && bits > 0 && bits <= 16)
         got = static_cast<size_t>(sf_readf_short(file_.get(), reinterpret_cast<short*>(data), wanted));
     else
         got = read_rounded(samples, data, frames);

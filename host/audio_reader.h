@@ -1,5 +1,5 @@
-// Audio files that come in, by libsndfile, with what it leaves to its caller: files that are cut short are noticed, and
-// the channels' speakers are known.
+// Audio files that come in, by libsndfile, with what it leaves to its caller: files that are cut short are noticed, the
+// channels' speakers are known, and what has too many bits is rounded.
 #pragma once
 
 #include <sndfile.h>

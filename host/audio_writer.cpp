@@ -37,7 +37,6 @@ AudioWriter::AudioWriter(const std::string& path, const AudioReader& like, Sampl
         unlink(part_.c_str());
         fail(sf_strerror(nullptr));
     }
-    sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     speakers_kept_ = mark_speakers(file_.get(), info_, mask);
 }
 
@@ -104,6 +103,11 @@ void AudioWriter::write(SampleFormat samples, const std::byte* data, size_t fram
     sf_count_t written = 0;
     if (samples == SampleFormat::s16) {
         written = sf_writef_short(file_.get(), reinterpret_cast<const short*>(data), count);
+    } else if (integer_bits(info_.format) == 24) { // libsndfile would cut off what is too much
+        rounded_.resize(frames * static_cast<size_t>(info_.channels));
+        for (size_t i = 0; i < rounded_.size(); i++)
+            rounded_[i] = quantised(sample_value(data, samples, i), 24) * 256;
+        written = sf_writef_int(file_.get(), rounded_.data(), count);
     } else if (samples == SampleFormat::s32) {
         written = sf_writef_int(file_.get(), reinterpret_cast<const int*>(data), count);
     } else {

@@ -34,6 +34,7 @@ private:
     SF_INFO info_{};
     SoundFile file_;
     bool speakers_kept_ = false;
+    std::vector<int> rounded_;
     uint64_t bytes_ = 0;
 };
 
