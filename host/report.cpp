@@ -126,6 +126,13 @@ Json matrix_json(const RunReport& r) {
     return matrix;
 }
 
+Json placement_json(const Placement& placement) {
+    Json moved = Json::array();
+    for (const Placement::Moved& m : placement.moved)
+        moved.push_back({{"channel", speaker_name(m.speaker)}, {"heard_from", names(m.heard_from)}});
+    return {{"lost", names(placement.lost)}, {"misplaced", moved}};
+}
+
 Json stream_json(const RunReport& r) {
     return {{"sample_rate", r.stream.sample_rate},      {"frames", r.frames},
             {"samples", format_name(r.stream.samples)}, {"planar", r.stream.planar},
@@ -169,6 +176,7 @@ std::string json(const RunReport& r) {
         {"worst_case",
          {{"output", speaker_name(r.stream_output_map[worst])},
           {"gain_db", number(decibels(r.module.row_sum(worst)))}}},
+        {"speakers", placement_json(r.placement)},
         {"levels",
          {{"input", levels_json(r.input_map, r.input_levels)}, {"output", levels_json(r.output_map, r.output_levels)}}},
         {"speed", speed_json(r)},

@@ -62,6 +62,7 @@ RunReport plan(const RunOptions& options, const Module& module, const AudioReade
                      parse_samples(options.samples, reader), options.planar, parse_layout(options.layout)};
     report.stream_output_map = Stream(module).configure(report.stream).map;
     report.module = measure(module, report.stream);
+    report.placement = placement(report.stream.input, report.stream_output_map, report.module);
     if (options.planar && report.module.pass_through && report.stream.input.size() != report.stream_output_map.size())
         throw Error(Status::layout, "the module has no matrix from this input to this layout and copies frames, which "
                                     "scrambles planar data of another channel count; leave out --planar or choose "
@@ -92,6 +93,12 @@ void say_how_it_mixes(RunReport& report) {
                         "%s Hz",
                         report.stream.sample_rate, rates.c_str()));
     }
+    if (!report.placement.lost.empty())
+        say("lost: " + speaker_names(report.placement.lost, ", ") + " of the input come" +
+            (report.placement.lost.size() == 1 ? "s" : "") + " out of no speaker");
+    for (const Placement::Moved& moved : report.placement.moved)
+        say("misplaced: " + speaker_name(moved.speaker) + " of the input comes out of " +
+            speaker_names(moved.heard_from, " and "));
 }
 
 void say_what_the_file_names(RunReport& report, const AudioWriter& writer, bool top_pair_renamed) {

@@ -7,6 +7,7 @@
 #include "levels.h"
 #include "measure.h"
 #include "module.h"
+#include "placement.h"
 
 namespace host {
 
@@ -29,6 +30,7 @@ struct RunReport {
     ChannelMap stream_output_map;     // in canonical order, rows of the matrix
     uint32_t output_mask = 0;         // WAVE_FORMAT_EXTENSIBLE
     Measurement module;
+    Placement placement;
     uint64_t frames = 0;
     std::vector<Level> input_levels, output_levels; // in file order
     double module_seconds = 0.0, total_seconds = 0.0;
