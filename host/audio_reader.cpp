@@ -83,6 +83,7 @@ size_t AudioReader::read_rounded(SampleFormat samples, std::byte* data, size_t f
     exact_.resize(frames * channels());
     const auto got = static_cast<size_t>(sf_readf_double(file_.get(), exact_.data(), static_cast<sf_count_t>(frames)));
     for (size_t i = 0; i < got * channels(); i++) {
+        clipped_ += exceeds_full_scale(exact_[i]);
         if (samples == SampleFormat::s16)
             reinterpret_cast<int16_t*>(data)[i] = static_cast<int16_t>(quantised(exact_[i], 16));
         else

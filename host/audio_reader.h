@@ -40,6 +40,9 @@ public:
     // Up to `frames` interleaved frames; fewer at the end. Throws Error.
     size_t read(SampleFormat samples, std::byte* data, size_t frames);
 
+    // Samples so far that were above full scale and had to become integers.
+    uint64_t clipped() const { return clipped_; }
+
 private:
     size_t read_rounded(SampleFormat samples, std::byte* data, size_t frames);
 
@@ -48,7 +51,7 @@ private:
     SF_INFO info_{};
     SoundFile file_;
     std::vector<double> exact_;
-    uint64_t read_ = 0;
+    uint64_t read_ = 0, clipped_ = 0;
 };
 
 } // namespace host

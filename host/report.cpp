@@ -28,7 +28,8 @@ Json levels_json(const ChannelMap& map, const std::vector<Level>& levels) {
     for (size_t c = 0; c < map.size(); c++)
         list.push_back({{"channel", speaker_name(map[c])},
                         {"peak_dbfs", number(decibels(levels[c].peak))},
-                        {"rms_dbfs", number(decibels(levels[c].rms))}});
+                        {"rms_dbfs", number(decibels(levels[c].rms))},
+                        {"above_full_scale", levels[c].over}});
     return list;
 }
 
@@ -36,13 +37,16 @@ std::string level_text(double level) { return level > 0.0 ? format_text("%8.1f",
 
 std::string levels_text(const char* title, const ChannelMap& map, const std::vector<Level>& levels) {
     std::string head = format_text("%-14s", title), peak = format_text("%-14s", "  peak dBFS"),
-                rms = format_text("%-14s", "  RMS dBFS");
+                rms = format_text("%-14s", "  RMS dBFS"), over = format_text("%-14s", "  above 0 dBFS");
+    bool any_over = false;
     for (size_t c = 0; c < map.size(); c++) {
         head += format_text("%8s", speaker_name(map[c]).c_str());
         peak += level_text(levels[c].peak);
         rms += level_text(levels[c].rms);
+        over += format_text("%8llu", static_cast<unsigned long long>(levels[c].over));
+        any_over = any_over || levels[c].over > 0;
     }
-    return head + "\n" + peak + "\n" + rms + "\n";
+    return head + "\n" + peak + "\n" + rms + "\n" + (any_over ? over + "\n" : "");
 }
 
 size_t worst_row(const Measurement& module) {
@@ -100,7 +104,10 @@ std::string worst_case_text(const RunReport& r) {
                     speaker_name(r.stream_output_map[worst]).c_str());
     if (r.module.row_sum(worst) <= 1.001)
         return text + "\n";
-    return text + "; the limiter takes what exceeds full scale\n";
+    if (r.limiter_works)
+        return text + "; the limiter takes what exceeds full scale\n";
+    return text + format_text("; nothing limits at %u Hz, what exceeds full scale is %s\n", r.stream.sample_rate,
+                              r.integer_output ? "clipped" : "kept");
 }
 
 std::string speed_text(const RunReport& r) {
@@ -170,6 +177,7 @@ std::string json(const RunReport& r) {
           {"channel_mask", r.output_mask}}},
         {"stream", stream_json(r)},
         {"pass_through", r.module.pass_through},
+        {"limiter_works", r.limiter_works},
         {"latency",
          {{"frames", r.module.latency_frames}, {"ms", r.module.latency_frames * 1000.0 / r.stream.sample_rate}}},
         {"matrix", matrix_json(r)},
@@ -179,6 +187,7 @@ std::string json(const RunReport& r) {
         {"speakers", placement_json(r.placement)},
         {"levels",
          {{"input", levels_json(r.input_map, r.input_levels)}, {"output", levels_json(r.output_map, r.output_levels)}}},
+        {"clipped_on_reading", r.clipped_on_reading},
         {"speed", speed_json(r)},
         {"notices", r.notices},
     });

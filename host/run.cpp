@@ -62,6 +62,7 @@ RunReport plan(const RunOptions& options, const Module& module, const AudioReade
                      parse_samples(options.samples, reader), options.planar, parse_layout(options.layout)};
     report.stream_output_map = Stream(module).configure(report.stream).map;
     report.module = measure(module, report.stream);
+    report.limiter_works = limiter_works_at(report.stream.sample_rate);
     report.placement = placement(report.stream.input, report.stream_output_map, report.module);
     if (options.planar && report.module.pass_through && report.stream.input.size() != report.stream_output_map.size())
         throw Error(Status::layout, "the module has no matrix from this input to this layout and copies frames, which "
@@ -85,7 +86,7 @@ void say_how_it_mixes(RunReport& report) {
     auto say = [&](const std::string& text) { report.notices.push_back(text); };
     if (report.module.pass_through)
         say(how_it_copies(report.stream.input, report.stream_output_map));
-    if (!report.module.pass_through && !limiter_works_at(report.stream.sample_rate)) {
+    if (!report.module.pass_through && !report.limiter_works) {
         std::string rates;
         for (uint32_t rate : limiter_rates)
             rates += format_text("%s%u", rates.empty() ? "" : ", ", rate);
@@ -110,6 +111,22 @@ void say_what_the_file_names(RunReport& report, const AudioWriter& writer, bool 
                                  speaker_names(report.output_map));
 }
 
+void say_what_was_clipped(RunReport& report) {
+    auto say = [&](uint64_t samples, const char* of, const char* what) {
+        if (samples > 0)
+            report.notices.push_back(
+                format_text("%llu %s above full scale, which %s", static_cast<unsigned long long>(samples), of, what));
+    };
+    say(report.clipped_on_reading, "samples of the input are", "the stream's integers clip");
+    uint64_t over = 0;
+    for (const Level& level : report.output_levels)
+        over += level.over;
+    say(over, "samples of the output are",
+        report.integer_output ? "its integers clip" : "the file keeps and a player will clip");
+    if (report.frames == 0)
+        report.notices.push_back("the input holds no frames, and so does the output");
+}
+
 // The stream itself, with its meters.
 void run_stream(RunReport& report, Stream& stream, AudioReader& reader, AudioWriter& writer,
                 const std::vector<size_t>& to_file) {
@@ -125,14 +142,24 @@ void run_stream(RunReport& report, Stream& stream, AudioReader& reader, AudioWri
     processor.process = [&](auto in, auto out, size_t frames) { stream.process(in, out, frames); };
 
     LevelMeter input_meter(report.input_map.size()), output_meter(report.output_map.size());
+    ClippingMeter clipping(report.module, processor.to_stream, samples);
+    const bool module_clips = samples != SampleFormat::f32 && !report.limiter_works && !report.module.pass_through;
     const Transferred done = transfer(
-        reader, writer, processor, [&](auto data, size_t frames) { input_meter.add(data, frames, samples); },
+        reader, writer, processor,
+        [&](auto data, size_t frames) {
+            input_meter.add(data, frames, samples);
+            if (module_clips)
+                clipping.add(data, frames);
+        },
         [&](auto data, size_t frames) { output_meter.add(data, frames, samples); });
 
     report.frames = done.frames;
     report.module_seconds = done.process_seconds;
     report.input_levels = input_meter.levels();
     report.output_levels = output_meter.levels();
+    for (size_t c = 0; c < to_file.size(); c++)
+        report.output_levels[c].over += clipping.over()[to_file[c]];
+    report.clipped_on_reading = reader.clipped();
 }
 
 } // namespace
@@ -151,11 +178,13 @@ RunReport run(const RunOptions& options) {
     report.output_mask = order.mask;
     AudioWriter writer(options.output, reader, report.stream.samples, order.mask);
     report.output_format = format_description(writer.format());
+    report.integer_output = integer_bits(writer.format()) > 0;
     say_how_it_mixes(report);
     say_what_the_file_names(report, writer, order.top_pair_renamed);
 
     run_stream(report, stream, reader, writer, order.order);
     writer.commit();
+    say_what_was_clipped(report);
     report.total_seconds = seconds_since(start);
     return report;
 }

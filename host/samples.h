@@ -37,6 +37,9 @@ inline double sample_value(const std::byte* buffer, SampleFormat f, size_t i) {
     }
 }
 
+// A millionth is left to rounding: to the limiter's, and to that of measured gains.
+inline bool exceeds_full_scale(double x) { return std::fabs(x) > 1.0 + 0x1p-20; }
+
 // The nearest integer of so many bits, ties to even, so that rounding has no mean; NaN is silence.
 inline int32_t quantised(double x, int bits) {
     const double scale = std::ldexp(1.0, bits - 1);
