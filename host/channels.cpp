@@ -135,12 +135,13 @@ FileOrder file_order(const ChannelMap& map) {
 }
 
 std::optional<uint32_t> parse_layout(const std::string& text) {
-    if (text == "auto")
+    const std::string name = in_upper_case(text);
+    if (name == "AUTO")
         return std::nullopt;
-    if (text == "stereo")
+    if (name == "STEREO")
         return 0;
     for (uint32_t i = 0; i < layout_count; i++)
-        if (text == layout_names[i] || text == std::to_string(i))
+        if (name == layout_names[i] || name == std::to_string(i))
             return i;
     throw Error(Status::layout, "unknown layout '" + text + "'; use auto, stereo, a name such as 5.1 or 7.1.4, or an " +
                                     "index 0..31 ('korla-host layouts' lists them)");

@@ -54,7 +54,7 @@ template <class T> std::vector<T> reordered(const std::vector<T>& values, const 
     return result;
 }
 
-// Reads "auto" (nothing), "stereo", "5.1", "7.1.4", ... or an index. Throws Error.
+// Reads "auto" (nothing), "stereo", "5.1", "7.1.4", ... in either case, or an index. Throws Error.
 std::optional<uint32_t> parse_layout(const std::string& text);
 
 // Every speaker set that can be put together from these pairs and single speakers, in canonical order.
