@@ -1,3 +1,4 @@
+// Timing the module over block sizes and formats.
 #include "bench.h"
 
 #include <algorithm>

@@ -13,14 +13,15 @@ enum class Status {
     library = 3,    // the library cannot be loaded or is not the module
     input = 4,      // the input file is missing, no audio, damaged or cut short
     layout = 5,     // a channel map or layout that cannot be served
-    output = 6,     // the output file cannot be written
+    output = 6,     // the output file, or the report, cannot be written
     processing = 7, // the module failed on accepted settings
 };
 
 inline constexpr const char* status_help =
-    "Exit status: 0 success, 2 wrong command line, 3 library not usable, 4 input file not usable (missing, no audio,\n"
-    "cut short), 5 unsupported channel map or layout, 6 output file not writable, 7 the module failed,\n"
-    "128 + number for an interrupting signal. A failed run leaves no output file and does not touch an older one.";
+    "Exit status: 0 success, 2 wrong command line, 3 library not usable, 4 input file not usable (missing, not audio,\n"
+    "damaged, cut short), 5 unsupported channel map or layout, 6 output file or report not writable, 7 the module\n"
+    "failed, 128 + number for an interrupting signal. A failed run leaves no output file and does not touch an older\n"
+    "one; when nothing but the report fails, the file is complete.";
 
 class Error : public std::runtime_error {
 public:

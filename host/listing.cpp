@@ -1,3 +1,4 @@
+// Asking the module about itself and about every layout.
 #include "listing.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Measuring a stream by impulses.
 #include "measure.h"
 
 #include <cmath>

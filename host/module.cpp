@@ -1,3 +1,4 @@
+// Loading the module, and one stream through it.
 #include "module.h"
 
 #include <dlfcn.h>
@@ -97,7 +98,7 @@ StreamOutput Stream::configure(const StreamFormat& wanted) {
     const auto output = send(wanted, ACLI_MODE_APPLY);
     if (!output && wanted.layout)
         throw Error(Status::layout,
-                    format_text("the module refuses layout %s for this input", layout_name(*wanted.layout)));
+                    format_text("the module refuses layout %s for this input", layout_names[*wanted.layout]));
     if (!output)
         throw Error(Status::layout, "the module has no automatic layout for the input " + speaker_names(wanted.input) +
                                         "; choose one with --layout, or name the channels with --map "

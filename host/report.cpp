@@ -1,3 +1,4 @@
+// Reports as text and as JSON.
 #include "report.h"
 
 #include <algorithm>
@@ -27,7 +28,8 @@ Json levels_json(const ChannelMap& map, const std::vector<Level>& levels) {
     for (size_t c = 0; c < map.size(); c++)
         list.push_back({{"channel", speaker_name(map[c])},
                         {"peak_dbfs", number(decibels(levels[c].peak))},
-                        {"rms_dbfs", number(decibels(levels[c].rms))}});
+                        {"rms_dbfs", number(decibels(levels[c].rms))},
+                        {"above_full_scale", levels[c].over}});
     return list;
 }
 
@@ -35,13 +37,16 @@ std::string level_text(double level) { return level > 0.0 ? format_text("%8.1f",
 
 std::string levels_text(const char* title, const ChannelMap& map, const std::vector<Level>& levels) {
     std::string head = format_text("%-14s", title), peak = format_text("%-14s", "  peak dBFS"),
-                rms = format_text("%-14s", "  RMS dBFS");
+                rms = format_text("%-14s", "  RMS dBFS"), over = format_text("%-14s", "  above 0 dBFS");
+    bool any_over = false;
     for (size_t c = 0; c < map.size(); c++) {
         head += format_text("%8s", speaker_name(map[c]).c_str());
         peak += level_text(levels[c].peak);
         rms += level_text(levels[c].rms);
+        over += format_text("%8llu", static_cast<unsigned long long>(levels[c].over));
+        any_over = any_over || levels[c].over > 0;
     }
-    return head + "\n" + peak + "\n" + rms + "\n";
+    return head + "\n" + peak + "\n" + rms + "\n" + (any_over ? over + "\n" : "");
 }
 
 size_t worst_row(const Measurement& module) {
@@ -70,47 +75,51 @@ double real_time_factor(const RunReport& r, double seconds) {
 }
 
 std::string requested_layout(const StreamFormat& stream) {
-    return stream.layout ? layout_name(*stream.layout) : "automatic";
+    return stream.layout ? layout_names[*stream.layout] : "automatic";
 }
 
-} // namespace
-
-std::string text(const RunReport& r) {
+std::string streams_text(const RunReport& r) {
     const double rate = r.stream.sample_rate, seconds = static_cast<double>(r.frames) / rate;
-    const bool reordered = r.input_map != r.stream.input;
-    std::string text;
-    text += format_text("Input         %s: %s, %u Hz, %zu channels, %llu frames (%.2f s)\n", r.input.c_str(),
-                        r.input_format.c_str(), r.stream.sample_rate, r.input_map.size(),
-                        static_cast<unsigned long long>(r.frames), seconds);
+    std::string text = format_text("Input         %s: %s, %u Hz, %zu channels, %llu frames (%.2f s)\n", r.input.c_str(),
+                                   r.input_format.c_str(), r.stream.sample_rate, r.input_map.size(),
+                                   static_cast<unsigned long long>(r.frames), seconds);
     text += "  file order  " + speaker_names(r.input_map) + "\n";
     text += "  sent as     " + speaker_names(r.stream.input) +
-            (reordered ? "  (reordered, as the matrices expect)\n" : "\n");
+            (r.input_map != r.stream.input ? "  (reordered, as the matrices expect)\n" : "\n");
     text += format_text("  stream      %s, %s, %zu frames a call\n", format_name(r.stream.samples),
                         r.stream.planar ? "planar" : "interleaved", r.block_frames);
     text += format_text("Output        %s: %s, layout %s\n", r.output.c_str(), r.output_format.c_str(),
                         requested_layout(r.stream).c_str());
     text += format_text("  file order  %s  (mask 0x%X)\n", speaker_names(r.output_map).c_str(), r.output_mask);
     text += format_text("Pass-through  %s\n", r.module.pass_through ? "yes" : "no");
-    text += format_text("Latency       %u samples (%.2f ms)%s\n\n", r.module.latency_frames,
-                        r.module.latency_frames * 1000.0 / rate, r.module.latency_frames ? ", removed" : "");
-    text += matrix_text(r);
-    const size_t worst = worst_row(r.module);
-    text += format_text("Worst case    %+.1f dB in %s when all inputs agree", decibels(r.module.row_sum(worst)) + 0.0,
-                        speaker_name(r.stream_output_map[worst]).c_str());
-    text += r.module.row_sum(worst) > 1.001 ? "; the limiter takes what exceeds full scale\n\n" : "\n\n";
-    text += levels_text("Input", r.input_map, r.input_levels);
-    text += levels_text("Output", r.output_map, r.output_levels);
-    if (r.frames)
-        text += format_text(
-            "\nSpeed         %.0f times real time in the module (%.2f ns a frame), %.0f times with the files\n",
-            real_time_factor(r, r.module_seconds), r.module_seconds * 1e9 / static_cast<double>(r.frames),
-            real_time_factor(r, r.total_seconds));
-    for (const std::string& notice : r.notices)
-        text += "Note          " + notice + "\n";
-    return text;
+    return text + format_text("Latency       %u samples (%.2f ms)%s\n", r.module.latency_frames,
+                              r.module.latency_frames * 1000.0 / rate, r.module.latency_frames ? ", removed" : "");
 }
 
-std::string json(const RunReport& r) {
+// What happens to the loudest sum that the matrix can make.
+std::string worst_case_text(const RunReport& r) {
+    const size_t worst = worst_row(r.module);
+    std::string text =
+        format_text("Worst case    %+.1f dB in %s when all inputs agree", decibels(r.module.row_sum(worst)) + 0.0,
+                    speaker_name(r.stream_output_map[worst]).c_str());
+    if (r.module.row_sum(worst) <= 1.001)
+        return text + "\n";
+    if (r.limiter_works)
+        return text + "; the limiter takes what exceeds full scale\n";
+    return text + format_text("; nothing limits at %u Hz, what exceeds full scale is %s\n", r.stream.sample_rate,
+                              r.integer_output ? "clipped" : "kept");
+}
+
+std::string speed_text(const RunReport& r) {
+    if (r.frames == 0)
+        return "";
+    return format_text(
+        "\nSpeed         %.0f times real time in the module (%.2f ns a frame), %.0f times with the files\n",
+        real_time_factor(r, r.module_seconds), r.module_seconds * 1e9 / static_cast<double>(r.frames),
+        real_time_factor(r, r.total_seconds));
+}
+
+Json matrix_json(const RunReport& r) {
     Json matrix = Json::array();
     for (size_t o = 0; o < r.module.gain.size(); o++) {
         Json row = {{"output", speaker_name(r.stream_output_map[o])},
@@ -121,6 +130,42 @@ std::string json(const RunReport& r) {
             row["gain_db"].push_back(number(decibels(std::fabs(g))));
         matrix.push_back(row);
     }
+    return matrix;
+}
+
+Json placement_json(const Placement& placement) {
+    Json moved = Json::array();
+    for (const Placement::Moved& m : placement.moved)
+        moved.push_back({{"channel", speaker_name(m.speaker)}, {"heard_from", names(m.heard_from)}});
+    return {{"lost", names(placement.lost)}, {"misplaced", moved}};
+}
+
+Json stream_json(const RunReport& r) {
+    return {{"sample_rate", r.stream.sample_rate},      {"frames", r.frames},
+            {"samples", format_name(r.stream.samples)}, {"planar", r.stream.planar},
+            {"block_frames", r.block_frames},           {"layout", requested_layout(r.stream)},
+            {"input_channels", names(r.stream.input)},  {"output_channels", names(r.stream_output_map)}};
+}
+
+Json speed_json(const RunReport& r) {
+    return {{"module_seconds", r.module_seconds},
+            {"total_seconds", r.total_seconds},
+            {"real_time_factor", real_time_factor(r, r.module_seconds)},
+            {"real_time_factor_with_files", real_time_factor(r, r.total_seconds)}};
+}
+
+} // namespace
+
+std::string text(const RunReport& r) {
+    std::string text = streams_text(r) + "\n" + matrix_text(r) + worst_case_text(r) + "\n" +
+                       levels_text("Input", r.input_map, r.input_levels) +
+                       levels_text("Output", r.output_map, r.output_levels) + speed_text(r);
+    for (const std::string& notice : r.notices)
+        text += "Note          " + notice + "\n";
+    return text;
+}
+
+std::string json(const RunReport& r) {
     const size_t worst = worst_row(r.module);
     return dump({
         {"library", r.library},
@@ -130,29 +175,20 @@ std::string json(const RunReport& r) {
           {"format", r.output_format},
           {"channels", names(r.output_map)},
           {"channel_mask", r.output_mask}}},
-        {"stream",
-         {{"sample_rate", r.stream.sample_rate},
-          {"frames", r.frames},
-          {"samples", format_name(r.stream.samples)},
-          {"planar", r.stream.planar},
-          {"block_frames", r.block_frames},
-          {"layout", requested_layout(r.stream)},
-          {"input_channels", names(r.stream.input)},
-          {"output_channels", names(r.stream_output_map)}}},
+        {"stream", stream_json(r)},
         {"pass_through", r.module.pass_through},
+        {"limiter_works", r.limiter_works},
         {"latency",
          {{"frames", r.module.latency_frames}, {"ms", r.module.latency_frames * 1000.0 / r.stream.sample_rate}}},
-        {"matrix", matrix},
+        {"matrix", matrix_json(r)},
         {"worst_case",
          {{"output", speaker_name(r.stream_output_map[worst])},
           {"gain_db", number(decibels(r.module.row_sum(worst)))}}},
+        {"speakers", placement_json(r.placement)},
         {"levels",
          {{"input", levels_json(r.input_map, r.input_levels)}, {"output", levels_json(r.output_map, r.output_levels)}}},
-        {"speed",
-         {{"module_seconds", r.module_seconds},
-          {"total_seconds", r.total_seconds},
-          {"real_time_factor", real_time_factor(r, r.module_seconds)},
-          {"real_time_factor_with_files", real_time_factor(r, r.total_seconds)}}},
+        {"clipped_on_reading", r.clipped_on_reading},
+        {"speed", speed_json(r)},
         {"notices", r.notices},
     });
 }
@@ -177,7 +213,7 @@ std::string json(const ModuleInfo& i) {
 std::string text(const LayoutListing& listing) {
     std::string text = "Output layouts (--layout NAME or INDEX)\n  index  name   mask     channels\n";
     for (const auto& o : listing.outputs)
-        text += format_text("  %5u  %-6s 0x%-6X %s%s\n", o.index, layout_name(o.index), o.output.layout_mask,
+        text += format_text("  %5u  %-6s 0x%-6X %s%s\n", o.index, layout_names[o.index], o.output.layout_mask,
                             speaker_names(o.output.map).c_str(),
                             o.mixed_from_7_1 ? "" : "  (no matrix: frames are copied)");
     text += format_text("\nInputs of the automatic layout (--layout auto): %zu\n", listing.automatic.size());
@@ -191,7 +227,7 @@ std::string json(const LayoutListing& listing) {
     Json outputs = Json::array(), automatic = Json::array();
     for (const auto& o : listing.outputs)
         outputs.push_back({{"index", o.index},
-                           {"name", layout_name(o.index)},
+                           {"name", layout_names[o.index]},
                            {"layout_mask", o.output.layout_mask},
                            {"channels", names(o.output.map)},
                            {"mixed_from_7_1", o.mixed_from_7_1}});

@@ -7,6 +7,7 @@
 #include "levels.h"
 #include "measure.h"
 #include "module.h"
+#include "placement.h"
 
 namespace host {
 
@@ -28,18 +29,18 @@ struct RunReport {
     ChannelMap input_map, output_map; // in file order
     ChannelMap stream_output_map;     // in canonical order, rows of the matrix
     uint32_t output_mask = 0;         // WAVE_FORMAT_EXTENSIBLE
+    bool integer_output = false;      // the file clips what is above full scale
     Measurement module;
+    bool limiter_works = false;
+    Placement placement;
     uint64_t frames = 0;
     std::vector<Level> input_levels, output_levels; // in file order
+    uint64_t clipped_on_reading = 0;
     double module_seconds = 0.0, total_seconds = 0.0;
     std::vector<std::string> notices;
 };
 
 // Throws Error.
 RunReport run(const RunOptions& options);
-
-// Set by a signal handler: the run in progress gives up.
-void interrupt(int signal);
-int interrupted();
 
 } // namespace host

@@ -3,6 +3,8 @@
 
 #include <korla/acli.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -33,6 +35,15 @@ inline double sample_value(const std::byte* buffer, SampleFormat f, size_t i) {
     case SampleFormat::s32: return load(int32_t{}, 0x1p-31);
     default: return load(float{}, 1.0);
     }
+}
+
+// A millionth is left to rounding: to the limiter's, and to that of measured gains.
+inline bool exceeds_full_scale(double x) { return std::fabs(x) > 1.0 + 0x1p-20; }
+
+// The nearest integer of so many bits, ties to even, so that rounding has no mean; NaN is silence.
+inline int32_t quantised(double x, int bits) {
+    const double scale = std::ldexp(1.0, bits - 1);
+    return std::isnan(x) ? 0 : static_cast<int32_t>(std::lrint(std::clamp(x * scale, -scale, scale - 1.0)));
 }
 
 // Place of a sample in a stream buffer. Planar streams hold, for each chunk of 256 frames, one channel after another;

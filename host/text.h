@@ -1,3 +1,4 @@
+// Text for messages and reports.
 #pragma once
 
 #include <cmath>

@@ -1,0 +1,117 @@
+// Reading audio files.
+#include "audio_reader.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "audio_formats.h"
+#include "error.h"
+#include "file_speakers.h"
+#include "text.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The length that the outermost chunk of a RIFF, RF64, W64 or AIFF file claims; 0 when there is no such claim (other
+// containers, and streams written without knowing their length).
+uint64_t claimed_bytes(const std::string& path) {
+    unsigned char head[28] = {};
+    std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(head), sizeof head);
+    auto number = [&](size_t at, size_t bytes, bool big_endian) {
+        uint64_t value = 0;
+        for (size_t i = 0; i < bytes; i++)
+            value |= uint64_t{head[at + i]} << 8 * (big_endian ? bytes - 1 - i : i);
+        return value;
+    };
+    auto starts_with = [&](const char* magic) { return std::memcmp(head, magic, 4) == 0; };
+    if (starts_with("RIFF") || starts_with("FORM")) {
+        const uint64_t bytes = number(4, 4, starts_with("FORM"));
+        return bytes >= 0x7fffff00u ? 0 : bytes + 8;
+    }
+    if (starts_with("RF64"))
+        return number(20, 8, false) + 8;
+    if (starts_with("riff"))
+        return number(16, 8, false);
+    return 0;
+}
+
+void refuse_unreadable(const std::string& path) {
+    std::error_code error;
+    if (!fs::exists(path, error))
+        throw Error(Status::input, "cannot read " + path + ": no such file; check the name");
+    if (!fs::is_regular_file(path, error))
+        throw Error(Status::input, "cannot read " + path + ": not a regular file; write the audio to a file first");
+    if (access(path.c_str(), R_OK) != 0)
+        throw Error(Status::input, format_text("cannot read %s: %s", path.c_str(), std::strerror(errno)));
+}
+
+} // namespace
+
+AudioReader::AudioReader(const std::string& path, bool accept_truncated)
+    : path_(path), accept_truncated_(accept_truncated) {
+    refuse_unreadable(path);
+    file_.reset(sf_open(path.c_str(), SFM_READ, &info_));
+    if (!file_)
+        throw Error(Status::input, format_text("cannot read %s: %s It must be an audio file (%s), complete and not "
+                                               "damaged",
+                                               path.c_str(), sf_strerror(nullptr), readable_formats().c_str()));
+    const uint64_t claimed = claimed_bytes(path), present = fs::file_size(path);
+    if (!accept_truncated && claimed > present + 1) // some writers leave the last pad byte out
+        throw Error(Status::input, format_text("%s is cut short: its header claims %llu bytes, %llu are there; copy it "
+                                               "again, or process what is there with --accept-truncated",
+                                               path.c_str(), static_cast<unsigned long long>(claimed),
+                                               static_cast<unsigned long long>(present)));
+    if (info_.frames == SF_COUNT_MAX) // written without knowing the length
+        info_.frames = 0;
+}
+
+std::optional<ChannelMap> AudioReader::speakers() const { return file_speakers(file_.get(), info_, path_); }
+
+SampleFormat AudioReader::natural_samples() const {
+    const int bits = integer_bits(info_.format);
+    return bits == 0 ? SampleFormat::f32 : bits <= 16 ? SampleFormat::s16 : SampleFormat::s32;
+}
+
+// libsndfile would cut off the bits that are too many.
+size_t AudioReader::read_rounded(SampleFormat samples, std::byte* data, size_t frames) {
+    exact_.resize(frames * channels());
+    const auto got = static_cast<size_t>(sf_readf_double(file_.get(), exact_.data(), static_cast<sf_count_t>(frames)));
+    for (size_t i = 0; i < got * channels(); i++) {
+        clipped_ += exceeds_full_scale(exact_[i]);
+        if (samples == SampleFormat::s16)
+            reinterpret_cast<int16_t*>(data)[i] = static_cast<int16_t>(quantised(exact_[i], 16));
+        else
+            reinterpret_cast<int32_t*>(data)[i] = quantised(exact_[i], 32);
+    }
+    return got;
+}
+
+size_t AudioReader::read(SampleFormat samples, std::byte* data, size_t frames) {
+    const auto wanted = static_cast<sf_count_t>(frames);
+    const int bits = integer_bits(info_.format);
+    size_t got = 0;
+    if (samples == SampleFormat::f32)
+        got = static_cast<size_t>(sf_readf_float(file_.get(), reinterpret_cast<float*>(data), wanted));
+    else if (samples == SampleFormat::s32 && bits > 0)
+        got = static_cast<size_t>(sf_readf_int(file_.get(), reinterpret_cast<int*>(data), wanted));
+    else if (samples == SampleFormat::s16 && bits > 0 && bits <= 16)
+        got = static_cast<size_t>(sf_readf_short(file_.get(), reinterpret_cast<short*>(data), wanted));
+    else
+        got = read_rounded(samples, data, frames);
+    read_ += got;
+    // Compressed files tell only here that they are cut short or damaged.
+    if (got < frames && read_ < this->frames() && !accept_truncated_)
+        throw Error(Status::input, format_text("%s is cut short or damaged: %llu of %llu frames could be read; copy it "
+                                               "again, or process what is there with --accept-truncated",
+                                               path_.c_str(), static_cast<unsigned long long>(read_),
+                                               static_cast<unsigned long long>(this->frames())));
+    return got;
+}
+
+} // namespace host

@@ -1,0 +1,129 @@
+// Writing audio files.
+#include "audio_writer.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "audio_formats.h"
+#include "error.h"
+#include "file_speakers.h"
+#include "text.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uint64_t riff_limit = 0xffff0000; // bytes of samples, with room for the headers
+
+} // namespace
+
+AudioWriter::AudioWriter(const std::string& path, const AudioReader& like, SampleFormat samples, uint32_t mask)
+    : path_(path), mask_(mask) {
+    std::error_code error;
+    if (fs::equivalent(like.path(), path_, error))
+        fail("it is the input file; choose another name");
+    if (fs::exists(path_, error) && !fs::is_regular_file(path_, error))
+        fail("it is a folder, a device or a pipe; name a file, whose extension says the format: " +
+             output_extensions());
+    choose_format(like, samples);
+    file_.reset(sf_open_fd(open_part(), SFM_WRITE, &info_, SF_TRUE));
+    if (!file_) {
+        unlink(part_.c_str());
+        fail(sf_strerror(nullptr));
+    }
+    speakers_kept_ = mark_speakers(file_.get(), info_, mask);
+}
+
+void AudioWriter::choose_format(const AudioReader& like, SampleFormat samples) {
+    const auto known = container_of(path_);
+    if (!known) {
+        const std::string extension = fs::path(path_).extension().string();
+        fail((extension.empty() ? "its name has no extension, which names the format"
+                                : "its extension '" + extension + "' names no format that can be written") +
+             "; use " + output_extensions());
+    }
+    info_.channels = std::popcount(mask_);
+    info_.samplerate = static_cast<int>(like.sample_rate());
+    info_.format = *known;
+    const auto channels = static_cast<size_t>(info_.channels);
+    // Where the length is known beforehand, a file that RIFF cannot hold becomes RF64.
+    if (info_.format == SF_FORMAT_WAVEX && like.frames() * channels * bytes_per_sample(samples) > riff_limit)
+        info_.format = SF_FORMAT_RF64;
+    const bool flac = info_.format == SF_FORMAT_FLAC;
+    if (flac && channels > 8)
+        fail(format_text("FLAC holds at most 8 channels, this output has %zu; use .wav or .caf", channels));
+    if (samples == SampleFormat::s16)
+        info_.format |= SF_FORMAT_PCM_16;
+    else if (flac || (samples == SampleFormat::s32 && encoding(like.format()) == SF_FORMAT_PCM_24))
+        info_.format |= SF_FORMAT_PCM_24;
+    else
+        info_.format |= samples == SampleFormat::s32 ? SF_FORMAT_PCM_32 : SF_FORMAT_FLOAT;
+    if (!sf_format_check(&info_))
+        fail(format_text("%s does not hold %d channels at %d Hz", format_description(info_.format).c_str(),
+                         info_.channels, info_.samplerate));
+}
+
+// An empty file beside the one to come, with the permissions that a new file gets.
+int AudioWriter::open_part() {
+    std::error_code error;
+    if (fs::is_symlink(path_, error))
+        path_ = fs::canonical(path_).string(); // the link stays a link
+    std::string name = path_ + ".XXXXXX";
+    const int descriptor = mkstemp(name.data());
+    if (descriptor < 0)
+        fail(format_text("%s; choose a folder that exists and is writable", std::strerror(errno)));
+    part_ = name;
+    const mode_t mask = umask(0);
+    umask(mask);
+    (void)fchmod(descriptor, 0666 & ~mask);
+    return descriptor;
+}
+
+AudioWriter::~AudioWriter() {
+    file_.reset();
+    if (!part_.empty())
+        unlink(part_.c_str());
+}
+
+void AudioWriter::fail(const std::string& why) const {
+    throw Error(Status::output, "cannot write " + path_ + ": " + why);
+}
+
+void AudioWriter::write(SampleFormat samples, const std::byte* data, size_t frames) {
+    const auto count = static_cast<sf_count_t>(frames);
+    bytes_ += frames * static_cast<size_t>(info_.channels) * bytes_per_sample(samples);
+    if (container(info_.format) == SF_FORMAT_WAVEX && bytes_ > riff_limit)
+        fail("it is getting longer than a WAV file can be; use .rf64, .w64 or .caf");
+    sf_count_t written = 0;
+    if (samples == SampleFormat::s16) {
+        written = sf_writef_short(file_.get(), reinterpret_cast<const short*>(data), count);
+    } else if (integer_bits(info_.format) == 24) { // libsndfile would cut off what is too much
+        rounded_.resize(frames * static_cast<size_t>(info_.channels));
+        for (size_t i = 0; i < rounded_.size(); i++)
+            rounded_[i] = quantised(sample_value(data, samples, i), 24) * 256;
+        written = sf_writef_int(file_.get(), rounded_.data(), count);
+    } else if (samples == SampleFormat::s32) {
+        written = sf_writef_int(file_.get(), reinterpret_cast<const int*>(data), count);
+    } else {
+        written = sf_writef_float(file_.get(), reinterpret_cast<const float*>(data), count);
+    }
+    if (written != count)
+        fail(format_text("%s; free space on the target or choose another", sf_strerror(file_.get())));
+}
+
+void AudioWriter::commit() {
+    sf_write_sync(file_.get());
+    if (sf_close(file_.release()) != 0 || !finish_marks(info_, mask_, part_))
+        fail("the file could not be completed; free space on the target or choose another");
+    if (std::rename(part_.c_str(), path_.c_str()) != 0)
+        fail(std::strerror(errno));
+    part_.clear();
+}
+
+} // namespace host
