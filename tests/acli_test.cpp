@@ -1,7 +1,12 @@
+// The module as hosts meet it: descriptor, layouts, refusals, and what calls of any size, format and arrangement give.
 #include <korla/acli.h>
 #include <korla/diag.h>
 
+#include <cmath>
 #include <cstddef>
+#include <numeric>
+#include <set>
+#include <tuple>
 
 #include "guarded_buffer.h"
 #include "module_host.h"
@@ -72,15 +77,29 @@ TEST(Descriptor, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(ACLI.process(stream, &buffer, &buffer), -1) << "not configured";
 }
 
-// What a stream of this format does to every channel, once the block says what it must.
-std::string routes_through(const acli_media_format& format, const std::string& inputs, const std::string& outputs) {
-    Stream stream;
-    acli_media_format block = format;
-    std::fill_n(block.output_channel_map, ACLI_MAX_CHANNELS, 77u);
+// Keeps refusals off standard output.
+struct Log {
+    Log() {
+        kpf_log_set_callback([](void* user, const char* s) { *static_cast<std::string*>(user) += s; }, &text);
+    }
+    ~Log() { kpf_log_set_callback(nullptr, nullptr); }
+    std::string text;
+};
+
+// A stream from these inputs to an explicit or an automatic layout, once its answer says what it must.
+Stream stream_to(const std::string& outputs, acli_media_format format) {
     auto expected = codes(outputs, &Speaker::host);
-    EXPECT_EQ(stream.apply(block).output_channel_count, expected.size());
+    std::fill_n(format.output_channel_map, ACLI_MAX_CHANNELS, 77u);
+    Stream stream(format);
+    EXPECT_EQ(stream.applied.output_channel_count, expected.size());
     expected.resize(ACLI_MAX_CHANNELS);
     EXPECT_TRUE(std::ranges::equal(stream.applied.output_channel_map, expected));
+    return stream;
+}
+
+// What a stream does to every channel.
+std::string routes_through(const std::string& inputs, int index, const std::string& outputs) {
+    Stream stream = stream_to(outputs, media_format(inputs, index));
     const std::string routes = measured_routes(inputs, outputs, [&](const auto& in) { return stream.run(in); });
     // At eight times full scale the limiter works on everything that is not a copy.
     const size_t n_in = words(inputs).size(), n_out = words(outputs).size(), both = std::min(n_in, n_out);
@@ -91,29 +110,26 @@ std::string routes_through(const acli_media_format& format, const std::string& i
     return std::string(copies ? "copied: " : "") + routes;
 }
 
-TEST(Layouts, AutomaticOnesSendEveryChannelWhereTheTableSays) {
-    for (const Layout& layout : layouts) {
-        acli_media_format block = media_format(layout.inputs);
-        const std::string expected = std::string(layout.inputs == layout.outputs ? "copied: " : "") + layout.routes;
-        EXPECT_EQ(routes_through(block, layout.inputs, layout.outputs), expected);
-        block.layout_index = 16; // its mask is reported all the same
-        EXPECT_EQ(Stream().apply(block).output_layout_mask, 0x40Fu);
-        block.layout_index = 32;
-        EXPECT_EQ(Stream().apply(block).output_layout_mask, 0u);
-    }
+TEST(Layouts, AutomaticOnesAreAnsweredAsThePageSays) {
+    for (const Layout& layout : layouts)
+        for (uint32_t index : {16u, 32u}) {
+            acli_media_format format = media_format(layout.inputs);
+            format.layout_index = index; // its mask is reported all the same
+            EXPECT_EQ(stream_to(layout.outputs, format).applied.output_layout_mask, index == 16 ? 0x40Fu : 0u);
+        }
 }
 
-TEST(Layouts, ExplicitOnesSendEveryChannelWhereTheTableSays) {
+TEST(Layouts, ExplicitOnesSendEveryChannelWhereThePageSays) {
     int matrices = 0;
-    for (int index = 0; index < 32; index++) {
-        const std::string outputs = channels_of(output_masks[index]);
-        EXPECT_EQ(Stream().apply(media_format("C", index)).output_layout_mask, output_masks[index]);
-        for (uint32_t mask : output_masks)
-            if (mask < 0x20 && output_masks[index] < 0x20) {
-                const std::string inputs = mask == 0x1 ? "L" : channels_of(mask);
+    for (size_t index = 0; index < output_layouts.size(); index++) {
+        const auto& [name, mask, outputs] = output_layouts[index];
+        EXPECT_EQ(Stream(media_format("C", static_cast<int>(index))).applied.output_layout_mask, mask) << name;
+        for (const OutputLayout& from : output_layouts)
+            if (from.mask < 0x20 && mask < 0x20) { // neither has heights
+                const std::string inputs = from.channels == stereo ? "L" : from.channels;
                 matrices++;
-                EXPECT_EQ(routes_through(media_format(inputs, index), inputs, outputs),
-                          std::string(inputs == outputs ? "copied: " : "") + explicit_routes(inputs, outputs));
+                EXPECT_EQ(routes_through(inputs, static_cast<int>(index), outputs),
+                          std::string(inputs == outputs ? "copied: " : "") + routes_of(inputs, outputs));
             }
     }
     EXPECT_EQ(matrices, 144);
@@ -128,171 +144,209 @@ TEST(Layouts, SomeOfThemInFull) {
         {0, seven_one, stereo, "L>gL R>gR C>hL+hR LFE> Ls>hL Rs>hR Lb>hL Rb>hR"},
         {15, seven_one, five_one, "L>gL R>gR C>gC LFE>gLFE Ls>gLs Rs>gRs Lb>gLs Rb>gRs"},
         {automatic, "L R C LFE Lc Rc Cb", five_one, "L>gL R>gR C>gC LFE>gLFE Lc>kL+mC Rc>kR+mC Cb>hLs+hRs"},
-        {15, "Ltf", five_one, "Ltf>hL+hR"},
+        {automatic, "L R C LFE Lb Rb Cb", seven_one, "L>gL R>gR C>gC LFE>gLFE Lb>gLs Rb>gRs Cb>hLb+hRb"},
+        {automatic, "C LFE", stereo, "C>hL+hR LFE>nL+nR"},
+        {automatic, five_one, five_one, "copied: L>gL R>gR C>gC LFE>gLFE Ls>gLs Rs>gRs"},
         {6, "L R C", "L R C LFE Ltm Rtm", "copied: L>gL R>gR C>gC"}, // no matrix to heights, as the limiter would see
         {15, stereo, five_one, "copied: L>gL R>gR"},                 // none from two channels
         {0, seven_one + " Ltm Rtm", stereo, "copied: L>gL R>gR C> LFE> Ls> Rs> Lb> Rb> Ltm> Rtm>"}, // nor from ten
-        {0, "L R C LFE LFE2 Ls", stereo, "copied: L>gL R>gR C> LFE> LFE2> Ls>"}}; // the LFE counts once: five channels
-    for (const Case& c : cases)
-        EXPECT_EQ(routes_through(media_format(c.inputs, c.index), c.inputs, c.outputs), c.routes);
-    acli_media_format with_unmapped = media_format(five_one + " L"); // codes that stand for no loudspeaker do not count
-    for (uint32_t code : {0u, 12u, 15u, 16u, 17u, 22u, 27u, 28u, 29u, 30u, 33u, 34u}) {
-        with_unmapped.input_channel_map[6] = code;
-        EXPECT_EQ(Stream().apply(with_unmapped).output_channel_count, 6u) << code;
-    }
-    // Maps outside the listed classes are read by position: what stands where the class has Ls goes where Ls goes.
-    for (const std::string& pair :
-         words("L R Ls=L R LFE,L R C Cb=L R C LFE,L R Lb Rb=L R Ls Rs,L R C Lb Rb=L R C Ls Rs,"
-               "L R C LFE Lb Rb=L R C LFE Ls Rs,L R LFE Cb Ls Rs Lh=L R LFE Ls Rs Lb Rb",
-               ',')) {
-        const std::string inputs = words(pair, '=')[0], as_if = words(pair, '=')[1];
-        const auto in = Random(4).vector(words(inputs).size() * 512);
-        EXPECT_EQ(Stream(media_format(inputs, 27)).run(in), Stream(media_format(as_if, 27)).run(in)) << inputs;
+        {0, "L R C LFE LFE2 Ls", stereo, "copied: L>gL R>gR C> LFE> LFE2> Ls>"}};                   // nor with two LFEs
+    for (const Case& c : cases) {
+        EXPECT_EQ(routes_through(c.inputs, c.index, c.outputs), c.routes);
+        std::vector<float> impulse(256 * words(c.inputs).size());
+        impulse[0] = 1.0f;
+        const auto out = Stream(media_format(c.inputs, c.index)).run(impulse);
+        const auto silent = std::ranges::find_if(out, [](float x) { return x != 0.0f; }) - out.begin();
+        EXPECT_EQ(silent / words(c.outputs).size(), c.routes.starts_with("copied") ? 0 : 32) << "latency";
     }
 }
 
-// Keeps refusals off standard output.
-struct Log {
-    Log() {
-        kpf_log_set_callback([](void* user, const char* s) { *static_cast<std::string*>(user) += s; }, &text);
-    }
-    ~Log() { kpf_log_set_callback(nullptr, nullptr); }
-    std::string text;
-};
+TEST(Layouts, ExplicitOnesTakeAnyMapForTheClassOnThePage) {
+    int classes = 0;
+    for (const auto& row : page("Channels | Centre | LFE | Taken for"))
+        for (const std::string any : {"Lw", "Lw C", "Lw LFE", "Lw C LFE"}) {
+            auto agrees = [&](const std::string& cell, const std::string& name) {
+                return cell == "any" || (cell == "yes") == (std::ranges::count(words(any), name) > 0);
+            };
+            if (row[3] == "mono" || !agrees(row[1], "C") || !agrees(row[2], "LFE"))
+                continue;
+            classes++;
+            auto map = words(any + " Rh Cb Ltb Tbc Rc Lb Rtm");
+            map.resize(std::stoul(row[0]));
+            std::string inputs;
+            for (const std::string& name : map)
+                inputs.append(inputs.empty() ? "" : " ").append(name);
+            const std::string& taken_for = named(output_layouts, &OutputLayout::name, row[3]).channels;
+            const auto in = Random(4).vector(map.size() * 512);
+            EXPECT_EQ(Stream(media_format(inputs, 0)).run(in), Stream(media_format(taken_for, 0)).run(in)) << inputs;
+        }
+    EXPECT_EQ(classes, 24);
+}
 
-// A refused block leaves its channel codes behind, which must not meet the matrix of an accepted one: every pair of an
-// accepted and a refused block, before the engine stands and after. A probe leaves nothing behind.
-TEST(MediaFormat, RefusalsAndProbesNeverChangeWhatAStreamMixes) {
-    struct Accepted {
-        std::string inputs;
-        int index;
-        size_t columns; // of the matrix that is kept; 0: the engine's own
-        bool copies;
-    };
-    const Accepted accepted[] = {{"C", 0, 1, false},
-                                 {"L R C", 15, 3, false},
-                                 {"L R LFE Ls Rs", 0, 5, false},
-                                 {seven_one, 0, 8, false},
-                                 {"R L C LFE Ls Rs Lb Rb", 27, 8, false},
-                                 {"L R C Lc Rc", automatic, 0, false},
-                                 {five_one, automatic, 0, true},
-                                 {seven_one_four, 0, 0, true}};
-    std::vector<acli_media_format> refused(2, media_format(stereo));
-    refused[0].input_channel_map[255] = 49;
-    refused[1].explicit_layout = 1, refused[1].layout_index = 32;
-    const size_t codes_change = refused.size(); // from here on
-    for (size_t n = 0; n <= 13; n++) {
-        refused.push_back(media_format(""));
-        std::fill_n(refused.back().input_channel_map, n, 20u);
+TEST(Layouts, HostCodesAreChannelsWhereThePageNamesThem) {
+    std::set<uint32_t> channels = {18, 19, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48}; // in the page's text
+    for (const auto& row : page("Speaker")) {
+        const Speaker& speaker = named(speakers, &Speaker::on_page, row[0]);
+        EXPECT_TRUE(row[1] == std::to_string(speaker.host) && row[2] == std::to_string(speaker.engine)) << row[0];
+        channels.insert(speaker.host);
     }
     Log log;
+    for (uint32_t code = 0; code <= 48; code++) {
+        acli_media_format alone = media_format("L", 15), with_5_1 = media_format(five_one + " L");
+        alone.input_channel_map[0] = with_5_1.input_channel_map[6] = code;
+        Stream stream(alone);
+        EXPECT_EQ(measured_routes("L", five_one, [&](const auto& in) { return stream.run(in); }),
+                  channels.contains(code) ? "L>hL+hR" : "L>gL")
+            << code;
+        EXPECT_TRUE(channels.contains(code) || Stream(with_5_1).applied.output_channel_count == 6) << code;
+    }
+}
+
+// One stream, applied anew again and again. A refused block leaves its channel codes behind, which must not meet the
+// matrix of an accepted one: every pair of the two, before the engine stands and after. A probe leaves nothing behind.
+TEST(MediaFormat, RefusalsAndProbesNeverChangeWhatAStreamMixes) {
+    constexpr int built_in = 0, copies = -1;
+    struct Accepted {
+        std::string inputs;
+        int index, columns; // of the matrix that is kept
+    };
+    const Accepted accepted[] = {{"C", 0, 1},
+                                 {"L R C", 15, 3},
+                                 {"L R LFE Ls Rs", 0, 5},
+                                 {"R L C LFE Ls Rs Lb Rb", 27, 8},
+                                 {seven_one, 0, 8},
+                                 {five_one, automatic, copies},
+                                 {"L R C Lc Rc", automatic, built_in},
+                                 {seven_one_four, 0, copies}};
     const auto input = Random(1).vector(12 * 300);
+    Log log;
+    Stream stream, never_applied;
     for (const Accepted& a : accepted)
-        for (size_t r = 0; r < refused.size(); r++)
+        for (int n = -2; n <= 13; n++)
             for (uint32_t mode : {ACLI_MODE_PROBE, ACLI_MODE_APPLY})
                 for (bool running : {false, true}) {
-                    SCOPED_TRACE(a.inputs + ", refused " + std::to_string(r) + (running ? ", running" : ""));
-                    acli_media_format format = media_format(a.inputs, a.index);
-                    format.input_channel_count =
-                        12; // more than there are channels: no count gives the refused map away
-                    Stream stream(format), undisturbed(format);
-                    if (running) {
-                        EXPECT_EQ(stream.run(input), undisturbed.run(input));
-                    }
-                    refused[r].output_channel_count = 5;
-                    const size_t channels = r < codes_change ? 0 : r - codes_change;
-                    EXPECT_EQ(stream.set(refused[r], mode).output_channel_count,
-                              r < codes_change || channels ? 0u : 5u);
-                    if (running || a.copies || mode == ACLI_MODE_PROBE || r < codes_change ||
-                        (a.columns && channels == a.columns)) {
-                        EXPECT_EQ(stream.run(input), undisturbed.run(input));
-                    } else {
-                        std::vector<float> out(input.size());
-                        acli_buffer target = buffer_of(out.data(), 4 * out.size());
-                        EXPECT_EQ(stream.process(buffer_of(input.data(), 4 * input.size(), 12, 32), target), -1);
-                        EXPECT_EQ(out, std::vector<float>(input.size()));
-                        stream.apply(format);
-                        EXPECT_EQ(stream.run(input), undisturbed.run(input));
-                    }
+                    SCOPED_TRACE(a.inputs + ", refused " + std::to_string(n) + (running ? ", running" : ""));
+                    acli_media_format format = media_format(a.inputs, a.index),
+                                      refused = media_format("", n == -2 ? 32 : automatic);
+                    format.input_channel_count = 12; // so that no count gives other codes away
+                    std::fill_n(refused.input_channel_map, std::max(n, 0), 20u); // no layout: n front heights
+                    refused.input_channel_map[255] = n == -1 ? 49 : 0;
+                    refused.output_channel_count = 5;
+                    format.sample_rate = n % 2 ? 44100 : 96000;
+                    stream.apply(format);
+                    Stream undisturbed(format);
+                    EXPECT_TRUE(!running || stream.run(input) == undisturbed.run(input));
+                    EXPECT_EQ(stream.set(refused, mode).output_channel_count, n == 0 ? 5u : 0u);
+                    const bool goes_on =
+                        running || mode == ACLI_MODE_PROBE || n < 0 || a.columns == copies || (n > 0 && n == a.columns);
+                    EXPECT_EQ(stream.try_run(input), goes_on ? undisturbed.run(input) : std::vector<float>());
                 }
     EXPECT_NE(log.text.find("ERROR (downmixer:1056): Not supported input channel configuration\n"), std::string::npos);
-    Stream never_applied;
+    // Repeated codes may add up to a layout, here with heights that none has: accepted, but nothing is listed or mixed.
+    acli_media_format absurd = media_format("L R Ls Rs Rs2");
+    std::fill_n(absurd.input_channel_map + 5, 8, 24u);
+    absurd.input_channel_count = 12;
+    EXPECT_EQ(stream.apply(absurd).output_channel_count, 8u);
+    EXPECT_EQ(std::ranges::count(stream.applied.output_channel_map, 0u), 256);
+    EXPECT_TRUE(stream.try_run(input).empty());
     never_applied.set(media_format(five_one), ACLI_MODE_PROBE);
     acli_buffer buffer = {};
     EXPECT_EQ(never_applied.process(buffer, buffer), -1);
 }
 
-TEST(PassThrough, NeverReadsOrWritesPastTheBuffers) {
+TEST(PassThrough, CopiesFramesWithinTheBuffersWhateverTheArrangement) {
     // The stream has 12 channels in and 2 out; the buffer says otherwise, and ends before the frames that result.
-    for (uint32_t channels : {1u, 2u, 12u, 255u}) {
-        Stream stream(media_format(seven_one_four, 0));
-        GuardedBuffer<int16_t> in(std::vector<int16_t>(601, 7)), out(2 * (601 / channels));
-        const acli_buffer source = buffer_of(in.data(), 1202, channels, 16);
-        acli_buffer target = buffer_of(out.data(), out.size() * 2);
-        ASSERT_EQ(stream.process(source, target), 0);
-        EXPECT_EQ(target.bytes, out.size() * 2);
-        for (size_t i = 0; i < out.size(); i++) // sample i % 2 of frame i / 2, as far as there is input
-            ASSERT_EQ(out[i], i / 2 * 12 + i % 2 < 601 ? 7 : 0) << i;
-        EXPECT_EQ(stream.process(buffer_of(nullptr, 1202, channels, 16), target), -1);
-        target.data = nullptr;
-        EXPECT_EQ(stream.process(source, target), -1);
-    }
-}
-
-TEST(Process, GivesTheBitsOfTheModelChunkByChunk) {
-    constexpr uint32_t formats[][2] = {{ACLI_SAMPLE_INT16, KORVEX_FORMAT_INT16},
-                                       {ACLI_SAMPLE_INT32, KORVEX_FORMAT_INT32},
-                                       {ACLI_SAMPLE_FLOAT32, KORVEX_FORMAT_FLOAT_STAGED}};
-    for (auto [host_format, engine_format] : formats)
+    for (uint32_t channels : {1u, 2u, 12u, 255u})
         for (bool interleaved : {true, false}) {
-            EngineModel model(256, 44100, matrix_of(explicit_routes(seven_one, stereo), stereo), 8, 2);
-            Stream stream(media_format(seven_one, 0, host_format, interleaved, 44100));
-            Random random(1);
-            const uint32_t slot = slot_bytes(engine_format);
-            for (uint32_t frames : {1000u, 256u, 1u, 511u, 257u, 2048u}) {
-                std::vector<uint8_t> in, out(frames * 2 * slot), expected = out;
-                while (in.size() < frames * 8 * slot) {
-                    const float x = random.uniform(-1.5f, 1.5f);
-                    from_float(engine_format, x, &*in.insert(in.end(), slot, 0));
-                }
-                for (uint32_t t = 0; t < frames; t += 256) { // 1000 frames go as 256, 256, 256 and 232
-                    const uint32_t n = std::min(256u, frames - t);
-                    model.process(&in[t * 8 * slot], placement(engine_format, interleaved, 8, n),
-                                  &expected[t * 2 * slot], placement(engine_format, interleaved, 2, n), n);
-                }
-                acli_buffer target = buffer_of(out.data(), out.size());
-                EXPECT_EQ(stream.process(buffer_of(in.data(), in.size(), 8, 8 * slot), target), 0);
-                EXPECT_EQ(out, expected) << frames << " frames, host format " << host_format;
+            Stream stream(media_format(seven_one_four, 0, ACLI_SAMPLE_INT16, interleaved));
+            GuardedBuffer<int16_t> in(601), out(2 * (601 / channels));
+            std::iota(in.data(), in.data() + 601, int16_t{1});
+            const acli_buffer source = buffer_of(in.data(), 1202, channels, 16);
+            acli_buffer target = buffer_of(out.data(), out.size() * 2);
+            ASSERT_EQ(stream.process(source, target), 0);
+            EXPECT_EQ(target.bytes, out.size() * 2);
+            for (size_t i = 0, at = 0; i < out.size(); i++, at = i / 2 * 12 + i % 2) // as far as there is input
+                ASSERT_EQ(out[i], at < 601 ? at + 1 : 0) << i;
+            EXPECT_EQ(stream.process(buffer_of(nullptr, 1202, channels, 16), target), -1);
+            target.data = nullptr;
+            EXPECT_EQ(stream.process(source, target), -1);
+            if (channels == 12) { // what the stream has: then it may work in place
+                target.data = in.data();
+                EXPECT_TRUE(stream.process(source, target) == 0 &&
+                            std::equal(out.data(), out.data() + out.size(), in.data()));
             }
         }
 }
 
+// Frames of floats in another format, one channel behind the other where they are not interleaved.
+std::vector<uint8_t> samples(const std::vector<float>& frames, size_t channels, uint32_t engine_format,
+                             bool interleaved) {
+    const Placement place = placement(engine_format, interleaved, channels, frames.size() / channels);
+    std::vector<uint8_t> bytes(frames.size() * slot_bytes(engine_format));
+    for (size_t i = 0; i < frames.size(); i++)
+        from_float(engine_format, frames[i], &bytes[place.offset(i % channels, i / channels)]);
+    return bytes;
+}
+
+TEST(Process, AnyFormatAndArrangementInOneCallIsFloatsChunkByChunkAlsoInPlace) {
+    constexpr uint32_t formats[][2] = {{ACLI_SAMPLE_INT16, KORVEX_FORMAT_INT16},
+                                       {ACLI_SAMPLE_INT32, KORVEX_FORMAT_INT32},
+                                       {ACLI_SAMPLE_FLOAT32, KORVEX_FORMAT_FLOAT_STAGED}};
+    for (auto& [inputs, index] : {std::pair{seven_one, 0}, {std::string("L R C LFE Lc Rc"), automatic}})
+        for (auto [host_format, engine_format] : formats)
+            for (bool interleaved : {true, false}) {
+                const acli_media_format format = media_format(inputs, index, host_format, interleaved);
+                Stream by_chunk(media_format(inputs, index)), stream(format), in_place(format);
+                const size_t in_channels = words(inputs).size(), out_channels = by_chunk.applied.output_channel_count;
+                Random random(1);
+                for (uint32_t frames : {1000u, 256u, 1u, 511u, 257u}) { // 1000 frames go as 256, 256, 256 and 232
+                    std::vector<uint8_t> in, expected;
+                    for (uint32_t t = 0; t < frames; t += 256) {
+                        std::vector<float> chunk = random.vector(std::min(256u, frames - t) * in_channels);
+                        for (float& x : chunk)
+                            x = std::round(x * 0x1p15f) * 0x1p-15f; // the same in all formats
+                        std::ranges::copy(samples(chunk, in_channels, engine_format, interleaved),
+                                          std::back_inserter(in));
+                        std::ranges::copy(samples(by_chunk.run(chunk), out_channels, engine_format, interleaved),
+                                          std::back_inserter(expected));
+                    }
+                    std::vector<uint8_t> out(expected.size());
+                    const acli_buffer source =
+                        buffer_of(in.data(), in.size(), in_channels, 8 * slot_bytes(engine_format));
+                    acli_buffer target = buffer_of(out.data(), out.size()), same = buffer_of(in.data(), out.size());
+                    EXPECT_TRUE(stream.process(source, target) == 0 && in_place.process(source, same) == 0);
+                    in.resize(out.size());
+                    EXPECT_EQ(out, expected) << inputs << ", " << frames << " frames, host format " << host_format;
+                    EXPECT_EQ(in, expected) << "in place";
+                }
+            }
+}
+
 TEST(Process, RefusesWhatDoesNotFitAndHostileSizes) {
     // Bytes, channels, bits per sample, capacity, and what comes out, -1 for a refusal.
-    constexpr int64_t refused = -1, calls[][5] = {{600, 3, 16, 399, refused},
-                                                  {600, 3, 16, 400, 400},
-                                                  {605, 3, 16, 4000, 400},
-                                                  {0, 3, 16, 400, 0},
-                                                  {600, 0, 16, 400, 0},
-                                                  {600, 3, 0, 400, 0},
-                                                  {0x7FFFFFFF, 1, 8, 400, refused},
-                                                  {0x80000000, 1, 16, 400, refused},
-                                                  {0xFFFFFFFF, 3, 16, 400, 0},
-                                                  {600, 3, 0xFFFFFFF8, 400, 0},
-                                                  {600, 0x80000000, 16, 400, 0},
-                                                  {600, 0x55555556, 24, 400, refused},
-                                                  {0x40000000, 1, 32, 400, refused},
-                                                  {0x7FFFFFFE, 2, 0x80000008, 400, refused},
-                                                  {0x7FFFFFFF, 1, 0x40000008, 8, refused}};
+    constexpr int64_t calls[][5] = {{600, 3, 16, 399, -1},
+                                    {600, 3, 16, 400, 400},
+                                    {605, 3, 16, 4000, 400},
+                                    {0, 3, 16, 400, 0},
+                                    {600, 0, 16, 400, 0},
+                                    {600, 3, 0, 400, 0},
+                                    {0x7FFFFFFF, 1, 8, 400, -1},
+                                    {0x80000000, 1, 16, 400, -1},
+                                    {0xFFFFFFFF, 3, 16, 400, 0},
+                                    {600, 3, 0xFFFFFFF8, 400, 0},
+                                    {600, 0x80000000, 16, 400, 0},
+                                    {600, 0x55555556, 24, 400, -1},
+                                    {0x40000000, 1, 32, 400, -1},
+                                    {0x7FFFFFFE, 2, 0x80000008, 400, -1},
+                                    {0x7FFFFFFF, 1, 0x40000008, 8, -1}};
     GuardedBuffer<int16_t> in(std::vector<int16_t>(303, 8000));
     for (const std::string& inputs : {std::string("L R C"), seven_one_four}) // mixed and copied
         for (auto [bytes, channels, bits, capacity, produced] : calls) {
             Stream stream(media_format(inputs, 0, ACLI_SAMPLE_INT16));
             GuardedBuffer<int16_t> out(std::vector<int16_t>(200, -1));
             acli_buffer source = buffer_of(in.data(), bytes, channels, bits), target = buffer_of(out.data(), capacity);
-            EXPECT_EQ(stream.process(source, target), produced == refused ? -1 : 0)
-                << bytes << ' ' << channels << ' ' << bits;
-            EXPECT_EQ(target.bytes, produced == refused ? capacity : produced);
+            EXPECT_EQ(stream.process(source, target), produced < 0 ? -1 : 0) << bytes << ' ' << channels << ' ' << bits;
+            EXPECT_EQ(target.bytes, produced < 0 ? capacity : produced);
             EXPECT_EQ(out.values() != std::vector<int16_t>(200, -1), produced > 0) << "written";
         }
     // 2^28 frames of eight 16-bit channels are 2^32 bytes, which must not count as none.
@@ -302,36 +356,31 @@ TEST(Process, RefusesWhatDoesNotFitAndHostileSizes) {
 }
 
 TEST(Process, RefusesConfigurationsThatContradictTheCall) {
-    GuardedBuffer<int16_t> in(std::vector<int16_t>(300, 8000)), out(std::vector<int16_t>(600, -1));
-    auto refused = [&](const acli_media_format& format, const int16_t* from, int16_t* to, uint32_t channels = 3) {
-        acli_buffer target = buffer_of(to, 1200);
-        return Stream(format).process(buffer_of(from, 600, channels, 16), target) == -1 && target.bytes == 1200;
-    };
+    GuardedBuffer<int16_t> in(std::vector<int16_t>(300, 8000)), out(600);
     acli_media_format format = media_format("L R C", 0, ACLI_SAMPLE_INT16);
-    EXPECT_TRUE(refused(format, nullptr, out.data()) && refused(format, in.data(), nullptr));
-    EXPECT_TRUE(refused(format, in.data(), out.data(), 1)) << "three times the frames";
-    for (uint32_t channels : {0u, 2u, 4u, 257u, 0x40000001u, 0xFFFFFFFFu}) { // the map has three
+    auto refused = [&](uint32_t channels, uint32_t bits = 16, uint32_t capacity = 1200, bool from = true,
+                       bool to = true) {
+        acli_buffer target = buffer_of(to ? out.data() : nullptr, capacity);
+        const int32_t result =
+            Stream(format).process(buffer_of(from ? in.data() : nullptr, 600, channels, bits), target);
+        return result == -1 && target.bytes == capacity;
+    };
+    EXPECT_TRUE(refused(3, 16, 1200, false, true) && refused(3, 16, 1200, true, false)) << "no data";
+    EXPECT_TRUE(refused(1)) << "three times the frames";
+    EXPECT_TRUE(refused(6, 8, 399)) << "100 frames of four bytes, whatever the bits per sample";
+    for (uint32_t channels : {0u, 2u, 257u, 299u, 0x40000001u, 0xFFFFFFFFu}) { // the map has three
         format.input_channel_count = channels;
-        EXPECT_TRUE(refused(format, in.data(), out.data())) << channels;
+        EXPECT_TRUE(refused(300)) << channels << ", for one frame of 300";
     }
-    for (uint32_t sample_format : {1u, 2u, 4u, 5u, 17u, 19u, 0xFFFFFFFFu, uint32_t{ACLI_SAMPLE_FLOAT32}})
-        EXPECT_TRUE(refused(media_format("L R C", 0, sample_format), in.data(), out.data())) << sample_format;
-    EXPECT_EQ(out.values(), std::vector<int16_t>(600, -1));
-}
-
-TEST(Process, FollowsEveryReconfigurationAndSharesNothing) {
-    Stream stream;
-    for (auto& [inputs, index, rate] : {std::tuple{std::string("L R C"), 0, 48000u},
-                                        {five_one, automatic, 48000},
-                                        {seven_one, 15, 96000},
-                                        {"L R C Lc Rc", automatic, 44100},
-                                        {"L R C", 0, 22050}}) {
-        stream.apply(media_format(inputs, index, ACLI_SAMPLE_FLOAT32, true, rate));
-        Stream fresh(stream.applied);
-        const auto in = Random(6).vector(words(inputs).size() * 900, -2, 2);
-        for (int i = 0; i < 2; i++)
-            EXPECT_EQ(stream.run(in), fresh.run(in)) << inputs;
+    for (uint32_t sample_format : {1u, 2u, 4u, 5u, 17u, 19u, 0xFFFFFFFFu, uint32_t{ACLI_SAMPLE_FLOAT32}}) {
+        format = media_format("L R C", 0, sample_format);
+        EXPECT_TRUE(refused(3)) << sample_format;
     }
+    EXPECT_EQ(out.values(), std::vector<int16_t>(600));
+    format = media_format("L R C", 0, ACLI_SAMPLE_INT16);
+    EXPECT_FALSE(refused(6, 8, 400));
+    format.input_channel_count = 256;
+    EXPECT_FALSE(refused(300));
 }
 
 } // namespace
