@@ -10,37 +10,10 @@
 
 #include <utility>
 
-#include "dsp/core/lanes.h"
+#include "dsp/core/complex_lanes.h"
 #include "dsp/core/trig.h"
 
 namespace krl::fft {
-
-template <class V> struct complex { V re, im; };
-
-template <class V> KRL_INLINE complex<V> operator+(complex<V> a, complex<V> b) { return {a.re + b.re, a.im + b.im}; }
-template <class V> KRL_INLINE complex<V> operator-(complex<V> a, complex<V> b) { return {a.re - b.re, a.im - b.im}; }
-
-// a * (c - i*s)
-template <class V> KRL_INLINE complex<V> rotate(complex<V> a, V c, V s) {
-    return {mul_add(a.im, s, a.re * c), mul_sub_from(a.re, s, a.im * c)};
-}
-template <class V> KRL_INLINE complex<V> times_minus_i(complex<V> a) { return {a.im, -a.re}; }
-
-// a + g*b, a - g*b, a - i*g*b, a + i*g*b for a real g
-template <class V> KRL_INLINE complex<V> add_times(complex<V> a, V g, complex<V> b) {
-    return {mul_add(b.re, g, a.re), mul_add(b.im, g, a.im)};
-}
-template <class V> KRL_INLINE complex<V> sub_times(complex<V> a, V g, complex<V> b) {
-    return {mul_sub_from(b.re, g, a.re), mul_sub_from(b.im, g, a.im)};
-}
-template <class V> KRL_INLINE complex<V> sub_i_times(complex<V> a, V g, complex<V> b) {
-    return {mul_add(b.im, g, a.re), mul_sub_from(b.re, g, a.im)};
-}
-template <class V> KRL_INLINE complex<V> add_i_times(complex<V> a, V g, complex<V> b) {
-    return {mul_sub_from(b.im, g, a.re), mul_add(b.re, g, a.im)};
-}
-template <class V> KRL_INLINE complex<V> sub_i(complex<V> a, complex<V> b) { return {a.re + b.im, a.im - b.re}; }
-template <class V> KRL_INLINE complex<V> add_i(complex<V> a, complex<V> b) { return {a.re - b.im, a.im + b.re}; }
 
 template <int R, class V, class In, class Out> KRL_INLINE void butterfly(In in, Out out);
 

@@ -2,8 +2,8 @@
 
 #include <bit>
 
+#include "dsp/core/complex_lanes.h"
 #include "dsp/core/trig.h"
-#include "dsp/fft/butterflies.h"
 
 namespace krl::fft {
 
@@ -34,17 +34,11 @@ template <class V, class F> KRL_INLINE void split_bins(float* z, uint32_t n, uin
     const float* sine = split_sines(n);
     float* low = z + 2 * k;
     float* high = z + 2 * (n - k - (lanes<V> - 1));
-    const auto [a_re, a_im] = split(load<V>(low), load<V>(low + lanes<V>));
-    const auto [b_re, b_im] = split(load<V>(high), load<V>(high + lanes<V>));
     const V sin = to_split_order(load<V>(sine + k));
     const V cos = reverse(to_split_order(load<V>(sine + n / 2 - k - (lanes<V> - 1))));
-    const auto [x, y] = f(complex<V>{a_re, a_im}, complex<V>{reverse(b_re), reverse(b_im)}, cos, sin);
-    const auto [x_lo, x_hi] = join(x.re, x.im);
-    const auto [y_lo, y_hi] = join(reverse(y.re), reverse(y.im));
-    store(low, x_lo);
-    store(low + lanes<V>, x_hi);
-    store(high, y_lo);
-    store(high + lanes<V>, y_hi);
+    const auto [x, y] = f(load_split<V>(low), reverse(load_split<V>(high)), cos, sin);
+    store_split(low, x);
+    store_split(high, reverse(y));
 }
 
 // All bin pairs, from the outside in. The last vector reaches bin n/2, which is its own partner and comes out alike

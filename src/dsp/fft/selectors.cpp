@@ -1,4 +1,5 @@
 // From a length to its kernels: selectors, pairs and entry tables.
+#include "dsp/fft/fastest.h"
 #include "dsp/fft/lengths.h"
 
 namespace {
@@ -52,6 +53,19 @@ krl_fft_kernel* KRL_r4_cplx_fwd_unscaled(uint32_t n) { return unscaled_of(KRL_r4
 krl_fft_kernel* KRL_r4_cplx_fwd_scaled(uint32_t n) { return scaled_of(KRL_r4_cplx_fwd_pair(n)); }
 krl_fft_kernel* KRL_r4_cplx_inv_unscaled(uint32_t n) { return unscaled_of(KRL_r4_cplx_inv_pair(n)); }
 krl_fft_kernel* KRL_r4_cplx_inv_scaled(uint32_t n) { return scaled_of(KRL_r4_cplx_inv_pair(n)); }
+
+namespace krl::fft {
+
+const krl_fft_pair* fastest_forward(uint32_t n) {
+    const krl_fft_pair* pair = KRL_r8_cplx_fwd_pair(n);
+    return pair ? pair : KRL_r4_cplx_fwd_pair(n);
+}
+const krl_fft_pair* fastest_inverse(uint32_t n) {
+    const krl_fft_pair* pair = KRL_r8_cplx_inv_pair(n);
+    return pair ? pair : KRL_r4_cplx_inv_pair(n);
+}
+
+} // namespace krl::fft
 
 int32_t krl_valid_pair_ptr(const krl_fft_pair* pair) { return pair != nullptr; }
 
