@@ -51,6 +51,10 @@ template <class V> KRL_INLINE complex<V> multiply(complex<V> a, complex<V> w) {
 template <class V> KRL_INLINE complex<V> rotate_fused(complex<V> a, V c, V s) {
     return {fma(a.re, c, a.im * s), fma(a.im, c, -(a.re * s))};
 }
+// a * w. The products with a.im are rounded, those with a.re fused on every target.
+template <class V> KRL_INLINE complex<V> multiply_fused(complex<V> a, complex<V> w) {
+    return {fma(a.re, w.re, -(a.im * w.im)), fma(a.re, w.im, a.im * w.re)};
+}
 // conj(a) * (c + i*s). The products with a.im are rounded, those with a.re fused on every target.
 template <class V> KRL_INLINE complex<V> rotate_conjugate_fused(complex<V> a, V c, V s) {
     return {fma(a.re, c, a.im * s), fma(a.re, s, -(a.im * c))};

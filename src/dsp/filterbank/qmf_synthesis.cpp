@@ -61,7 +61,7 @@ void filter(const krl_qmf_synthesis& synthesis, float* out, const float (*modula
     const float *prototype = synthesis.prototype, *rotations = synthesis.tables->rotations;
     float* states = synthesis.state;
     const f32v gains = splat<f32v>(gain);
-    using Line = DelayLine<2 * P, P == 4 ? 0x55 : 0>;
+    using Line = DelayLineInRegisters<2 * P, P == 4 ? 0x55 : 0>;
     for (uint32_t k = 0; k < M; k += lanes<f32v>) {
         const float* c = prototype + k;
         float* state = states + k * Line::sums;
