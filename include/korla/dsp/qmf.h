@@ -90,22 +90,22 @@ KRL_API krl_qmf_analysis* krl_qmf_analysisS_open(uint32_t M, uint32_t slots, uin
  *
  * Clears the history and sets the slot increment to M. Returns 0; -1, and nothing changes, for what open would refuse.
  */
-KRL_API int32_t krl_qmf_analysisL_reconfig(krl_qmf_analysis* analysis, uint32_t M, uint32_t slots, uint32_t mode,
+KRL_API int32_t krl_qmf_analysisL_reconfig(krl_qmf_analysis* bank, uint32_t M, uint32_t slots, uint32_t mode,
                                            uint32_t P, const float* prototype);
-KRL_API int32_t krl_qmf_analysisS_reconfig(krl_qmf_analysis* analysis, uint32_t M, uint32_t slots, uint32_t mode,
+KRL_API int32_t krl_qmf_analysisS_reconfig(krl_qmf_analysis* bank, uint32_t M, uint32_t slots, uint32_t mode,
                                            uint32_t P, const float* prototype);
 
 /** Clears the history. */
-KRL_API void KRL_qmf_analysisL_init(krl_qmf_analysis* analysis);
-KRL_API void KRL_qmf_analysisS_init(krl_qmf_analysis* analysis);
+KRL_API void KRL_qmf_analysisL_init(krl_qmf_analysis* bank);
+KRL_API void KRL_qmf_analysisS_init(krl_qmf_analysis* bank);
 
 /** Sets the distance in floats between the rows of real sub-bands of consecutive slots; M after open and reconfig. */
-KRL_API void KRL_qmf_analysisL_set_slot_increment(krl_qmf_analysis* analysis, uint32_t increment);
-KRL_API void KRL_qmf_analysisS_set_slot_increment(krl_qmf_analysis* analysis, uint32_t increment);
+KRL_API void KRL_qmf_analysisL_set_slot_increment(krl_qmf_analysis* bank, uint32_t increment);
+KRL_API void KRL_qmf_analysisS_set_slot_increment(krl_qmf_analysis* bank, uint32_t increment);
 
 /** The share of the analysis in the delay of the chain: PM - M/2 samples. */
-KRL_API uint32_t KRL_qmf_analysisL_get_delay(const krl_qmf_analysis* analysis);
-KRL_API uint32_t KRL_qmf_analysisS_get_delay(const krl_qmf_analysis* analysis);
+KRL_API uint32_t KRL_qmf_analysisL_get_delay(const krl_qmf_analysis* bank);
+KRL_API uint32_t KRL_qmf_analysisS_get_delay(const krl_qmf_analysis* bank);
 
 /** Floats of history: 9 M for a nonzero selector (P = 5), 7 M for 0 (P = 4). */
 KRL_API uint32_t KRL_qmf_analysisL_get_filter_state_length(uint32_t selector, uint32_t M);
@@ -119,23 +119,23 @@ KRL_API uint32_t KRL_qmf_analysisS_get_max_filter_state_length(uint32_t selector
  *
  * Both do nothing unless P = 5.
  */
-KRL_API void KRL_load_CLqmf_analysisL_filter_stateL(krl_qmf_analysis* analysis, const float* src);
-KRL_API void KRL_load_CLqmf_analysisS_filter_stateL(krl_qmf_analysis* analysis, const float* src);
-KRL_API void KRL_Lunload_CLqmf_analysisL_filter_state(const krl_qmf_analysis* analysis, float* dst);
-KRL_API void KRL_Lunload_CLqmf_analysisS_filter_state(const krl_qmf_analysis* analysis, float* dst);
+KRL_API void KRL_load_CLqmf_analysisL_filter_stateL(krl_qmf_analysis* bank, const float* src);
+KRL_API void KRL_load_CLqmf_analysisS_filter_stateL(krl_qmf_analysis* bank, const float* src);
+KRL_API void KRL_Lunload_CLqmf_analysisL_filter_state(const krl_qmf_analysis* bank, float* dst);
+KRL_API void KRL_Lunload_CLqmf_analysisS_filter_state(const krl_qmf_analysis* bank, float* dst);
 
 /** Real analysis: slots * M samples in, one row of M sub-band samples per slot out; row i starts at out + i *
  * increment. */
-KRL_API void KRL_Lqmf_analysisL(krl_qmf_analysis* analysis, float* out, const float* in);
-KRL_API void KRL_Lqmf_analysisS(krl_qmf_analysis* analysis, float* out, const float* in);
+KRL_API void KRL_Lqmf_analysisL(krl_qmf_analysis* bank, float* out, const float* in);
+KRL_API void KRL_Lqmf_analysisS(krl_qmf_analysis* bank, float* out, const float* in);
 
 /** Complex analysis: slots * M samples in; out has one pointer per slot, to M complex sub-band samples. */
-KRL_API void KRL_CLqmf_analysisL(krl_qmf_analysis* analysis, float* const* out, const float* in);
-KRL_API void KRL_CLqmf_analysisS(krl_qmf_analysis* analysis, float* const* out, const float* in);
+KRL_API void KRL_CLqmf_analysisL(krl_qmf_analysis* bank, float* const* out, const float* in);
+KRL_API void KRL_CLqmf_analysisS(krl_qmf_analysis* bank, float* const* out, const float* in);
 
 /** Releases nothing. */
-KRL_API void KRL_qmf_analysisL_close(krl_qmf_analysis* analysis);
-KRL_API void KRL_qmf_analysisS_close(krl_qmf_analysis* analysis);
+KRL_API void KRL_qmf_analysisL_close(krl_qmf_analysis* bank);
+KRL_API void KRL_qmf_analysisS_close(krl_qmf_analysis* bank);
 
 /* ---- synthesis ------------------------------------------------------------------------------------------------- */
 
@@ -165,36 +165,36 @@ KRL_API krl_qmf_synthesis* krl_qmf_synthesisS_open(uint32_t M, uint32_t slots, u
                                                    void* instance_memory);
 
 /** Clears the history. */
-KRL_API void KRL_qmf_synthesisL_init(krl_qmf_synthesis* synthesis);
-KRL_API void KRL_qmf_synthesisS_init(krl_qmf_synthesis* synthesis);
+KRL_API void KRL_qmf_synthesisL_init(krl_qmf_synthesis* bank);
+KRL_API void KRL_qmf_synthesisS_init(krl_qmf_synthesis* bank);
 
 /** Sets the distance in floats between the rows of real sub-bands of consecutive slots; M after open. */
-KRL_API void KRL_qmf_synthesisL_set_slot_increment(krl_qmf_synthesis* synthesis, uint32_t increment);
-KRL_API void KRL_qmf_synthesisS_set_slot_increment(krl_qmf_synthesis* synthesis, uint32_t increment);
+KRL_API void KRL_qmf_synthesisL_set_slot_increment(krl_qmf_synthesis* bank, uint32_t increment);
+KRL_API void KRL_qmf_synthesisS_set_slot_increment(krl_qmf_synthesis* bank, uint32_t increment);
 
 /** The share of the synthesis in the delay of the chain: PM + 1 - M/2 samples. */
-KRL_API uint32_t KRL_qmf_synthesisL_get_delay(const krl_qmf_synthesis* synthesis);
-KRL_API uint32_t KRL_qmf_synthesisS_get_delay(const krl_qmf_synthesis* synthesis);
+KRL_API uint32_t KRL_qmf_synthesisL_get_delay(const krl_qmf_synthesis* bank);
+KRL_API uint32_t KRL_qmf_synthesisS_get_delay(const krl_qmf_synthesis* bank);
 
-/** Copies the history of other into synthesis. Does nothing unless both have the same M and P. */
-KRL_API void KRL_qmf_synthesisL_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other);
-KRL_API void KRL_qmf_synthesisS_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other);
+/** Copies the history of other into bank. Does nothing unless both have the same M and P. */
+KRL_API void KRL_qmf_synthesisL_copy_states(krl_qmf_synthesis* bank, const krl_qmf_synthesis* other);
+KRL_API void KRL_qmf_synthesisS_copy_states(krl_qmf_synthesis* bank, const krl_qmf_synthesis* other);
 
 /** Real synthesis: slots rows of M sub-band samples in, row i at in + i * increment; slots * M samples out. */
-KRL_API void KRL_Lqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in);
-KRL_API void KRL_Sqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in);
+KRL_API void KRL_Lqmf_synthesisL(krl_qmf_synthesis* bank, float* out, const float* in);
+KRL_API void KRL_Sqmf_synthesisL(krl_qmf_synthesis* bank, float* out, const float* in);
 
 /** Complex synthesis: in has one pointer per slot, to M complex sub-band samples; slots * M samples out. */
-KRL_API void KRL_Lqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
-KRL_API void KRL_Sqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
+KRL_API void KRL_Lqmf_synthesisCL(krl_qmf_synthesis* bank, float* out, const float* const* in);
+KRL_API void KRL_Sqmf_synthesisCL(krl_qmf_synthesis* bank, float* out, const float* const* in);
 
 /** Complex synthesis of sub-bands that arrive with one bit of headroom: twice KRL_Lqmf_synthesisCL. Half the sub-bands
  * here give the bits of whole ones there. */
-KRL_API void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
+KRL_API void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* bank, float* out, const float* const* in);
 
 /** Releases nothing. */
-KRL_API void KRL_qmf_synthesisL_close(krl_qmf_synthesis* synthesis);
-KRL_API void KRL_qmf_synthesisS_close(krl_qmf_synthesis* synthesis);
+KRL_API void KRL_qmf_synthesisL_close(krl_qmf_synthesis* bank);
+KRL_API void KRL_qmf_synthesisS_close(krl_qmf_synthesis* bank);
 
 /* ---- modulation ---------------------------------------------------------------------------------------------------
  *
