@@ -31,8 +31,30 @@
  *
  * Real sub-bands do not depend on the mode.
  *
- * There are two families, which give the same bits and differ in their memory rule alone: L asks for memory by M; S
- * asks for that of 64 bands or else that of 32, and refuses M = 48.
+ * What to choose:
+ *
+ *   real or complex  Real sub-bands are M numbers a slot, as many as samples: to code or store them. Complex ones are
+ *                    twice as many, with a steady magnitude: to measure, scale, mix, gate or delay bands one by one,
+ *                    and for the hybrid bank (korla/dsp/hybrid.h). A history serves either kind.
+ *   mode             0, the fastest, unless complex sub-bands meet those of another bank; both directions of a chain
+ *                    take the same. A rotation costs a tenth to a third more time.
+ *                    8, when banks of several M split one signal at rates in proportion to M, so that band q means the
+ *                    same frequencies in all: in the middle of a band the phase is then that of 64 bands, and within 5
+ *                    degrees of it up to the edges (sample i standing for the time (i + 1/2) / fs).
+ *                    Another value (1, say), when phases are to count from half a sample before the window: for M = 32
+ *                    and 64, -exp(-j pi (2q+1) (n + 1/2) / (2M)) in place of exp(-j pi (2q+1) n / (2M)). M = 8 and 16
+ *                    take the angles of 32 bands as they are, for sub-bands made that way.
+ *   M                Bands are fs / (2M) wide; delay, memory and the time that a slot takes grow with M.
+ *   P, prototype     P = 5: the stop bands of the p64kvx301 designs lie at -52 dB (64 bands) to -38 dB (8 bands); P5
+ *                    and P5_32 begin at -38 dB and fall off further. P = 4, for 64 and 32 bands: -42 and -37 dB, with
+ *                    a fifth less delay, history and filtering. Only P = 5 loads and unloads the history of an
+ *                    analysis.
+ *   delay            of the chain, in samples: 73, 145, 289, 433, 577 for M = 8, 16, 32, 48, 64 with P = 5; 225, 449
+ *                    for M = 32, 64 with P = 4
+ *   L or S           The families give the same bits and differ in their memory alone. L, unless blocks are sized
+ *                    before M is known: L asks for what M bands need; S for what 64 bands need, or else 32, so that
+ *                    one opened with 8 bands may be reconfigured to 32. S refuses M = 48.
+ *   Head1Bit         when sub-bands come halved, to leave room for sums, and the output is to have the full level
  *
  * Use: query_mem, allocate three blocks of any alignment, open, then process calls. Nothing else is allocated; the
  * memory stays the caller's, and close releases nothing. An instance is used by one thread at a time. Data buffers need
