@@ -65,23 +65,23 @@ KRL_API krl_hybrid_analysis* KRL_hybrid_analysisCL_open(int32_t config, void* st
                                                         void* instance_memory);
 
 /** Clears the state. */
-KRL_API void KRL_hybrid_analysisCL_init(krl_hybrid_analysis* instance);
+KRL_API void KRL_hybrid_analysisCL_init(krl_hybrid_analysis* bank);
 
 /** The delay of analysis and synthesis together in QMF slots: 6. */
-KRL_API uint32_t KRL_hybrid_analysisCL_get_delay(const krl_hybrid_analysis* instance);
+KRL_API uint32_t KRL_hybrid_analysisCL_get_delay(const krl_hybrid_analysis* bank);
 
 /** Headroom of the state in bits: krl_vec_UnormLU_flex (korla/dsp/vector.h) over its 78 floats. */
-KRL_API uint32_t KRL_hybrid_analysisCL_get_scale(const krl_hybrid_analysis* instance);
+KRL_API uint32_t KRL_hybrid_analysisCL_get_scale(const krl_hybrid_analysis* bank);
 
 /** Multiplies the state by 2 to the power of shift, limited to -60..60. */
-KRL_API void KRL_hybrid_analysisCL_shl(krl_hybrid_analysis* instance, int32_t shift);
+KRL_API void KRL_hybrid_analysisCL_shl(krl_hybrid_analysis* bank, int32_t shift);
 
 /** Nothing to release; the memory is the caller's. */
-KRL_API void KRL_hybrid_analysisCL_close(krl_hybrid_analysis* instance);
+KRL_API void KRL_hybrid_analysisCL_close(krl_hybrid_analysis* bank);
 
 /** One slot of analysis: in holds the samples of QMF bands 0, 1, 2 (6 floats), out receives 16 or 10 complex samples,
  * as configured. out may coincide with in. */
-KRL_API void KRL_CLhybrid_analysisCL(krl_hybrid_analysis* instance, float* out, const float* in);
+KRL_API void KRL_CLhybrid_analysisCL(krl_hybrid_analysis* bank, float* out, const float* in);
 
 /** Bytes of memory of a synthesis: state 0, scratch 0, instance 15. Returns the instance bytes. A null result pointer
  * is skipped. */
@@ -94,17 +94,17 @@ KRL_API krl_hybrid_synthesis* KRL_hybrid_synthesisCL_open(int32_t config, void* 
                                                           void* instance_memory);
 
 /** Does nothing: a synthesis has no state. */
-KRL_API void KRL_hybrid_synthesisCL_init(krl_hybrid_synthesis* instance);
+KRL_API void KRL_hybrid_synthesisCL_init(krl_hybrid_synthesis* bank);
 
 /** The delay of analysis and synthesis together in QMF slots: 6. */
-KRL_API uint32_t KRL_hybrid_synthesisCL_get_delay(const krl_hybrid_synthesis* instance);
+KRL_API uint32_t KRL_hybrid_synthesisCL_get_delay(const krl_hybrid_synthesis* bank);
 
 /** Nothing to release; the memory is the caller's. */
-KRL_API void KRL_hybrid_synthesisCL_close(krl_hybrid_synthesis* instance);
+KRL_API void KRL_hybrid_synthesisCL_close(krl_hybrid_synthesis* bank);
 
 /** One slot of synthesis: in holds 16 or 10 complex samples, as configured; out receives the samples of QMF bands 0, 1,
  * 2 (6 floats): the sums of what came from each. out may coincide with in. */
-KRL_API void KRL_CLhybrid_synthesisCL(krl_hybrid_synthesis* instance, float* out, const float* in);
+KRL_API void KRL_CLhybrid_synthesisCL(krl_hybrid_synthesis* bank, float* out, const float* in);
 
 KRL_END_DECLS
 

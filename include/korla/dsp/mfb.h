@@ -107,16 +107,16 @@ KRL_API krl_mfb_analysis* KRL_CLmfb_p10km_analysisL_init(uint32_t channels, uint
 
 /** Clears the history of one channel, the others keep theirs. Does nothing for a null instance, another m than the
  * instance's or a channel it does not have. */
-KRL_API void KRL_mfb_p10km_analysisL_reset_channel(krl_mfb_analysis* instance, uint32_t m, uint32_t channel);
+KRL_API void KRL_mfb_p10km_analysisL_reset_channel(krl_mfb_analysis* bank, uint32_t m, uint32_t channel);
 
 /** Analysis: in[slot][channel] holds M samples, out[slot][channel] receives M complex bands. */
-KRL_API void KRL_CLmfb_p10km_analysisL(krl_mfb_analysis* instance, const float* prototype, const float* twiddle,
+KRL_API void KRL_CLmfb_p10km_analysisL(krl_mfb_analysis* bank, const float* prototype, const float* twiddle,
                                        void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
                                        float* const* const* out, const float* const* const* in);
 
 /** Analysis with the phases of the legacy convention. One instance may switch between the conventions: the state is the
  * input alone, except that the legacy convention keeps its blocks reversed, so let ten slots pass after a switch. */
-KRL_API void KRL_CLmfb_p10km_analysisL_legacy(krl_mfb_analysis* instance, const float* prototype, const float* twiddle,
+KRL_API void KRL_CLmfb_p10km_analysisL_legacy(krl_mfb_analysis* bank, const float* prototype, const float* twiddle,
                                               void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
                                               float* const* const* out, const float* const* const* in);
 
@@ -125,17 +125,17 @@ KRL_API void KRL_CLmfb_p10km_analysisL_legacy(krl_mfb_analysis* instance, const 
  * With KRL_MFB_P10KM_P64KVX301_LEGACY, KRL_MFB_TWID64O and e[m] = -cos(a) + i sin(a), a = pi (2m+1) / 256, the bands
  * are those of the complex QMF analysis with full twiddles; without the rotation those of its mode 0 (korla/dsp/qmf.h).
  */
-KRL_API void KRL_CLmfb_p10km_analysisL_legacy_twiddle(krl_mfb_analysis* instance, const float* prototype,
+KRL_API void KRL_CLmfb_p10km_analysisL_legacy_twiddle(krl_mfb_analysis* bank, const float* prototype,
                                                       const float* twiddle, void* scratch, const float* extra_twiddle,
                                                       uint32_t channels, uint32_t slots, uint32_t m,
                                                       float* const* const* out, const float* const* const* in);
 
 /** The state is neither loaded nor unloaded: these do nothing. */
-KRL_API void KRL_load_mfb_p10km_analysisL_filter_state(krl_mfb_analysis* instance, const float* src);
-KRL_API void KRL_unload_mfb_p10km_analysisL_filter_state(krl_mfb_analysis* instance, float* dst);
+KRL_API void KRL_load_mfb_p10km_analysisL_filter_state(krl_mfb_analysis* bank, const float* src);
+KRL_API void KRL_unload_mfb_p10km_analysisL_filter_state(krl_mfb_analysis* bank, float* dst);
 
 /** Nothing to release; the memory is the caller's. */
-KRL_API void KRL_CLmfb_p10km_analysisL_close(krl_mfb_analysis* instance);
+KRL_API void KRL_CLmfb_p10km_analysisL_close(krl_mfb_analysis* bank);
 
 /* ---- synthesis --------------------------------------------------------------------------------------------------- */
 
@@ -145,33 +145,32 @@ KRL_API krl_mfb_synthesis* KRL_Lmfb_p10km_synthesisCL_init(uint32_t channels, ui
                                                            void* memory);
 
 /** Nothing to release; the memory is the caller's. */
-KRL_API void KRL_Lmfb_p10km_synthesisCL_close(krl_mfb_synthesis* instance);
+KRL_API void KRL_Lmfb_p10km_synthesisCL_close(krl_mfb_synthesis* bank);
 
 /** Syntheses: in[slot][channel] holds M complex bands, out[slot][channel] receives M samples. Which one belongs to
  * which analysis and prototype, with which delay: the table at the top. */
-KRL_API void KRL_Lmfb_p10km_synthesisCL_symmetric(krl_mfb_synthesis* instance, const float* prototype,
-                                                  const float* twiddle, void* scratch, uint32_t channels,
-                                                  uint32_t slots, uint32_t m, float* const* const* out,
-                                                  const float* const* const* in);
-KRL_API void KRL_Lmfb_p10km_synthesisCL_legacy(krl_mfb_synthesis* instance, const float* prototype,
-                                               const float* twiddle, void* scratch, uint32_t channels, uint32_t slots,
-                                               uint32_t m, float* const* const* out, const float* const* const* in);
-KRL_API void KRL_Lmfb_p10km_synthesisCL_legacy_extra_latency(krl_mfb_synthesis* instance, const float* prototype,
+KRL_API void KRL_Lmfb_p10km_synthesisCL_symmetric(krl_mfb_synthesis* bank, const float* prototype, const float* twiddle,
+                                                  void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
+                                                  float* const* const* out, const float* const* const* in);
+KRL_API void KRL_Lmfb_p10km_synthesisCL_legacy(krl_mfb_synthesis* bank, const float* prototype, const float* twiddle,
+                                               void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
+                                               float* const* const* out, const float* const* const* in);
+KRL_API void KRL_Lmfb_p10km_synthesisCL_legacy_extra_latency(krl_mfb_synthesis* bank, const float* prototype,
                                                              const float* twiddle, void* scratch, uint32_t channels,
                                                              uint32_t slots, uint32_t m, float* const* const* out,
                                                              const float* const* const* in);
-KRL_API void KRL_Lmfb_p10km_synthesisCL_even_0(krl_mfb_synthesis* instance, const float* prototype,
-                                               const float* twiddle, void* scratch, uint32_t channels, uint32_t slots,
-                                               uint32_t m, float* const* const* out, const float* const* const* in);
-KRL_API void KRL_Lmfb_p10km_synthesisCL_even_1(krl_mfb_synthesis* instance, const float* prototype,
-                                               const float* twiddle, void* scratch, uint32_t channels, uint32_t slots,
-                                               uint32_t m, float* const* const* out, const float* const* const* in);
-KRL_API void KRL_Lmfb_p10km_synthesisCL_even_2(krl_mfb_synthesis* instance, const float* prototype,
-                                               const float* twiddle, void* scratch, uint32_t channels, uint32_t slots,
-                                               uint32_t m, float* const* const* out, const float* const* const* in);
-KRL_API void KRL_Lmfb_p10km_synthesisCL_even_3(krl_mfb_synthesis* instance, const float* prototype,
-                                               const float* twiddle, void* scratch, uint32_t channels, uint32_t slots,
-                                               uint32_t m, float* const* const* out, const float* const* const* in);
+KRL_API void KRL_Lmfb_p10km_synthesisCL_even_0(krl_mfb_synthesis* bank, const float* prototype, const float* twiddle,
+                                               void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
+                                               float* const* const* out, const float* const* const* in);
+KRL_API void KRL_Lmfb_p10km_synthesisCL_even_1(krl_mfb_synthesis* bank, const float* prototype, const float* twiddle,
+                                               void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
+                                               float* const* const* out, const float* const* const* in);
+KRL_API void KRL_Lmfb_p10km_synthesisCL_even_2(krl_mfb_synthesis* bank, const float* prototype, const float* twiddle,
+                                               void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
+                                               float* const* const* out, const float* const* const* in);
+KRL_API void KRL_Lmfb_p10km_synthesisCL_even_3(krl_mfb_synthesis* bank, const float* prototype, const float* twiddle,
+                                               void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
+                                               float* const* const* out, const float* const* const* in);
 
 KRL_END_DECLS
 

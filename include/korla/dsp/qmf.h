@@ -31,8 +31,30 @@
  *
  * Real sub-bands do not depend on the mode.
  *
- * There are two families, which give the same bits and differ in their memory rule alone: L asks for memory by M; S
- * asks for that of 64 bands or else that of 32, and refuses M = 48.
+ * What to choose:
+ *
+ *   real or complex  Real sub-bands are M numbers a slot, as many as samples: to code or store them. Complex ones are
+ *                    twice as many, with a steady magnitude: to measure, scale, mix, gate or delay bands one by one,
+ *                    and for the hybrid bank (korla/dsp/hybrid.h). A history serves either kind.
+ *   mode             0, the fastest, unless complex sub-bands meet those of another bank; both directions of a chain
+ *                    take the same. A rotation costs a tenth to a third more time.
+ *                    8, when banks of several M split one signal at rates in proportion to M, so that band q means the
+ *                    same frequencies in all: in the middle of a band the phase is then that of 64 bands, and within 5
+ *                    degrees of it up to the edges (sample i standing for the time (i + 1/2) / fs).
+ *                    Another value (1, say), when phases are to count from half a sample before the window: for M = 32
+ *                    and 64, -exp(-j pi (2q+1) (n + 1/2) / (2M)) in place of exp(-j pi (2q+1) n / (2M)). M = 8 and 16
+ *                    take the angles of 32 bands as they are, for sub-bands made that way.
+ *   M                Bands are fs / (2M) wide; delay, memory and the time that a slot takes grow with M.
+ *   P, prototype     P = 5: the stop bands of the p64kvx301 designs lie at -52 dB (64 bands) to -38 dB (8 bands); P5
+ *                    and P5_32 begin at -38 dB and fall off further. P = 4, for 64 and 32 bands: -42 and -37 dB, with
+ *                    a fifth less delay, history and filtering. Only P = 5 loads and unloads the history of an
+ *                    analysis.
+ *   delay            of the chain, in samples: 73, 145, 289, 433, 577 for M = 8, 16, 32, 48, 64 with P = 5; 225, 449
+ *                    for M = 32, 64 with P = 4
+ *   L or S           The families give the same bits and differ in their memory alone. L, unless blocks are sized
+ *                    before M is known: L asks for what M bands need; S for what 64 bands need, or else 32, so that
+ *                    one opened with 8 bands may be reconfigured to 32. S refuses M = 48.
+ *   Head1Bit         when sub-bands come halved, to leave room for sums, and the output is to have the full level
  *
  * Use: query_mem, allocate three blocks of any alignment, open, then process calls. Nothing else is allocated; the
  * memory stays the caller's, and close releases nothing. An instance is used by one thread at a time. Data buffers need
@@ -90,22 +112,22 @@ KRL_API krl_qmf_analysis* krl_qmf_analysisS_open(uint32_t M, uint32_t slots, uin
  *
  * Clears the history and sets the slot increment to M. Returns 0; -1, and nothing changes, for what open would refuse.
  */
-KRL_API int32_t krl_qmf_analysisL_reconfig(krl_qmf_analysis* analysis, uint32_t M, uint32_t slots, uint32_t mode,
+KRL_API int32_t krl_qmf_analysisL_reconfig(krl_qmf_analysis* bank, uint32_t M, uint32_t slots, uint32_t mode,
                                            uint32_t P, const float* prototype);
-KRL_API int32_t krl_qmf_analysisS_reconfig(krl_qmf_analysis* analysis, uint32_t M, uint32_t slots, uint32_t mode,
+KRL_API int32_t krl_qmf_analysisS_reconfig(krl_qmf_analysis* bank, uint32_t M, uint32_t slots, uint32_t mode,
                                            uint32_t P, const float* prototype);
 
 /** Clears the history. */
-KRL_API void KRL_qmf_analysisL_init(krl_qmf_analysis* analysis);
-KRL_API void KRL_qmf_analysisS_init(krl_qmf_analysis* analysis);
+KRL_API void KRL_qmf_analysisL_init(krl_qmf_analysis* bank);
+KRL_API void KRL_qmf_analysisS_init(krl_qmf_analysis* bank);
 
 /** Sets the distance in floats between the rows of real sub-bands of consecutive slots; M after open and reconfig. */
-KRL_API void KRL_qmf_analysisL_set_slot_increment(krl_qmf_analysis* analysis, uint32_t increment);
-KRL_API void KRL_qmf_analysisS_set_slot_increment(krl_qmf_analysis* analysis, uint32_t increment);
+KRL_API void KRL_qmf_analysisL_set_slot_increment(krl_qmf_analysis* bank, uint32_t increment);
+KRL_API void KRL_qmf_analysisS_set_slot_increment(krl_qmf_analysis* bank, uint32_t increment);
 
 /** The share of the analysis in the delay of the chain: PM - M/2 samples. */
-KRL_API uint32_t KRL_qmf_analysisL_get_delay(const krl_qmf_analysis* analysis);
-KRL_API uint32_t KRL_qmf_analysisS_get_delay(const krl_qmf_analysis* analysis);
+KRL_API uint32_t KRL_qmf_analysisL_get_delay(const krl_qmf_analysis* bank);
+KRL_API uint32_t KRL_qmf_analysisS_get_delay(const krl_qmf_analysis* bank);
 
 /** Floats of history: 9 M for a nonzero selector (P = 5), 7 M for 0 (P = 4). */
 KRL_API uint32_t KRL_qmf_analysisL_get_filter_state_length(uint32_t selector, uint32_t M);
@@ -119,23 +141,23 @@ KRL_API uint32_t KRL_qmf_analysisS_get_max_filter_state_length(uint32_t selector
  *
  * Both do nothing unless P = 5.
  */
-KRL_API void KRL_load_CLqmf_analysisL_filter_stateL(krl_qmf_analysis* analysis, const float* src);
-KRL_API void KRL_load_CLqmf_analysisS_filter_stateL(krl_qmf_analysis* analysis, const float* src);
-KRL_API void KRL_Lunload_CLqmf_analysisL_filter_state(const krl_qmf_analysis* analysis, float* dst);
-KRL_API void KRL_Lunload_CLqmf_analysisS_filter_state(const krl_qmf_analysis* analysis, float* dst);
+KRL_API void KRL_load_CLqmf_analysisL_filter_stateL(krl_qmf_analysis* bank, const float* src);
+KRL_API void KRL_load_CLqmf_analysisS_filter_stateL(krl_qmf_analysis* bank, const float* src);
+KRL_API void KRL_Lunload_CLqmf_analysisL_filter_state(const krl_qmf_analysis* bank, float* dst);
+KRL_API void KRL_Lunload_CLqmf_analysisS_filter_state(const krl_qmf_analysis* bank, float* dst);
 
 /** Real analysis: slots * M samples in, one row of M sub-band samples per slot out; row i starts at out + i *
  * increment. */
-KRL_API void KRL_Lqmf_analysisL(krl_qmf_analysis* analysis, float* out, const float* in);
-KRL_API void KRL_Lqmf_analysisS(krl_qmf_analysis* analysis, float* out, const float* in);
+KRL_API void KRL_Lqmf_analysisL(krl_qmf_analysis* bank, float* out, const float* in);
+KRL_API void KRL_Lqmf_analysisS(krl_qmf_analysis* bank, float* out, const float* in);
 
 /** Complex analysis: slots * M samples in; out has one pointer per slot, to M complex sub-band samples. */
-KRL_API void KRL_CLqmf_analysisL(krl_qmf_analysis* analysis, float* const* out, const float* in);
-KRL_API void KRL_CLqmf_analysisS(krl_qmf_analysis* analysis, float* const* out, const float* in);
+KRL_API void KRL_CLqmf_analysisL(krl_qmf_analysis* bank, float* const* out, const float* in);
+KRL_API void KRL_CLqmf_analysisS(krl_qmf_analysis* bank, float* const* out, const float* in);
 
 /** Releases nothing. */
-KRL_API void KRL_qmf_analysisL_close(krl_qmf_analysis* analysis);
-KRL_API void KRL_qmf_analysisS_close(krl_qmf_analysis* analysis);
+KRL_API void KRL_qmf_analysisL_close(krl_qmf_analysis* bank);
+KRL_API void KRL_qmf_analysisS_close(krl_qmf_analysis* bank);
 
 /* ---- synthesis ------------------------------------------------------------------------------------------------- */
 
@@ -165,36 +187,36 @@ KRL_API krl_qmf_synthesis* krl_qmf_synthesisS_open(uint32_t M, uint32_t slots, u
                                                    void* instance_memory);
 
 /** Clears the history. */
-KRL_API void KRL_qmf_synthesisL_init(krl_qmf_synthesis* synthesis);
-KRL_API void KRL_qmf_synthesisS_init(krl_qmf_synthesis* synthesis);
+KRL_API void KRL_qmf_synthesisL_init(krl_qmf_synthesis* bank);
+KRL_API void KRL_qmf_synthesisS_init(krl_qmf_synthesis* bank);
 
 /** Sets the distance in floats between the rows of real sub-bands of consecutive slots; M after open. */
-KRL_API void KRL_qmf_synthesisL_set_slot_increment(krl_qmf_synthesis* synthesis, uint32_t increment);
-KRL_API void KRL_qmf_synthesisS_set_slot_increment(krl_qmf_synthesis* synthesis, uint32_t increment);
+KRL_API void KRL_qmf_synthesisL_set_slot_increment(krl_qmf_synthesis* bank, uint32_t increment);
+KRL_API void KRL_qmf_synthesisS_set_slot_increment(krl_qmf_synthesis* bank, uint32_t increment);
 
 /** The share of the synthesis in the delay of the chain: PM + 1 - M/2 samples. */
-KRL_API uint32_t KRL_qmf_synthesisL_get_delay(const krl_qmf_synthesis* synthesis);
-KRL_API uint32_t KRL_qmf_synthesisS_get_delay(const krl_qmf_synthesis* synthesis);
+KRL_API uint32_t KRL_qmf_synthesisL_get_delay(const krl_qmf_synthesis* bank);
+KRL_API uint32_t KRL_qmf_synthesisS_get_delay(const krl_qmf_synthesis* bank);
 
-/** Copies the history of other into synthesis. Does nothing unless both have the same M and P. */
-KRL_API void KRL_qmf_synthesisL_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other);
-KRL_API void KRL_qmf_synthesisS_copy_states(krl_qmf_synthesis* synthesis, const krl_qmf_synthesis* other);
+/** Copies the history of other into bank. Does nothing unless both have the same M and P. */
+KRL_API void KRL_qmf_synthesisL_copy_states(krl_qmf_synthesis* bank, const krl_qmf_synthesis* other);
+KRL_API void KRL_qmf_synthesisS_copy_states(krl_qmf_synthesis* bank, const krl_qmf_synthesis* other);
 
 /** Real synthesis: slots rows of M sub-band samples in, row i at in + i * increment; slots * M samples out. */
-KRL_API void KRL_Lqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in);
-KRL_API void KRL_Sqmf_synthesisL(krl_qmf_synthesis* synthesis, float* out, const float* in);
+KRL_API void KRL_Lqmf_synthesisL(krl_qmf_synthesis* bank, float* out, const float* in);
+KRL_API void KRL_Sqmf_synthesisL(krl_qmf_synthesis* bank, float* out, const float* in);
 
 /** Complex synthesis: in has one pointer per slot, to M complex sub-band samples; slots * M samples out. */
-KRL_API void KRL_Lqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
-KRL_API void KRL_Sqmf_synthesisCL(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
+KRL_API void KRL_Lqmf_synthesisCL(krl_qmf_synthesis* bank, float* out, const float* const* in);
+KRL_API void KRL_Sqmf_synthesisCL(krl_qmf_synthesis* bank, float* out, const float* const* in);
 
 /** Complex synthesis of sub-bands that arrive with one bit of headroom: twice KRL_Lqmf_synthesisCL. Half the sub-bands
  * here give the bits of whole ones there. */
-KRL_API void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* synthesis, float* out, const float* const* in);
+KRL_API void KRL_Lqmf_synthesisCL_Head1Bit(krl_qmf_synthesis* bank, float* out, const float* const* in);
 
 /** Releases nothing. */
-KRL_API void KRL_qmf_synthesisL_close(krl_qmf_synthesis* synthesis);
-KRL_API void KRL_qmf_synthesisS_close(krl_qmf_synthesis* synthesis);
+KRL_API void KRL_qmf_synthesisL_close(krl_qmf_synthesis* bank);
+KRL_API void KRL_qmf_synthesisS_close(krl_qmf_synthesis* bank);
 
 /* ---- modulation ---------------------------------------------------------------------------------------------------
  *

@@ -14,6 +14,7 @@ template <class V> struct complex { V re, im; };
 template <class V> KRL_INLINE complex<V> operator+(complex<V> a, complex<V> b) { return {a.re + b.re, a.im + b.im}; }
 template <class V> KRL_INLINE complex<V> operator-(complex<V> a, complex<V> b) { return {a.re - b.re, a.im - b.im}; }
 template <class V> KRL_INLINE complex<V> operator*(V g, complex<V> a) { return {g * a.re, g * a.im}; }
+template <class V> KRL_INLINE complex<V> conjugate(complex<V> a) { return {a.re, -a.im}; }
 template <class V> KRL_INLINE complex<V> reverse(complex<V> a) { return {reverse(a.re), reverse(a.im)}; }
 
 // ---- sums with a quarter turn or a real factor ---------------------------------------------------------------------
@@ -49,6 +50,10 @@ template <class V> KRL_INLINE complex<V> multiply(complex<V> a, complex<V> w) {
 // a * (c - i*s). The products with s are rounded, those with c fused on every target.
 template <class V> KRL_INLINE complex<V> rotate_fused(complex<V> a, V c, V s) {
     return {fma(a.re, c, a.im * s), fma(a.im, c, -(a.re * s))};
+}
+// a * w. The products with a.im are rounded, those with a.re fused on every target.
+template <class V> KRL_INLINE complex<V> multiply_fused(complex<V> a, complex<V> w) {
+    return {fma(a.re, w.re, -(a.im * w.im)), fma(a.re, w.im, a.im * w.re)};
 }
 // conj(a) * (c + i*s). The products with a.im are rounded, those with a.re fused on every target.
 template <class V> KRL_INLINE complex<V> rotate_conjugate_fused(complex<V> a, V c, V s) {

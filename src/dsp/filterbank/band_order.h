@@ -8,7 +8,7 @@
 
 namespace krl {
 
-enum class conjugated { even_bands, odd_bands };
+enum class Conjugated { even_bands, odd_bands };
 
 namespace detail {
 
@@ -27,26 +27,26 @@ struct AsTheyAre {
 
 // M is a multiple of 8. The buffers hold M complex values and are apart. turn(v, m) has the last word on the vector of
 // complex samples that starts at band m on its way out of the bins, or the first on its way in.
-template <conjugated which, class Turn = AsTheyAre>
+template <Conjugated which, class Turn = AsTheyAre>
 KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m, Turn turn = {}) {
     constexpr uint32_t step = lanes<f32v>; // floats: lanes / 2 complex values
     for (uint32_t k = 0; k < m; k += step) {
         const f32v low = load<f32v>(bins + k), high = load<f32v>(bins + 2 * m - step - k);
-        const auto [a, b] = interleave_backwards(detail::conjugate_if<which == conjugated::even_bands>(low),
-                                                 detail::conjugate_if<which == conjugated::odd_bands>(high));
+        const auto [a, b] = interleave_backwards(detail::conjugate_if<which == Conjugated::even_bands>(low),
+                                                 detail::conjugate_if<which == Conjugated::odd_bands>(high));
         store(bands + 2 * k, turn(a, k));
         store(bands + 2 * k + step, turn(b, k + step / 2));
     }
 }
 
-template <conjugated which, class Turn = AsTheyAre>
+template <Conjugated which, class Turn = AsTheyAre>
 KRL_INLINE void bins_from_bands(float* bins, const float* bands, uint32_t m, Turn turn = {}) {
     constexpr uint32_t step = lanes<f32v>;
     for (uint32_t k = 0; k < m; k += step) {
         const auto [even, odd] = deinterleave_backwards(turn(load<f32v>(bands + 2 * k), k),
                                                         turn(load<f32v>(bands + 2 * k + step), k + step / 2));
-        store(bins + k, detail::conjugate_if<which == conjugated::even_bands>(even));
-        store(bins + 2 * m - step - k, detail::conjugate_if<which == conjugated::odd_bands>(odd));
+        store(bins + k, detail::conjugate_if<which == Conjugated::even_bands>(even));
+        store(bins + 2 * m - step - k, detail::conjugate_if<which == Conjugated::odd_bands>(odd));
     }
 }
 

@@ -6,10 +6,11 @@
 #include "dsp/core/align.h"
 #include "dsp/core/lanes.h"
 #include "dsp/core/trig.h"
+#include "dsp/fft/fastest.h"
 #include "korla/dsp/vector.h"
 
-// The taps carry the sign that is left when the phase factor of a tap is divided by rotation(m) and the FFT's own
-// below, so that all taps that meet in one FFT input share one rotation.
+// The taps carry the sign that is left when the phase factor of a tap is divided by the rotation of its FFT input and
+// the FFT's own factor, so that all taps that meet in one FFT input share one rotation.
 const float krl_hyb_p8_13[13] = {-0.00746082934f, -0.0227042101f, -0.0454686582f, -0.0726611391f, -0.0988510847f,
                                  0.117937103f,    0.125f,         0.117937103f,   0.0988510847f,  0.0726611391f,
                                  0.0454686582f,   0.0227042101f,  0.00746082934f};
@@ -17,16 +18,6 @@ const float krl_hyb_p4_13[13] = {
     -0.00305151916f, 0.00794862304f, 0.0f,           -0.0431892388f, -0.125424489f,  0.212278068f,  0.25f,
     0.212278068f,    0.125424489f,   -0.0431892388f, 0.0f,           0.00794862304f, 0.00305151916f};
 const float krl_hyb_p2_6[6] = {0.0189948753f, -0.072931394f, 0.305966318f, 0.305966318f, -0.072931394f, 0.0189948753f};
-
-namespace krl::hybrid {
-
-constexpr uint32_t taps = 13;
-constexpr uint32_t lines = 3;              // QMF bands that are split
-constexpr uint32_t line_floats = 2 * taps; // complex samples, oldest first
-constexpr uint32_t state_floats = lines * line_floats;
-constexpr uint32_t delay_slots = 6; // the prototypes are symmetric about tap 6
-
-} // namespace krl::hybrid
 
 struct krl_hybrid_analysis {
     uint32_t split;
@@ -46,6 +37,12 @@ static_assert(sizeof(krl_hybrid_synthesis) == 8);
 namespace krl::hybrid {
 namespace {
 
+constexpr uint32_t taps = 13;
+constexpr uint32_t lines = 3;              // QMF bands that are split
+constexpr uint32_t line_floats = 2 * taps; // complex samples, oldest first
+constexpr uint32_t state_floats = lines * line_floats;
+constexpr uint32_t delay_slots = 6; // the prototypes are symmetric about tap 6
+
 // Interleaved order: where y0 .. y7, z0 .. z3, w0 .. w3 go, and the sign of their imaginary parts.
 constexpr uint8_t interleaved_order[16] = {0, 2, 4, 6, 7, 9, 3, 1, 12, 5, 8, 10, 13, 14, 15, 11};
 constexpr float interleaved_sign[16] = {1, 1, 1, 1, 1, 1, -1, -1, 1, 1, 1, 1, 1, 1, 1, 1};
@@ -55,9 +52,9 @@ constexpr float interleaved_sign[16] = {1, 1, 1, 1, 1, 1, -1, -1, 1, 1, 1, 1, 1,
 // The phase factor e^(2 pi i (q + 1/2)(6 - n) / ways) of tap n is, up to the sign that the table holds, e^(2 pi i m q /
 // ways) with m = (6 - n) mod ways, which the inverse FFT supplies, times e^(i pi r / ways), r = m for m <= 1 and m -
 // ways above.
-template <int ways> struct rotations {
+template <int ways> struct Rotations {
     float cos[ways], sin[ways];
-    constexpr rotations() : cos{}, sin{} {
+    constexpr Rotations() : cos{}, sin{} {
         for (int m = 0; m < ways; m++) {
             const sin_cos angle = sin_cos_turn(m <= 1 ? m : m - ways, 2 * ways);
             cos[m] = static_cast<float>(angle.cos);
@@ -67,7 +64,7 @@ template <int ways> struct rotations {
 };
 
 // A complex sample as one element, so that it moves in one load or store.
-KRL_INLINE double load_complex(const float* p) {
+KRL_INLINE double one_sample(const float* p) {
     double both;
     std::memcpy(&both, p, sizeof(both));
     return both;
@@ -75,22 +72,22 @@ KRL_INLINE double load_complex(const float* p) {
 
 // The samples n of one delay line, or of two neighbouring ones side by side.
 template <int line_count> KRL_INLINE f32x4 load_sample(const float* line, uint32_t n) {
-    const double second = line_count == 2 ? load_complex(line + line_floats + 2 * n) : 0.0;
-    return bit_cast<f32x4>(f64x2{load_complex(line + 2 * n), second});
+    const double second = line_count == 2 ? one_sample(line + line_floats + 2 * n) : 0.0;
+    return bit_cast<f32x4>(f64x2{one_sample(line + 2 * n), second});
 }
 
 // Splits a delay line, or two neighbouring ones, into `ways` sub-bands each: fold the taps to the inputs of the inverse
 // FFT, rotate, transform. `y` receives ways * line_count complex sub-bands.
 template <int ways, int line_count>
 KRL_INLINE void split(float* y, const float* line, const float* prototype, krl_fft_kernel* inverse_fft) {
-    static constexpr rotations<ways> rotation;
+    static constexpr Rotations<ways> rotations;
     alignas(32) float u[line_count][2 * ways];
     for (uint32_t m = 0; m < ways; m++) {
         f32x4 sum = {};
         for (uint32_t n = (6 + ways - m) % ways; n < taps; n += ways)
             if (prototype[n] != 0.0f) // a sample without weight does not count, finite or not
                 sum = mul_add(splat<f32x4>(prototype[n]), load_sample<line_count>(line, n), sum);
-        const float c = rotation.cos[m], s = rotation.sin[m];
+        const float c = rotations.cos[m], s = rotations.sin[m];
         const f32x4 rotated = mul_add(sum, splat<f32x4>(c), swap_pairs(sum) * f32x4{-s, s, -s, s});
         std::memcpy(&u[0][2 * m], &rotated, 8);
         if constexpr (line_count == 2)
@@ -164,11 +161,6 @@ bool is_valid(int32_t config) { return (config & 2) == 0; }
 uint32_t split_of(int32_t config) { return static_cast<uint32_t>(config) & 3; }
 uint32_t interleaved_of(int32_t config) { return static_cast<uint32_t>(config) & 4; }
 
-const krl_fft_pair* inverse_pair(uint32_t n) {
-    const krl_fft_pair* pair = KRL_r8_cplx_inv_pair(n);
-    return pair ? pair : KRL_r4_cplx_inv_pair(n);
-}
-
 uint32_t report_bytes(uint32_t* state, uint32_t* scratch, uint32_t* instance, uint32_t state_size,
                       uint32_t instance_size) {
     if (state)
@@ -196,8 +188,8 @@ krl_hybrid_analysis* KRL_hybrid_analysisCL_open(int32_t config, void* state_memo
     bank->split = split_of(config);
     bank->interleaved = interleaved_of(config);
     bank->state = krl::align_up<float>(state_memory, krl::strict_alignment);
-    bank->inverse4 = inverse_pair(4);
-    bank->inverse8 = inverse_pair(8);
+    bank->inverse4 = krl::fft::fastest_inverse(4);
+    bank->inverse8 = krl::fft::fastest_inverse(8);
     KRL_hybrid_analysisCL_init(bank);
     return bank;
 }

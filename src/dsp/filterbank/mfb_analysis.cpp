@@ -7,25 +7,25 @@
 // Block j contributes the factor (-i)^j, which is real for even blocks and imaginary for odd ones: E and O collect
 // them. What is left over k, e^(-i pi k / (2M)) e^(-2 pi i q k / M) for m = 2q, is the twiddle and an FFT of length M;
 // bins from the upper half, conjugated, are the bands in between.
-#include "dsp/core/lanes.h"
+#include "dsp/core/complex_lanes.h"
 #include "dsp/filterbank/band_order.h"
-#include "dsp/filterbank/mfb_state.h"
+#include "dsp/filterbank/mfb.h"
 
 namespace krl::mfb {
 namespace {
 
 // The legacy convention reads every block of input back to front and conjugates the phases. Both conventions share the
 // rest: with a factor i on every bin, so no more than the sign of O and the conjugated half differ.
-struct convention {
+struct Convention {
     bool reversed_input;
     bool negated_odd;
-    conjugated half;
+    Conjugated half;
 };
-constexpr convention direct{false, false, conjugated::odd_bands};
-constexpr convention legacy{true, true, conjugated::even_bands};
+constexpr Convention direct{false, false, Conjugated::odd_bands};
+constexpr Convention legacy{true, true, Conjugated::even_bands};
 
 // v[k] = (O + iE) * twiddle[k], and the new block, halved, takes the place of the oldest. ring[0] is the oldest block.
-template <convention form>
+template <Convention form>
 void fold(float* v, float* const (&ring)[state_blocks], const float* prototype, const float* twiddle, const float* in,
           uint32_t bands) {
     using V = f32v;
@@ -48,50 +48,43 @@ void fold(float* v, float* const (&ring)[state_blocks], const float* prototype, 
         odd = mul_add(taps(8).b, newest, odd);
         store(ring[0] + k, newest);
 
-        const auto [a, b] = load_groups<V>(twiddle + 2 * k);
-        const V re = form.negated_odd ? -odd : odd;
-        const auto [lo, hi] = interleave(mul_sub_from(even, b, re * a), mul_add(even, a, re * b));
-        store(v + 2 * k, lo);
-        store(v + 2 * k + lanes<V>, hi);
+        const auto [re, im] = load_groups<V>(twiddle + 2 * k);
+        store_complex(v + 2 * k, multiply(complex<V>{form.negated_odd ? -odd : odd, even}, {re, im}));
     }
 }
 
 // bands[m] *= e[m], e grouped by four: four real parts, four imaginary parts.
-void rotate(float* bands, const float* e, uint32_t count) {
-    for (uint32_t m = 0; m < 2 * count; m += 8) {
-        const auto [re, im] = deinterleave(load<f32x4>(bands + m), load<f32x4>(bands + m + 4));
-        const f32x4 a = load<f32x4>(e + m), b = load<f32x4>(e + m + 4);
-        const auto [lo, hi] = interleave(mul_sub_from(im, b, re * a), mul_add(im, a, re * b));
-        store(bands + m, lo);
-        store(bands + m + 4, hi);
-    }
+void rotate_bands(float* bands, const float* e, uint32_t count) {
+    using V = f32x4;
+    for (uint32_t m = 0; m < 2 * count; m += 8)
+        store_complex(bands + m, multiply(load_complex<V>(bands + m), {load<V>(e + m), load<V>(e + m + 4)}));
 }
 
 // `extra` null: no further rotation.
-template <convention form>
-void analyse(krl_mfb_analysis* instance, const float* prototype, const float* twiddle, void* scratch,
-             const float* extra, uint32_t channels, uint32_t slots, uint32_t bands, float* const* const* out,
+template <Convention form>
+void analyse(krl_mfb_analysis* bank, const float* prototype, const float* twiddle, void* scratch, const float* extra,
+             uint32_t channels, uint32_t slots, uint32_t bands, float* const* const* out,
              const float* const* const* in) {
-    if (!accepts(instance, prototype, twiddle, scratch, channels, slots, bands, out, in))
+    if (!accepts(bank, prototype, twiddle, scratch, channels, slots, bands, out, in))
         return;
     float* v = align_up<float>(scratch, 32);
     float* bins = v + 2 * size_t{bands};
     for (uint32_t slot = 0; slot < slots; slot++) {
         for (uint32_t channel = 0; channel < channels; channel++) {
             float* ring[state_blocks];
-            float* const first = instance->channels[channel];
-            float* block = first + instance->slot * size_t{bands};
+            float* const first = bank->channels[channel];
+            float* block = first + bank->slot * size_t{bands};
             for (float*& place : ring) {
                 place = block;
                 block = block + bands == first + state_blocks * size_t{bands} ? first : block + bands;
             }
             fold<form>(v, ring, prototype, twiddle, in[slot][channel], bands);
-            instance->fft->scaled(bins, v, bands);
+            bank->fft->scaled(bins, v, bands);
             bands_from_bins<form.half>(out[slot][channel], bins, bands);
             if (extra)
-                rotate(out[slot][channel], extra, bands);
+                rotate_bands(out[slot][channel], extra, bands);
         }
-        instance->slot = instance->slot + 1 == state_blocks ? 0 : instance->slot + 1;
+        bank->slot = bank->slot + 1 == state_blocks ? 0 : bank->slot + 1;
     }
 }
 
@@ -108,28 +101,28 @@ size_t KRL_mfb_p10km_analysisL_query_scratch(uint32_t, uint32_t, uint32_t m) { r
 krl_mfb_analysis* KRL_CLmfb_p10km_analysisL_init(uint32_t channels, uint32_t, uint32_t m, void* memory) {
     return place<krl_mfb_analysis>(channels, m, memory);
 }
-void KRL_mfb_p10km_analysisL_reset_channel(krl_mfb_analysis* instance, uint32_t m, uint32_t channel) {
-    if (instance && m == instance->bands && channel < instance->channel_count)
-        clear_channel(*instance, channel);
+void KRL_mfb_p10km_analysisL_reset_channel(krl_mfb_analysis* bank, uint32_t m, uint32_t channel) {
+    if (bank && m == bank->bands && channel < bank->channel_count)
+        bank->clear_channel(channel);
 }
 void KRL_load_mfb_p10km_analysisL_filter_state(krl_mfb_analysis*, const float*) {}
 void KRL_unload_mfb_p10km_analysisL_filter_state(krl_mfb_analysis*, float*) {}
 void KRL_CLmfb_p10km_analysisL_close(krl_mfb_analysis*) {}
 
-void KRL_CLmfb_p10km_analysisL(krl_mfb_analysis* instance, const float* prototype, const float* twiddle, void* scratch,
+void KRL_CLmfb_p10km_analysisL(krl_mfb_analysis* bank, const float* prototype, const float* twiddle, void* scratch,
                                uint32_t channels, uint32_t slots, uint32_t m, float* const* const* out,
                                const float* const* const* in) {
-    analyse<direct>(instance, prototype, twiddle, scratch, nullptr, channels, slots, m, out, in);
+    analyse<direct>(bank, prototype, twiddle, scratch, nullptr, channels, slots, m, out, in);
 }
-void KRL_CLmfb_p10km_analysisL_legacy(krl_mfb_analysis* instance, const float* prototype, const float* twiddle,
+void KRL_CLmfb_p10km_analysisL_legacy(krl_mfb_analysis* bank, const float* prototype, const float* twiddle,
                                       void* scratch, uint32_t channels, uint32_t slots, uint32_t m,
                                       float* const* const* out, const float* const* const* in) {
-    analyse<legacy>(instance, prototype, twiddle, scratch, nullptr, channels, slots, m, out, in);
+    analyse<legacy>(bank, prototype, twiddle, scratch, nullptr, channels, slots, m, out, in);
 }
-void KRL_CLmfb_p10km_analysisL_legacy_twiddle(krl_mfb_analysis* instance, const float* prototype, const float* twiddle,
+void KRL_CLmfb_p10km_analysisL_legacy_twiddle(krl_mfb_analysis* bank, const float* prototype, const float* twiddle,
                                               void* scratch, const float* extra_twiddle, uint32_t channels,
                                               uint32_t slots, uint32_t m, float* const* const* out,
                                               const float* const* const* in) {
     if (extra_twiddle)
-        analyse<legacy>(instance, prototype, twiddle, scratch, extra_twiddle, channels, slots, m, out, in);
+        analyse<legacy>(bank, prototype, twiddle, scratch, extra_twiddle, channels, slots, m, out, in);
 }

@@ -1,4 +1,5 @@
-#include "prototype_tables.h"
+// The exported tables of every prototype filter: one line each.
+#include "dsp/filterbank/prototype_tables.h"
 
 #include "korla/dsp/mfb_tables.h"
 #include "korla/dsp/qmf_tables.h"

@@ -1,13 +1,15 @@
+// The modulation steps of the QMF banks: between the filters and the sub-bands.
+#include <cstring>
+
+#include "dsp/core/complex_lanes.h"
 #include "dsp/filterbank/band_order.h"
+#include "dsp/filterbank/given_fft.h"
 #include "dsp/filterbank/qmf.h"
 #include "dsp/filterbank/sweep.h"
 #include "korla/dsp/dct.h"
 
-using namespace krl;
-
+namespace krl::qmf {
 namespace {
-
-template <class V> KRL_INLINE V load_backwards(const float* p) { return reverse(load<V>(p - (lanes<V> - 1))); }
 
 // ---- real sub-bands ------------------------------------------------------------------------------------------------
 
@@ -36,69 +38,71 @@ void expand(float* X, float* Y, uint32_t M) {
     Y[h] = 0.0f;
 }
 
-bool is_supported(uint32_t M, const krl_fft_pair* pair, uint32_t fft_length) {
-    return M != 0 && M % 8 == 0 && (pair || KRL_r4_cplx_fwd_unscaled(fft_length));
-}
-
 // ---- complex sub-bands ---------------------------------------------------------------------------------------------
 
+// The FFT of a modulation of M bands, fft_length points; null when M is refused.
+krl_fft_kernel* modulation_fft(uint32_t M, const krl_fft_pair* pair, uint32_t fft_length) {
+    return M != 0 && M % 8 == 0 ? unscaled_fft(pair, fft_length) : nullptr;
+}
+
 constexpr uint32_t samples = lanes<f32v> / 2; // complex samples of a vector
-
-// The rotation w of complex samples of neighbouring bands, each part in both lanes of its sample.
-struct Rotation {
-    f32v re, im;
-};
-
-KRL_INLINE f32v turn(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * -conjugate(w.im)); }
-KRL_INLINE f32v turn_back(f32v x, Rotation w) { return fma(x, w.re, swap_pairs(x) * conjugate(w.im)); }
 
 // Where the sine of band m stands in groups of four; its cosine follows four places on.
 KRL_INLINE const float* sine_of(const float* table, uint32_t m) { return table + m / 4 * 8 + m % 4; }
 
-KRL_INLINE Rotation load_rotation(const float* table, uint32_t m) {
+// The rotation w of the bands from m on, either part in both lanes of its sample.
+KRL_INLINE complex<f32v> load_rotation(const float* table, uint32_t m) {
     return {load_twice<f32v>(sine_of(table, m) + 4), load_twice<f32v>(sine_of(table, m))};
 }
 
-struct NoTwiddle {
-    static KRL_INLINE f32v turn(f32v x, uint32_t) { return x; }
-    static KRL_INLINE f32v turn_back(f32v x, uint32_t) { return x; }
-};
+struct NoTwiddle {};
 struct ShortTwiddle {
     const float* table;
 
-    KRL_INLINE Rotation at(uint32_t m) const { return load_rotation(table, m); }
-    KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
-    KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
+    KRL_INLINE complex<f32v> at(uint32_t m) const { return load_rotation(table, m); }
 };
 // The angles of the upper bands are those of the lower ones from a quarter turn down.
 struct FullTwiddle {
     const float* table;
     uint32_t M;
 
-    KRL_INLINE Rotation at(uint32_t m) const {
+    KRL_INLINE complex<f32v> at(uint32_t m) const {
         if (m < M / 2)
             return load_rotation(table, m);
         const float* sine = sine_of(table, M - samples - m);
         return {-load_twice_backwards<f32v>(sine), -load_twice_backwards<f32v>(sine + 4)};
     }
-    KRL_INLINE f32v turn(f32v x, uint32_t m) const { return ::turn(x, at(m)); }
-    KRL_INLINE f32v turn_back(f32v x, uint32_t m) const { return ::turn_back(x, at(m)); }
 };
-
 template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
-    if (mode == qmf::no_twiddle || !table)
+    if (mode == no_twiddle || !table)
         f(NoTwiddle{});
-    else if (mode == qmf::short_twiddle)
+    else if (mode == short_twiddle)
         f(ShortTwiddle{table});
     else
         f(FullTwiddle{table, M});
 }
 
+// x w and x conj(w), where x holds interleaved samples of the bands from m on.
+KRL_INLINE f32v turn(f32v x, NoTwiddle, uint32_t) { return x; }
+template <class Twiddle> KRL_INLINE f32v turn(f32v x, Twiddle twiddle, uint32_t m) {
+    const complex<f32v> w = twiddle.at(m);
+    return fma(x, w.re, swap_pairs(x) * -conjugate(w.im));
+}
+KRL_INLINE f32v turn_back(f32v x, NoTwiddle, uint32_t) { return x; }
+template <class Twiddle> KRL_INLINE f32v turn_back(f32v x, Twiddle twiddle, uint32_t m) {
+    const complex<f32v> w = twiddle.at(m);
+    return fma(x, w.re, swap_pairs(x) * conjugate(w.im));
+}
+
 } // namespace
+} // namespace krl::qmf
+
+using namespace krl;
+using namespace krl::qmf;
 
 void krl_forwardModulationReal(const float* f, float* out, uint32_t M, const krl_fft_pair* pair, const float* dct_table,
                                float* tmp) {
-    if (!is_supported(M, pair, M / 2))
+    if (!modulation_fft(M, pair, M / 2))
         return;
     fold(tmp, f, M);
     if (tmp == out)
@@ -108,12 +112,12 @@ void krl_forwardModulationReal(const float* f, float* out, uint32_t M, const krl
 }
 
 void krl_inverseModulationReal(float* X, float* Y, uint32_t M, const krl_fft_pair* pair, const float* dct_table) {
-    if (!is_supported(M, pair, M / 2))
+    if (!modulation_fft(M, pair, M / 2))
         return;
     if (X == Y) {
         _krl_ldct2_unscaled_iplu(pair, dct_table, X, M);
         Y = X + M;
-        memcpy(Y, X, M * sizeof(float));
+        std::memcpy(Y, X, M * sizeof(float));
     } else {
         krl_dctII_unscaled(pair, dct_table, Y, X, M);
     }
@@ -122,20 +126,21 @@ void krl_inverseModulationReal(float* X, float* Y, uint32_t M, const krl_fft_pai
 
 void krl_forwardModulationComplex(float* v, float* X, float* scratch, uint32_t M, uint32_t mode, const float* twiddle,
                                   const krl_fft_pair* pair) {
-    if (!is_supported(M, pair, M))
-        return;
-    (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(scratch, v, M);
-    with_twiddle(M, mode, twiddle, [=](auto w) {
-        bands_from_bins<conjugated::even_bands>(X, scratch, M, [w](f32v x, uint32_t m) { return w.turn(x, m); });
-    });
+    if (krl_fft_kernel* fft = modulation_fft(M, pair, M)) {
+        fft(scratch, v, M);
+        with_twiddle(M, mode, twiddle, [=](auto w) {
+            bands_from_bins<Conjugated::even_bands>(X, scratch, M, [w](f32v x, uint32_t m) { return turn(x, w, m); });
+        });
+    }
 }
 
 void krl_inverseModulationComplex(const float* X, float* Y, float* scratch, uint32_t M, uint32_t mode,
                                   const float* twiddle, const krl_fft_pair* pair) {
-    if (!is_supported(M, pair, M))
-        return;
-    with_twiddle(M, mode, twiddle, [=](auto w) {
-        bins_from_bands<conjugated::even_bands>(scratch, X, M, [w](f32v x, uint32_t m) { return w.turn_back(x, m); });
-    });
-    (pair ? pair->unscaled : KRL_r4_cplx_fwd_unscaled(M))(Y, scratch, M);
+    if (krl_fft_kernel* fft = modulation_fft(M, pair, M)) {
+        with_twiddle(M, mode, twiddle, [=](auto w) {
+            bins_from_bands<Conjugated::even_bands>(scratch, X, M,
+                                                    [w](f32v x, uint32_t m) { return turn_back(x, w, m); });
+        });
+        fft(Y, scratch, M);
+    }
 }

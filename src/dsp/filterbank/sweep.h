@@ -1,11 +1,22 @@
-// A loop over a range of indices in the widest lanes that fit, without a tail.
+// A loop over a range of indices in the widest lanes that fit, without a tail, and lanes that run backwards in memory.
 #pragma once
 
-#include "dsp/core/lanes.h"
+#include "dsp/core/complex_lanes.h"
 
 namespace krl {
 
 template <class V> struct lane_tag { using type = V; };
+
+// The lanes p[0], p[-1], p[-2] ..
+template <class V> KRL_INLINE V load_backwards(const float* p) { return reverse(load<V>(p - (lanes<V> - 1))); }
+template <class V> KRL_INLINE void store_backwards(float* p, V v) { store(p - (lanes<V> - 1), reverse(v)); }
+// The complex samples at p, p - 2, p - 4 ..
+template <class V> KRL_INLINE complex<V> load_complex_backwards(const float* p) {
+    return reverse(load_complex<V>(p - 2 * (lanes<V> - 1)));
+}
+template <class V> KRL_INLINE void store_complex_backwards(float* p, complex<V> z) {
+    store_complex(p - 2 * (lanes<V> - 1), reverse(z));
+}
 
 namespace detail {
 

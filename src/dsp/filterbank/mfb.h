@@ -1,9 +1,10 @@
-// The modulated bank's instance and what its two directions share.
+// What analysis and synthesis of the modulated bank share: the instance, its memory, and which calls are refused.
 #pragma once
 
 #include <cstring>
 
 #include "dsp/core/align.h"
+#include "dsp/fft/fastest.h"
 #include "korla/dsp/mfb.h"
 
 namespace krl::mfb {
@@ -12,18 +13,17 @@ inline constexpr uint32_t tap_blocks = 10;               // a prototype has this
 inline constexpr uint32_t state_blocks = tap_blocks - 1; // floats of state per band
 inline constexpr uint32_t band_multiple = 8;             // the widest step over the bands
 
-struct state {
+struct Bank {
     float** channels;        // one block of 9M floats per channel
     const krl_fft_pair* fft; // forward, length M
     uint32_t slot;           // analysis: ring phase, the slot counter modulo 9
     uint32_t bands, channel_count;
-};
-static_assert(sizeof(state) == 32);
 
-inline const krl_fft_pair* fft_pair(uint32_t bands) {
-    const krl_fft_pair* pair = KRL_r8_cplx_fwd_pair(bands);
-    return pair ? pair : KRL_r4_cplx_fwd_pair(bands);
-}
+    void clear_channel(uint32_t channel) const {
+        std::memset(channels[channel], 0, state_blocks * sizeof(float) * size_t{bands});
+    }
+};
+static_assert(sizeof(Bank) == 32);
 
 // Bytes for any alignment of the block: record_bytes covers the record and twice the slack of 31 (the record, the first
 // channel block); 39 bytes per channel are its pointer and slack. Blocks after the first need none of theirs (9M floats
@@ -39,28 +39,24 @@ inline size_t memory_bytes(uint32_t channels, uint32_t bands, size_t record_byte
 
 inline size_t scratch_bytes(uint32_t bands) { return 4 * sizeof(float) * size_t{bands} + 31; }
 
-inline void clear_channel(state& s, uint32_t channel) {
-    std::memset(s.channels[channel], 0, state_blocks * sizeof(float) * size_t{s.bands});
-}
-
 // Places the record, the channel pointers and the channel blocks, all cleared. Null for what no bank can be made of.
 template <class Instance> Instance* place(uint32_t channels, uint32_t bands, void* memory) {
-    static_assert(sizeof(Instance) == sizeof(state));
-    const krl_fft_pair* pair = fft_pair(bands);
-    if (!memory || bands % band_multiple != 0 || !pair)
+    static_assert(sizeof(Instance) == sizeof(Bank));
+    const krl_fft_pair* fft = fft::fastest_forward(bands);
+    if (!memory || bands % band_multiple != 0 || !fft)
         return nullptr;
-    auto* instance = align_up<Instance>(memory, 32);
-    instance->channels = reinterpret_cast<float**>(instance + 1);
-    instance->fft = pair;
-    instance->slot = 0;
-    instance->bands = bands;
-    instance->channel_count = channels;
-    auto* block = align_up<float>(instance->channels + channels, 32);
+    auto* bank = align_up<Instance>(memory, 32);
+    bank->channels = reinterpret_cast<float**>(bank + 1);
+    bank->fft = fft;
+    bank->slot = 0;
+    bank->bands = bands;
+    bank->channel_count = channels;
+    auto* block = align_up<float>(bank->channels + channels, 32);
     for (uint32_t channel = 0; channel < channels; channel++, block += state_blocks * size_t{bands}) {
-        instance->channels[channel] = block;
-        clear_channel(*instance, channel);
+        bank->channels[channel] = block;
+        bank->clear_channel(channel);
     }
-    return instance;
+    return bank;
 }
 
 template <class Pointer> bool any_null(const Pointer* const* slots, uint32_t slot_count, uint32_t channels) {
@@ -74,18 +70,18 @@ template <class Pointer> bool any_null(const Pointer* const* slots, uint32_t slo
     return false;
 }
 
-// Whether a process call names everything it needs and fits the instance. Checked before the first write, so that a
+// Whether a process call names everything it needs and fits the bank. Checked before the first write, so that a
 // refused call changes nothing.
-template <class Instance, class Out, class In>
-bool accepts(const Instance* instance, const float* prototype, const float* twiddle, const void* scratch,
-             uint32_t channels, uint32_t slots, uint32_t bands, const Out* const* out, const In* const* in) {
+template <class Out, class In>
+bool accepts(const Bank* bank, const float* prototype, const float* twiddle, const void* scratch, uint32_t channels,
+             uint32_t slots, uint32_t bands, const Out* const* out, const In* const* in) {
     if (slots == 0 || channels == 0)
         return false;
-    return instance && prototype && twiddle && scratch && out && in && bands == instance->bands &&
-           channels <= instance->channel_count && !any_null(out, slots, channels) && !any_null(in, slots, channels);
+    return bank && prototype && twiddle && scratch && out && in && bands == bank->bands &&
+           channels <= bank->channel_count && !any_null(out, slots, channels) && !any_null(in, slots, channels);
 }
 
 } // namespace krl::mfb
 
-struct krl_mfb_analysis : krl::mfb::state {};
-struct krl_mfb_synthesis : krl::mfb::state {};
+struct krl_mfb_analysis : krl::mfb::Bank {};
+struct krl_mfb_synthesis : krl::mfb::Bank {};
