@@ -14,7 +14,6 @@ template <class V> struct complex { V re, im; };
 template <class V> KRL_INLINE complex<V> operator+(complex<V> a, complex<V> b) { return {a.re + b.re, a.im + b.im}; }
 template <class V> KRL_INLINE complex<V> operator-(complex<V> a, complex<V> b) { return {a.re - b.re, a.im - b.im}; }
 template <class V> KRL_INLINE complex<V> operator*(V g, complex<V> a) { return {g * a.re, g * a.im}; }
-template <class V> KRL_INLINE complex<V> conjugate(complex<V> a) { return {a.re, -a.im}; }
 template <class V> KRL_INLINE complex<V> reverse(complex<V> a) { return {reverse(a.re), reverse(a.im)}; }
 
 // ---- sums with a quarter turn or a real factor ---------------------------------------------------------------------
