@@ -2,41 +2,11 @@
 #include "downmixer/mix.h"
 
 #include "downmixer/layouts.h"
-#include "dsp/core/lanes.h"
+#include "downmixer/mix_row.h"
 
 using namespace krl;
 
 namespace korla::downmixer {
-namespace {
-
-// f(i) for every bit i of used, ascending.
-template <class F> KRL_INLINE void for_each_used(uint32_t used, F f) {
-    for (; used != 0; used &= used - 1)
-        f(__builtin_ctz(used));
-}
-
-// One row of the matrix over `groups` vectors of frames. The sum starts from +0, so that a row whose products are all
-// -0 gives +0; a zero gain is no term at all, so that it does not turn an infinite sample into NaN.
-template <class V, int groups>
-KRL_INLINE V mix_row(float* out, const float* gains, uint32_t used, PlanarBuffer in, V peak) {
-    V sum[groups];
-    for (int g = 0; g < groups; g++)
-        sum[g] = splat<V>(0.0f);
-    for_each_used(
-        used, [&](int i) __attribute__((always_inline)) {
-            const float* x = in.row(i);
-            for (int g = 0; g < groups; g++)
-                sum[g] = sum[g] + load<V>(x + g * lanes<V>) * gains[i];
-        });
-    for (int g = 0; g < groups; g++) {
-        store(out + g * lanes<V>, sum[g]);
-        peak = max_of_number(abs(sum[g]), peak);
-    }
-    return peak;
-}
-
-} // namespace
-
 void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs) {
     static_assert(max_inputs <= 8 * sizeof *used_inputs);
     for (uint32_t o = 0; o < outputs; o++) {
@@ -56,10 +26,10 @@ float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32
         const float* gains = matrix.gains + o * matrix.inputs;
         const uint32_t used = matrix.used_inputs[o];
         if (frames == tile_frames)
-            peaks = mix_row<f32v, groups>(out.row(o), gains, used, in, peaks);
+            peaks = mix_row<f32v, groups>(out.row(o), gains, used, [&](int i) { return in.row(i); }, peaks);
         else
             for (uint32_t t = 0; t < frames; t++)
-                peak = mix_row<float, 1>(out.row(o) + t, gains, used, in.from(t), peak);
+                peak = mix_row<float, 1>(out.row(o) + t, gains, used, [&](int i) { return in.row(i) + t; }, peak);
     }
     const float whole = max_of_magnitudes(peaks);
     return whole > peak ? whole : peak;

@@ -19,6 +19,7 @@ namespace {
 // format.
 
 using f32x2 = float __attribute__((vector_size(8)));
+using u8x16 = uint8_t __attribute__((vector_size(16)));
 template <class V> using ints_of = typename lane_traits<V>::mask;
 
 template <class T> KRL_INLINE T load_bytes(const void* p) {
@@ -27,6 +28,8 @@ template <class T> KRL_INLINE T load_bytes(const void* p) {
     return value;
 }
 template <class T> KRL_INLINE void store_bytes(void* p, T value) { __builtin_memcpy(p, &value, sizeof value); }
+
+KRL_INLINE f32x2 lower_pair(f32x4 v) { return __builtin_shufflevector(v, v, 0, 1); }
 
 struct Int16 {
     using Slot = int16_t;
@@ -79,6 +82,47 @@ struct Int32In64 : Int32 {
         const i32x2 v = bit_cast<i32x2>(raw), sign = v >> 31;
         store_bytes(p, __builtin_shufflevector(v, sign, 0, 2, 1, 3));
     }
+};
+
+// 24 bits in three bytes. Raw lanes hold them on top of 32 bits on the way in, as whole numbers on the way out.
+struct Int24 {
+    struct Slot {
+        uint8_t bytes[3];
+    };
+    static constexpr float full_scale = 8388608.0f;
+    static KRL_INLINE f32x4 load4(const Slot* p) {
+        const u8x16 bytes = {};
+        u8x16 slots = {};
+        __builtin_memcpy(&slots, p, 4 * sizeof(Slot));
+        return bit_cast<f32x4>(
+            __builtin_shufflevector(slots, bytes, 16, 0, 1, 2, 16, 3, 4, 5, 16, 6, 7, 8, 16, 9, 10, 11));
+    }
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) {
+        const u8x16 bytes = bit_cast<u8x16>(raw);
+        const u8x16 slots =
+            __builtin_shufflevector(bytes, bytes, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15);
+        __builtin_memcpy(p, &slots, 4 * sizeof(Slot));
+    }
+    static KRL_INLINE f32x2 load2(const Slot* p) {
+        Slot slots[4] = {p[0], p[1]};
+        return lower_pair(load4(slots));
+    }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) {
+        Slot slots[4];
+        store4(slots, __builtin_shufflevector(raw, raw, 0, 1, 0, 1));
+        __builtin_memcpy(p, slots, 2 * sizeof(Slot));
+    }
+    template <class V> static KRL_INLINE V decode(V raw) { return Int32::decode(raw); }
+    template <class V> static KRL_INLINE V encode(V x) {
+        return bit_cast<V>(round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 1.0f))));
+    }
+};
+
+// 24 bits at the bottom of four bytes: the top byte is ignored on the way in and repeats the sign on the way out.
+struct Int24In32 : Int32 {
+    static KRL_INLINE f32x4 load4(const Slot* p) { return bit_cast<f32x4>(load_bytes<i32x4>(p) << 8); }
+    static KRL_INLINE f32x2 load2(const Slot* p) { return bit_cast<f32x2>(load_bytes<i32x2>(p) << 8); }
+    template <class V> static KRL_INLINE V encode(V x) { return Int24::encode(x); }
 };
 
 struct Float {
@@ -280,12 +324,12 @@ void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channe
 // ---- the layouts of the caller's buffer ----------------------------------------------------------------------------
 
 // Frame follows frame without a gap.
-template <class Slot> bool is_packed(const korvex_downmixer_buffer& buffer, uint32_t channels) {
+bool is_packed(const korvex_downmixer_buffer& buffer, uint32_t channels, size_t slot_bytes) {
     if (buffer.stride != channels)
         return false;
     const auto* first = static_cast<const char*>(buffer.channels[0]);
     for (uint32_t c = 1; c < channels; c++)
-        if (buffer.channels[c] != first + c * sizeof(Slot))
+        if (buffer.channels[c] != first + c * slot_bytes)
             return false;
     return true;
 }
@@ -332,17 +376,40 @@ void write_scattered(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint3
             store_one<Format>(slot_of<Format>(dst, c, first + t), src.row(c)[t]);
 }
 
-// f with the format of a code, or `otherwise` for a code without a conversion.
-template <class R, class F> R with_format(uint32_t code, R otherwise, F f) {
-    switch (code) {
-    case KORVEX_FORMAT_INT16: return f(Int16{});
-    case KORVEX_FORMAT_INT32: return f(Int32{});
-    case KORVEX_FORMAT_INT32_IN_64: return f(Int32In64{});
-    case KORVEX_FORMAT_FLOAT:
-    case KORVEX_FORMAT_FLOAT_STAGED: return f(Float{});
-    case KORVEX_FORMAT_DOUBLE: return f(Double{});
+// f with the type of a format, or `otherwise` where there is no conversion.
+template <class R, class F> R with_format(SampleFormat format, R otherwise, F f) {
+    switch (format) {
+    case SampleFormat::int16: return f(Int16{});
+    case SampleFormat::int24: return f(Int24{});
+    case SampleFormat::int24_in_32: return f(Int24In32{});
+    case SampleFormat::int32: return f(Int32{});
+    case SampleFormat::int32_in_64: return f(Int32In64{});
+    case SampleFormat::float32: return f(Float{});
+    case SampleFormat::float64: return f(Double{});
     default: return otherwise;
     }
+}
+
+size_t slot_bytes(SampleFormat format) {
+    return with_format(format, size_t{0}, []<class Format>(Format) { return sizeof(typename Format::Slot); });
+}
+
+SampleFormat format_of(const korvex_downmixer_buffer& buffer) {
+    switch (buffer.format) {
+    case KORVEX_FORMAT_INT16: return SampleFormat::int16;
+    case KORVEX_FORMAT_INT32: return SampleFormat::int32;
+    case KORVEX_FORMAT_INT32_IN_64: return SampleFormat::int32_in_64;
+    case KORVEX_FORMAT_FLOAT:
+    case KORVEX_FORMAT_FLOAT_STAGED: return SampleFormat::float32;
+    case KORVEX_FORMAT_DOUBLE: return SampleFormat::float64;
+    default: return SampleFormat::none;
+    }
+}
+
+Arrangement arrangement_of(const korvex_downmixer_buffer& buffer, uint32_t channels) {
+    if (buffer.stride == 1)
+        return Arrangement::planar;
+    return is_packed(buffer, channels, slot_bytes(format_of(buffer))) ? Arrangement::packed : Arrangement::scattered;
 }
 
 // The addresses from a buffer's first byte to behind its last one; none for a code without a conversion.
@@ -350,8 +417,7 @@ struct Extent {
     uintptr_t first, end;
 };
 Extent extent_of(const korvex_downmixer_buffer& buffer, uint32_t channels, size_t frames) {
-    const size_t slot =
-        with_format(buffer.format, size_t{0}, []<class Format>(Format) { return sizeof(typename Format::Slot); });
+    const size_t slot = slot_bytes(format_of(buffer));
     Extent extent = {UINTPTR_MAX, 0};
     for (uint32_t c = 0; c < channels && slot != 0 && frames != 0; c++) {
         const auto first = reinterpret_cast<uintptr_t>(buffer.channels[c]);
@@ -363,22 +429,34 @@ Extent extent_of(const korvex_downmixer_buffer& buffer, uint32_t channels, size_
 
 } // namespace
 
-ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+ReadTile reader_of(SampleFormat format, Arrangement arrangement) {
     const ReadTile nothing = [](PlanarBuffer, const korvex_downmixer_buffer&, uint32_t, size_t, uint32_t) {};
-    return with_format(src.format, nothing, [&]<class Format>(Format) -> ReadTile {
-        if (src.stride == 1)
-            return read_planar<Format>;
-        return is_packed<typename Format::Slot>(src, channels) ? read_packed<Format> : read_scattered<Format>;
+    return with_format(format, nothing, [=]<class Format>(Format) -> ReadTile {
+        switch (arrangement) {
+        case Arrangement::planar: return read_planar<Format>;
+        case Arrangement::packed: return read_packed<Format>;
+        default: return read_scattered<Format>;
+        }
     });
 }
 
-WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
+WriteTile writer_of(SampleFormat format, Arrangement arrangement) {
     const WriteTile nothing = [](const korvex_downmixer_buffer&, PlanarBuffer, uint32_t, size_t, uint32_t) {};
-    return with_format(dst.format, nothing, [&]<class Format>(Format) -> WriteTile {
-        if (dst.stride == 1)
-            return write_planar<Format>;
-        return is_packed<typename Format::Slot>(dst, channels) ? write_packed<Format> : write_scattered<Format>;
+    return with_format(format, nothing, [=]<class Format>(Format) -> WriteTile {
+        switch (arrangement) {
+        case Arrangement::planar: return write_planar<Format>;
+        case Arrangement::packed: return write_packed<Format>;
+        default: return write_scattered<Format>;
+        }
     });
+}
+
+ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+    return reader_of(format_of(src), arrangement_of(src, channels));
+}
+
+WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
+    return writer_of(format_of(dst), arrangement_of(dst, channels));
 }
 
 bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,

@@ -26,6 +26,26 @@ using ReadTile = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, 
 using WriteTile = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
                            uint32_t frames);
 
+enum class SampleFormat : uint8_t {
+    none,
+    int16,
+    int24,       // in three bytes
+    int24_in_32, // at the bottom of four
+    int32,
+    int32_in_64, // at the bottom of eight
+    float32,
+    float64
+};
+
+enum class Arrangement : uint8_t {
+    planar,   // one run of samples a channel
+    packed,   // frame follows frame without a gap; channels[0] is where the first one starts
+    scattered // any other stride and places
+};
+
+ReadTile reader_of(SampleFormat format, Arrangement arrangement);
+WriteTile writer_of(SampleFormat format, Arrangement arrangement);
+
 // The conversion for a buffer's format and arrangement. A format without one leaves the destination as it is.
 ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
 WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
