@@ -1,9 +1,9 @@
-# The exported surface is the union of exports/*.txt, one symbol a line: name, F or D, size of data in bytes.
-# Everything else is hidden, whatever its visibility attribute says. (An archive takes no script: there the attribute
+# The exported surface of a library is the union of exports/LIBRARY/*.txt, one symbol a line: name, F or D, size of data in
+# bytes. Everything else is hidden, whatever its visibility attribute says. (An archive takes no script: there the attribute
 # alone decides, and the same symbols have it.)
 function(korla_version_script target)
-  file(GLOB lists CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/exports/*.txt)
-  set(script ${PROJECT_BINARY_DIR}/korladownmixer.map)
+  file(GLOB lists CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/exports/${target}/*.txt)
+  set(script ${PROJECT_BINARY_DIR}/${target}.map)
   set(text "{\n  global:\n")
   foreach(list IN LISTS lists)
     file(STRINGS ${list} lines REGEX "^[^#]")

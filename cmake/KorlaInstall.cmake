@@ -1,8 +1,8 @@
-# What `cmake --install` puts into a prefix: the library, its headers, the CMake package, the pkg-config file and the
-# documents. korla-host adds itself.
+# What `cmake --install` puts into a prefix: the libraries, their headers, the CMake package, the pkg-config files and
+# the documents. korla-host adds itself.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS korladownmixer EXPORT KorlaTargets
+install(TARGETS korladownmixer korlastream EXPORT KorlaTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/korla DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
@@ -16,12 +16,20 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KorlaConfig.cmake ${CMAKE_CURRENT_BINA
 # The prefix is relative to where the .pc file stands, so that an installed tree may be moved. Who links a static library
 # links what it stands on.
 file(RELATIVE_PATH KORLA_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
-set(KORLA_PC_LIBS -lkorladownmixer)
-if(korla_type STREQUAL "STATIC")
-  string(APPEND KORLA_PC_LIBS " -lm")
-endif()
-configure_file(cmake/korladownmixer.pc.in korladownmixer.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korladownmixer.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+function(korla_pkg_config name description requires)
+  set(KORLA_PC_NAME ${name})
+  set(KORLA_PC_DESCRIPTION ${description})
+  set(KORLA_PC_LIBS -l${name})
+  set(KORLA_PC_REQUIRES "")
+  if(korla_type STREQUAL "STATIC")
+    string(APPEND KORLA_PC_LIBS " -lm")
+    set(KORLA_PC_REQUIRES "${requires}")
+  endif()
+  configure_file(cmake/korla.pc.in ${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+korla_pkg_config(korladownmixer "${PROJECT_DESCRIPTION}" "")
+korla_pkg_config(korlastream "Downmixing from any speakers to any speakers, in calls of any length" korladownmixer)
 
 # Headers and README name documents as docs/PAGE.md: the folder keeps its name.
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -1,4 +1,4 @@
-# Flags shared by the library, its tests and its benchmarks.
+# Flags shared by the libraries, their tests and their benchmarks, and what makes a library.
 #
 # KORLA_X86_LEVEL picks the instruction set on x86-64: "auto" takes x86-64-v3 (AVX2 and FMA) when the building machine
 # runs it and the baseline otherwise; "v3" and "baseline" force one. Both give the same bits: the baseline rounds its
@@ -35,7 +35,35 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
 endif()
 
 option(KORLA_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(KORLA_SANITIZE_THREADS "Build with ThreadSanitizer" OFF)
+if(KORLA_SANITIZE_THREADS)
+  add_compile_options(-fsanitize=thread)
+  add_link_options(-fsanitize=thread)
+endif()
 if(KORLA_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
+
+# A library without a C++ runtime that shows nothing but what exports/NAME lists. Its sources come from src/.
+function(korla_library name)
+  add_library(${name} ${korla_type})
+  add_library(Korla::${name} ALIAS ${name})
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:korla_options> m)
+  target_compile_definitions(${name} PRIVATE KORLA_BUILDING_LIBRARY)
+  target_compile_options(${name} PRIVATE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions;-fno-rtti;-fno-threadsafe-statics>
+    -fno-math-errno -fno-trapping-math -ffunction-sections -fdata-sections
+    $<$<CONFIG:>:-O3;-DNDEBUG>)      # inside a project that names no build type the kernels are optimised all the same
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  set_target_properties(${name} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON POSITION_INDEPENDENT_CODE ON
+    DEFINE_SYMBOL ""                 # shared or static: the same objects
+    LINKER_LANGUAGE C)               # the C driver links no C++ runtime: libc and libm are all a library needs
+  # CMake adds the C++ runtime all the same; nothing of it is needed, so that --as-needed drops it again.
+  target_link_options(${name} PRIVATE
+    -static-libgcc -Wl,--as-needed -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,-Bsymbolic-functions)
+  korla_version_script(${name})
+endfunction()
