@@ -9,6 +9,7 @@
 #include <bit>
 #include <csignal>
 #include <cstdio>
+#include <functional>
 
 #if defined(__linux__) && __has_include(<linux/seccomp.h>)
 #    include <linux/filter.h>
@@ -19,6 +20,7 @@
 
 #include "module_host.h"
 #include "signals.h"
+#include "stream_host.h"
 
 // The allocator of this process, between the library and libc, counted.
 static std::atomic<int> allocations{0}, releases{0}, callocs_until_failure{-1};
@@ -66,6 +68,46 @@ struct Call {
     }
 };
 
+// 1000 frames through a stream of korlastream, in three calls, while controls are set and meters read.
+struct StreamCall {
+    KorlaStream stream;
+    Samples in, out;
+    explicit StreamCall(const korla_stream_config& config)
+        : stream(config), in(stream.input(1024)),
+          out(config.out.count, config.out_format, config.out_planar != 0, 1024 + 63) {
+        Random random(1);
+        in.fill([&](size_t, size_t) { return random.uniform(); });
+        from = in.planes(0), to = out.planes(0);
+    }
+    std::vector<void*> from, to;
+    bool operator()(int times = 1) {
+        korla_meters meters = {};
+        meters.size = sizeof meters;
+        float gains[12 * 12], db = 0;
+        bool succeeded = true;
+        for (int i = 0; i < times; i++) {
+            for (size_t n : {64, 352, 608})
+                succeeded &= korla_stream_process(stream, from.data(), n, to.data(), 1024 + 63, nullptr) == KORLA_OK;
+            korla_stream_set(stream, KORLA_DIALOGUE_DB, db += 1);
+            succeeded &= korla_stream_meters(stream, &meters) == KORLA_OK &&
+                         korla_stream_matrix(stream, gains, nullptr) == KORLA_OK;
+        }
+        succeeded &= korla_stream_drain(stream, to.data(), 1024 + 63, nullptr) == KORLA_OK;
+        return succeeded && korla_stream_reset(stream) == KORLA_OK;
+    }
+};
+template <class F> void for_each_stream(F f) {
+    for (uint32_t mode : {KORLA_PUSH, KORLA_SAME_LENGTH, KORLA_SAME_LENGTH_32})
+        for (const char* to : {"stereo", "5.1", "7.1.4"}) {
+            korla_stream_config config = stream_config("7.1.4", to);
+            config.mode = mode;
+            config.in_format = mode == KORLA_PUSH ? KORLA_S24 : KORLA_F32;
+            config.out_planar = mode == KORLA_SAME_LENGTH;
+            StreamCall call(config);
+            f(call);
+        }
+}
+
 // f(call) on every road through the module: format, interleaving, matrix or copy.
 template <class F> void for_each_road(F f) {
     const std::pair<std::string, int> layouts[] = {
@@ -86,6 +128,12 @@ TEST(RealTime, NothingIsAllocatedOrFreedAfterTheFirstCallAndAllIsReleased) {
         EXPECT_EQ(releases, released);
     });
     const int before = allocations - releases;
+    for_each_stream([](StreamCall& call) {
+        const int allocated = allocations, released = releases;
+        ASSERT_TRUE(call(3));
+        EXPECT_EQ(allocations, allocated);
+        EXPECT_EQ(releases, released);
+    });
     {
         Call call("L R C LFE Lc Rc", automatic, ACLI_SAMPLE_FLOAT32, true);
         for (int layout : {automatic, 15, 0}) {
@@ -139,14 +187,15 @@ TEST(RealTime, NoSystemCallAfterTheFirstCall) {
         ASSERT_TRUE(call());
         EXPECT_EQ(without_system_calls([&] { return call(10); }), passed);
     });
+    for_each_stream([](StreamCall& call) { EXPECT_EQ(without_system_calls([&] { return call(10); }), passed); });
 }
 #endif
 
 // The bytes of a fresh stack that one call touched, switching to it included.
-size_t stack_of(Call& call) {
+size_t stack_of(const std::function<void()>& call) {
     static std::vector<uint8_t> stack;
     static ucontext_t here, there;
-    static Call* callee;
+    static const std::function<void()>* callee;
     stack.assign(256 * 1024, 0xA5);
     getcontext(&there);
     there.uc_stack.ss_sp = stack.data();
@@ -163,11 +212,17 @@ TEST(RealTime, ProcessNeedsLessThan8KiBOfStack) {
     size_t deepest = 0;
     for_each_road([&](Call& call) {
         ASSERT_TRUE(call()); // brings the engine up, and allocates
-        deepest = std::max(deepest, stack_of(call));
+        deepest = std::max(deepest, stack_of([&] { call(); }));
     });
-    std::printf("stack of process: %zu bytes\n", deepest);
-    EXPECT_GT(deepest, 256u);
-    EXPECT_LT(deepest, 8u * 1024u);
+    size_t deepest_of_streams = 0;
+    for_each_stream([&](StreamCall& call) {
+        deepest_of_streams = std::max(deepest_of_streams, stack_of([&] { call(); }));
+    });
+    std::printf("stack of process: %zu bytes, of a stream %zu\n", deepest, deepest_of_streams);
+    for (size_t bytes : {deepest, deepest_of_streams}) {
+        EXPECT_GT(bytes, 256u);
+        EXPECT_LT(bytes, 8u * 1024u);
+    }
 }
 
 } // namespace
