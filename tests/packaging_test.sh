@@ -24,6 +24,7 @@ mkdir "$work/user"
 cat >"$work/user/user.c" <<'ENDC'
 #include <korla/acli.h>
 #include <korla/dsp/fft.h>
+#include <korla/stream.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -35,6 +36,8 @@ int main(void) {
     KRL_r4_fft_2(out, in, 2);
     if (out[0] != 4 || out[3] != -2)
         return 2;
+    if (korla_speaker_by_name("SL") != 4 || korla_stream_memory(NULL) != 0)
+        return 3;
     puts(ACLI.name);
     return strcmp(ACLI.name, session_identity);
 }
@@ -58,7 +61,7 @@ elseif(WAY STREQUAL "FetchContent")
   FetchContent_MakeAvailable(korla)
 endif()
 add_executable(user user.c)
-target_link_libraries(user PRIVATE Korla::korladownmixer)
+target_link_libraries(user PRIVATE Korla::korlastream Korla::korladownmixer)
 
 get_cmake_property(after CACHE_VARIABLES)
 list(REMOVE_ITEM after ${before})
@@ -96,7 +99,7 @@ use_installed() {
   library_folder=$(dirname "$(find "$1" -name 'libkorladownmixer.*' | head -n 1)")
   export PKG_CONFIG_PATH=$library_folder/pkgconfig
   # shellcheck disable=SC2046
-  quietly "$compiler" -std=c99 -Wall -Werror "$work/user/user.c" -o "$1/user" $(pkg-config --cflags --libs korladownmixer)
+  quietly "$compiler" -std=c99 -Wall -Werror "$work/user/user.c" -o "$1/user" $(pkg-config --cflags --libs korlastream korladownmixer)
   [[ $(LD_LIBRARY_PATH=$library_folder "$1/user") == KorlaDownmixer ]] || fail "pkg-config: user"
   LD_LIBRARY_PATH=$library_folder expect_no_cpp "$1/user"
   use "$(basename "$1")-find_package" find_package -DCMAKE_PREFIX_PATH="$1"
