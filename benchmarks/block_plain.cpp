@@ -1,3 +1,4 @@
+// What the compiler makes of plain loops over one block, the peer of the block operations.
 #include "block_plain.h"
 
 #include <cstring>

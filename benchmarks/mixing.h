@@ -24,7 +24,8 @@ struct ModuleFormat {
 
 class ModuleStream {
 public:
-    ModuleStream(const ModuleFormat& which, Sample sample) : sample_(sample), inputs_(static_cast<uint32_t>(which.map.size())) {
+    ModuleStream(const ModuleFormat& which, Sample sample)
+        : sample_(sample), inputs_(static_cast<uint32_t>(which.map.size())) {
         ACLI.create(0, 0, &handle_);
         acli_media_format format{};
         format.input_channel_count = inputs_;

@@ -93,18 +93,16 @@ void beside_the_module() {
 }
 
 void beside_others() {
-    constexpr struct {
-        const char *from, *to;
-    } pairs[] = {{"7.1.4", "stereo"}, {"7.1.4", "5.1"}};
-    std::printf("%-14s %-4s %6s %9s %9s %9s %9s | %9s %9s\n", "pair", "fmt", "frames", "stream", "pan+lim", "swr", "gst",
-                "pan+lim/", "bare mix/");
+    constexpr struct { const char *from, *to; } pairs[] = {{"7.1.4", "stereo"}, {"7.1.4", "5.1"}};
+    std::printf("%-14s %-4s %6s %9s %9s %9s %9s | %9s %9s\n", "pair", "fmt", "frames", "stream", "pan+lim", "swr",
+                "gst", "pan+lim/", "bare mix/");
     GeometricMean same_work, bare_mixer;
     for (const auto& pair : pairs)
         for (Sample sample : {Sample::int16, Sample::int32, Sample::float32})
             for (int frames : {64, 441, 1024, 4096}) {
                 StreamOf stream(pair.from, pair.to, sample, KORLA_PUSH);
-                const MixJob job = {sample, stream.inputs(), stream.outputs(), sample_rate_hz, frames, stream.matrix(),
-                                    limit,  make_up_gain};
+                const MixJob job = {sample,          stream.inputs(), stream.outputs(), sample_rate_hz, frames,
+                                    stream.matrix(), limit,           make_up_gain};
                 auto graph = make_avfilter_peer(job), swr = make_swresample_peer(job), gst = make_gstreamer_peer(job);
                 const auto in = noise(sample, static_cast<size_t>(frames) * stream.inputs());
                 std::vector<char> out(static_cast<size_t>(frames + 8192) * stream.outputs() * 4);
@@ -124,8 +122,9 @@ void beside_others() {
                             name_of(sample), frames, ns[0], ns[1], ns[2], ns[3], ns[1] / ns[0],
                             std::min(ns[2], ns[3]) / ns[0]);
             }
-    std::printf("\nstream: pan+alimiter / stream %.1f, fastest bare mixer / stream %.2f (geometric means over %d cases)\n",
-                same_work.value(), bare_mixer.value(), same_work.count());
+    std::printf(
+        "\nstream: pan+alimiter / stream %.1f, fastest bare mixer / stream %.2f (geometric means over %d cases)\n",
+        same_work.value(), bare_mixer.value(), same_work.count());
 }
 
 } // namespace

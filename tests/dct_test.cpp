@@ -1,3 +1,4 @@
+// The cosine transforms against their definition.
 #include <korla/dsp/dct.h>
 
 #include "guarded_buffer.h"

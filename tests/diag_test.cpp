@@ -1,3 +1,4 @@
+// Log records, their callback and the abort hook.
 #include <korla/diag.h>
 
 #include <gtest/gtest.h>

@@ -215,9 +215,8 @@ TEST(RealTime, ProcessNeedsLessThan8KiBOfStack) {
         deepest = std::max(deepest, stack_of([&] { call(); }));
     });
     size_t deepest_of_streams = 0;
-    for_each_stream([&](StreamCall& call) {
-        deepest_of_streams = std::max(deepest_of_streams, stack_of([&] { call(); }));
-    });
+    for_each_stream(
+        [&](StreamCall& call) { deepest_of_streams = std::max(deepest_of_streams, stack_of([&] { call(); })); });
     std::printf("stack of process: %zu bytes, of a stream %zu\n", deepest, deepest_of_streams);
     for (size_t bytes : {deepest, deepest_of_streams}) {
         EXPECT_GT(bytes, 256u);

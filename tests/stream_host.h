@@ -78,7 +78,9 @@ struct Samples {
     }
     void set(size_t frame, size_t channel, double x) {
         std::byte* p = bytes.data() + place(frame, channel);
-        const auto whole = [x](double full) { return static_cast<int32_t>(std::fmin(std::nearbyint(x * full), full - 1)); };
+        const auto whole = [x](double full) {
+            return static_cast<int32_t>(std::fmin(std::nearbyint(x * full), full - 1));
+        };
         const auto f = static_cast<float>(x);
         int32_t i;
         switch (format) {

@@ -1,3 +1,4 @@
+// What the compiler makes of plain loops, the peer of the vector and complex operations.
 #include "plain_loops.h"
 
 #include <cmath>

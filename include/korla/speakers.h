@@ -80,7 +80,8 @@ KRL_API const char* korla_layout_at(uint32_t index, korla_layout* layout);
  *
  * Every bit means what it says: back speakers (0x10, 0x20) and side speakers (0x200, 0x400) are different ones. Bits
  * without a speaker here (0x800 top centre, and 0x40000 up) are refused. */
-KRL_API korla_status korla_layout_from_wave_mask(uint32_t mask, korla_layout* layout, char* reason, size_t reason_bytes);
+KRL_API korla_status korla_layout_from_wave_mask(uint32_t mask, korla_layout* layout, char* reason,
+                                                 size_t reason_bytes);
 
 /** The channel mask of a layout. The samples of a file stand in the order of the bits, whatever the order of the layout.
  * WL WR HL HR TSL TSR WHL WHR have no bit: KORLA_UNKNOWN_SPEAKER. */

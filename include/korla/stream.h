@@ -80,16 +80,16 @@ enum {
 
 /** What a stream is to be. Zero it, then fill in what differs. */
 typedef struct korla_stream_config {
-    uint32_t size;             /**< sizeof(korla_stream_config) */
-    uint32_t rate;             /**< Hz, not 0 */
-    korla_layout in, out;      /**< 1..12 different speakers each, in frame order */
-    uint32_t in_format;        /**< KORLA_S16, ... */
-    uint32_t out_format;       /**< KORLA_S16, ... */
-    uint32_t in_planar;        /**< 0: frame by frame, in one buffer; else one buffer a channel */
-    uint32_t out_planar;       /**< the same for the output */
-    uint32_t mode;             /**< KORLA_PUSH, ... */
-    uint32_t flags;            /**< 0 or KORLA_CONTROLLABLE */
-    const float* matrix;       /**< [out.count][in.count] linear gains, row by row, read by open only; null: by rule */
+    uint32_t size;        /**< sizeof(korla_stream_config) */
+    uint32_t rate;        /**< Hz, not 0 */
+    korla_layout in, out; /**< 1..12 different speakers each, in frame order */
+    uint32_t in_format;   /**< KORLA_S16, ... */
+    uint32_t out_format;  /**< KORLA_S16, ... */
+    uint32_t in_planar;   /**< 0: frame by frame, in one buffer; else one buffer a channel */
+    uint32_t out_planar;  /**< the same for the output */
+    uint32_t mode;        /**< KORLA_PUSH, ... */
+    uint32_t flags;       /**< 0 or KORLA_CONTROLLABLE */
+    const float* matrix;  /**< [out.count][in.count] linear gains, row by row, read by open only; null: by rule */
 } korla_stream_config;
 
 typedef struct korla_stream korla_stream;
@@ -168,12 +168,12 @@ KRL_API korla_status korla_stream_matrix(const korla_stream* stream, float* gain
 
 /** What has happened since the meters were last read. */
 typedef struct korla_meters {
-    uint32_t size;                          /**< in: sizeof(korla_meters) */
-    float gain_reduction_db;                /**< the greatest, 0 for none, INFINITY for silence */
-    float input_peak[KORLA_MAX_SPEAKERS];   /**< by input channel, linear, 1 is full scale */
-    float output_peak[KORLA_MAX_SPEAKERS];  /**< by output channel, before the conversion to the output's format */
-    uint64_t frames_in, frames_out;         /**< since open or reset */
-    uint64_t silenced;                      /**< samples since open or reset that were no numbers, infinite or huge */
+    uint32_t size;                         /**< in: sizeof(korla_meters) */
+    float gain_reduction_db;               /**< the greatest, 0 for none, INFINITY for silence */
+    float input_peak[KORLA_MAX_SPEAKERS];  /**< by input channel, linear, 1 is full scale */
+    float output_peak[KORLA_MAX_SPEAKERS]; /**< by output channel, before the conversion to the output's format */
+    uint64_t frames_in, frames_out;        /**< since open or reset */
+    uint64_t silenced;                     /**< samples since open or reset that were no numbers, infinite or huge */
 } korla_meters;
 
 /** Reads the meters and starts them anew, but for the counts. Any thread; two readers share what there is. A stream

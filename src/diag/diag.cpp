@@ -1,3 +1,4 @@
+// Log records and the abort hook.
 #include "korla/diag.h"
 
 #include <algorithm>

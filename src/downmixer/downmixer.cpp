@@ -13,7 +13,7 @@ using namespace korla::downmixer;
 namespace {
 
 constexpr uint32_t subblock_length = tile_frames; // the engine mixes and limits tile by tile
-constexpr float limiter_boost = 0x1.41857ep-7f; // +8 dB on the limiter's scale of 1/256
+constexpr float limiter_boost = 0x1.41857ep-7f;   // +8 dB on the limiter's scale of 1/256
 constexpr size_t alignment = 32;
 
 // The line numbers identify the records to hosts that parse them; they are not those of this file.

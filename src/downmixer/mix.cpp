@@ -26,10 +26,12 @@ float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32
         const float* gains = matrix.gains + o * matrix.inputs;
         const uint32_t used = matrix.used_inputs[o];
         if (frames == tile_frames)
-            peaks = mix_row<f32v, groups>(out.row(o), gains, used, [&](int i) { return in.row(i); }, peaks);
+            peaks = mix_row<f32v, groups>(
+                out.row(o), gains, used, [&](int i) { return in.row(i); }, peaks);
         else
             for (uint32_t t = 0; t < frames; t++)
-                peak = mix_row<float, 1>(out.row(o) + t, gains, used, [&](int i) { return in.row(i) + t; }, peak);
+                peak = mix_row<float, 1>(
+                    out.row(o) + t, gains, used, [&](int i) { return in.row(i) + t; }, peak);
     }
     const float whole = max_of_magnitudes(peaks);
     return whole > peak ? whole : peak;

@@ -99,8 +99,7 @@ struct Int24 {
     }
     static KRL_INLINE void store4(Slot* p, f32x4 raw) {
         const u8x16 bytes = bit_cast<u8x16>(raw);
-        const u8x16 slots =
-            __builtin_shufflevector(bytes, bytes, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15);
+        const u8x16 slots = __builtin_shufflevector(bytes, bytes, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15);
         __builtin_memcpy(p, &slots, 4 * sizeof(Slot));
     }
     static KRL_INLINE f32x2 load2(const Slot* p) {

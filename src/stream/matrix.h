@@ -18,10 +18,10 @@ struct Gains {
 struct Downmix {
     uint32_t inputs, outputs;
     Gains gains;
-    uint8_t channel[KORLA_MAX_SPEAKERS];  // of each column: the input channel
-    uint8_t group[KORLA_MAX_SPEAKERS];    // of each column: its Group
-    uint32_t source;                      // KORLA_MATRIX_*
-    bool lfe_is_folded;                   // the LFE's path is taken only when a control asks for it
+    uint8_t channel[KORLA_MAX_SPEAKERS]; // of each column: the input channel
+    uint8_t group[KORLA_MAX_SPEAKERS];   // of each column: its Group
+    uint32_t source;                     // KORLA_MATRIX_*
+    bool lfe_is_folded;                  // the LFE's path is taken only when a control asks for it
 };
 
 // Chooses: the caller's gains where given, else the module's matrix, else the derived one.

@@ -1,3 +1,4 @@
+// Mixing a tile with steady or moving gains.
 #include "stream/mixer.h"
 
 #include <cstring>
@@ -35,8 +36,8 @@ KRL_INLINE f32v mix_row_ramped(float* out, const float* from, const float* to, u
         const float* x = in.row(channel[c]);
         const f32v start = splat<f32v>(from[c]), way = splat<f32v>(to[c] - from[c]);
         for (int g = 0; g < groups; g++)
-            sum[g] = sum[g] + load<f32v>(x + g * lanes<f32v>) *
-                                  fma(way, load<f32v>(progress.of + g * lanes<f32v>), start);
+            sum[g] =
+                sum[g] + load<f32v>(x + g * lanes<f32v>) * fma(way, load<f32v>(progress.of + g * lanes<f32v>), start);
     }
     for (int g = 0; g < groups; g++) {
         store(out + g * lanes<f32v>, sum[g]);
@@ -71,7 +72,9 @@ void Mixer::set(const Gains& gains, uint32_t ramp_tiles) {
         arrive();
 }
 
-float Mixer::mix(PlanarBuffer out, PlanarBuffer in) { return tiles_left_ > 0 ? mix_ramped(out, in) : mix_steady(out, in); }
+float Mixer::mix(PlanarBuffer out, PlanarBuffer in) {
+    return tiles_left_ > 0 ? mix_ramped(out, in) : mix_steady(out, in);
+}
 
 float Mixer::mix_steady(PlanarBuffer out, PlanarBuffer in) const {
     f32v peaks = splat<f32v>(0.0f);

@@ -122,7 +122,7 @@ constexpr bool mirrors_agree() {
     for (const SpeakerInfo& s : speakers)
         for (const SpeakerInfo& other : speakers)
             if (other.speaker == s.mirror && (other.mirror != s.speaker || other.elevation != s.elevation ||
-                                           (other.azimuth != -s.azimuth && s.azimuth != 180)))
+                                              (other.azimuth != -s.azimuth && s.azimuth != 180)))
                 return false;
     return true;
 }
@@ -279,9 +279,12 @@ korla_status korla_layout_parse(const char* text, korla_layout* layout, char* re
                 const AllNames all;
                 const int shown = static_cast<int>(length < 32 ? length : 32);
                 return reader.layout.count == 0 && name[length] == 0
-                           ? reason.give(KORLA_UNKNOWN_LAYOUT, "no layout or speaker '%.*s'; layouts are such as stereo, "
-                                         "5.1, 7.1.4, speakers %s", shown, name, all.text)
-                           : reason.give(KORLA_UNKNOWN_SPEAKER, "no speaker '%.*s'; known are %s", shown, name, all.text);
+                           ? reason.give(KORLA_UNKNOWN_LAYOUT,
+                                         "no layout or speaker '%.*s'; layouts are such as stereo, "
+                                         "5.1, 7.1.4, speakers %s",
+                                         shown, name, all.text)
+                           : reason.give(KORLA_UNKNOWN_SPEAKER, "no speaker '%.*s'; known are %s", shown, name,
+                                         all.text);
             }
             if (const korla_status status = reader.add(*speaker); status != KORLA_OK)
                 return status;

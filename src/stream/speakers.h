@@ -17,11 +17,11 @@ enum class Group : uint8_t { front, dialogue, surround, height, lfe };
 struct SpeakerInfo {
     downmixer::Speaker speaker;
     const char* name;
-    const char* aliases[2]; // other names in use
-    int8_t wave_bit;        // of a WAVE channel mask; -1: none
+    const char* aliases[2];    // other names in use
+    int8_t wave_bit;           // of a WAVE channel mask; -1: none
     downmixer::Speaker mirror; // the speaker on the other side; itself in the middle
-    int16_t azimuth;        // degrees from the front to the left
-    int8_t elevation;       // degrees
+    int16_t azimuth;           // degrees from the front to the left
+    int8_t elevation;          // degrees
     Group group;
 };
 

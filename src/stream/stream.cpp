@@ -1,6 +1,7 @@
 // Opening and closing, controls and meters.
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -10,6 +11,12 @@
 #include "dsp/core/align.h"
 #include "stream/speakers.h"
 #include "stream/state.h"
+
+// The records that programs were compiled with.
+static_assert(sizeof(korla_layout) == 52 && offsetof(korla_layout, speakers) == 4);
+static_assert(sizeof(korla_stream_config) == 144 && offsetof(korla_stream_config, in) == 8 &&
+              offsetof(korla_stream_config, matrix) == 136);
+static_assert(sizeof(korla_meters) == 128 && offsetof(korla_meters, frames_in) == 104);
 
 namespace korla::stream {
 namespace {
@@ -199,8 +206,10 @@ korla_status korla_stream_open(const korla_stream_config* config, void* memory, 
     if (s.copies) {
         find_sources(s);
     } else {
-        s.read = korla::downmixer::reader_of(engine_format(config->in_format), arrangement(config->in_planar, config->in.count));
-        s.write = korla::downmixer::writer_of(engine_format(config->out_format), arrangement(config->out_planar, config->out.count));
+        s.read = korla::downmixer::reader_of(engine_format(config->in_format),
+                                             arrangement(config->in_planar, config->in.count));
+        s.write = korla::downmixer::writer_of(engine_format(config->out_format),
+                                              arrangement(config->out_planar, config->out.count));
         s.in = {reinterpret_cast<float*>(base + at.in), row_frames};
         s.out = {reinterpret_cast<float*>(base + at.out), row_frames};
         s.limiter_memory = base + at.limiter;
