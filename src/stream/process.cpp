@@ -1,7 +1,6 @@
 // The way of the samples: gather tiles, mix, limit, write.
 #include <algorithm>
 #include <cstring>
-#include <type_traits>
 
 #include "dsp/core/lanes.h"
 #include "stream/state.h"
@@ -30,29 +29,35 @@ bool planes_are_null(const void* const* planes, uint32_t channels, uint32_t plan
 
 // ---- copying -------------------------------------------------------------------------------------------------------
 
+// Where the samples of one side stand.
+struct Places {
+    bool planar;
+    size_t channels, sample_bytes;
+    size_t plane(size_t channel) const { return planar ? channel : 0; }
+    size_t byte(size_t frame, size_t channel) const {
+        return (planar ? frame : frame * channels + channel) * sample_bytes;
+    }
+};
+
 void copy(const korla_stream& s, const void* const* in, void* const* out, size_t frames) {
     const korla_stream_config& config = s.config;
-    const size_t sample = korla_format_bytes(config.in_format), channels = config.in.count;
-    bool in_order = true;
+    const size_t channels = config.in.count, sample_bytes = korla_format_bytes(config.in_format);
+    const Places from = {config.in_planar != 0, channels, sample_bytes};
+    const Places to = {config.out_planar != 0, channels, sample_bytes};
+    bool in_order = !from.planar && !to.planar;
     for (uint32_t o = 0; o < channels; o++)
         in_order &= s.source[o] == o;
-    if (in_order && !config.in_planar && !config.out_planar) {
-        std::memmove(out[0], in[0], frames * channels * sample);
+    if (in_order) {
+        std::memmove(out[0], in[0], frames * channels * sample_bytes);
         return;
     }
     // A frame is read whole before it is written, because the buffers may be the same.
-    const auto at = [=](auto* const* planes, uint32_t planar, size_t frame, size_t channel) {
-        using Byte = std::conditional_t<std::is_const_v<std::remove_pointer_t<std::remove_cvref_t<decltype(*planes)>>>,
-                                        const char, char>;
-        return planar ? static_cast<Byte*>(planes[channel]) + frame * sample
-                      : static_cast<Byte*>(planes[0]) + (frame * channels + channel) * sample;
-    };
     for (size_t t = 0; t < frames; t++) {
         char samples[KORLA_MAX_SPEAKERS][sizeof(double)];
-        for (uint32_t c = 0; c < channels; c++)
-            std::memcpy(samples[c], at(in, config.in_planar, t, c), sample);
-        for (uint32_t c = 0; c < channels; c++)
-            std::memcpy(at(out, config.out_planar, t, c), samples[s.source[c]], sample);
+        for (size_t c = 0; c < channels; c++)
+            std::memcpy(samples[c], static_cast<const char*>(in[from.plane(c)]) + from.byte(t, c), sample_bytes);
+        for (size_t c = 0; c < channels; c++)
+            std::memcpy(static_cast<char*>(out[to.plane(c)]) + to.byte(t, c), samples[s.source[c]], sample_bytes);
     }
 }
 
