@@ -119,7 +119,8 @@ KRL_API void korvex_ht_kvlim_process(korvex_ht_kvlim* limiter, float* const* out
                                      size_t in_stride, size_t out_stride);
 
 /** The same, with the gain computed from other signals: sample i of detection channel c is detect[c][i * in_stride];
- * null pointers are skipped.
+ * null pointers are skipped. These signals lie to the outputs as inputs may: apart, or in the same place with equal
+ * strides.
  *
  * NaN never counts as a peak. With in_stride 1 and a sub-block on a 32-byte boundary (strict absolute maximum), one NaN
  * hides its channel's whole sub-block from the detection; otherwise only the NaN sample itself is ignored. An infinite

@@ -1,4 +1,6 @@
 // Processing: peak of a sub-block -> gain of the sub-block -> crossfade on the delayed signal.
+#include <algorithm>
+
 #include "dsp/core/abs_max.h"
 #include "dsp/core/block_map.h"
 #include "limiter/limiter.h"
@@ -57,7 +59,7 @@ float detect_peak(const float* const* detect, uint32_t channels, size_t first, s
 //
 // Both branches of each decision are computed and one is picked: the decisions follow the signal, so a jump would be
 // mispredicted often, while all of this hides behind the mixing of the next sub-block.
-void advance_gain(korvex_ht_kvlim& l, float peak) {
+KRL_INLINE void advance_gain(korvex_ht_kvlim& l, float peak) {
     const float* c = l.coefs;
     const float slow = l.slow_gain, gain = l.gain;
 
@@ -123,14 +125,14 @@ KRL_INLINE void crossfade_columns(const korvex_ht_kvlim& l, uint32_t column, con
     for (uint32_t c = 0; c < rows.channels; c++, delay += n) {
         for (int j = 0; j < columns; j++)
             delayed[j] = load<f32v>(delay + j * width);
-        size_t i = c * rows.length + column;
-        for (uint32_t k = 0; k < count; k++, i += n) {
+        const float* in = rows.in + c * rows.length + column;
+        float* out = rows.out + c * rows.length + column;
+        for (uint32_t k = 0; k < count; k++, in += n, out += n) {
             const Fade fade = fades[k];
             for (int j = 0; j < columns; j++) {
                 const f32v y = delayed[j];
-                delayed[j] = load<f32v>(rows.in + i + j * width);
-                store(rows.out + i + j * width,
-                      fma(falling[j], fade.from * y, (fade.to * y) * rising[j]) * boost_scale);
+                delayed[j] = load<f32v>(in + j * width);
+                store(out + j * width, fma(falling[j], fade.from * y, (fade.to * y) * rising[j]) * boost_scale);
             }
         }
         for (int j = 0; j < columns; j++)
@@ -139,7 +141,7 @@ KRL_INLINE void crossfade_columns(const korvex_ht_kvlim& l, uint32_t column, con
 }
 
 void crossfade(const korvex_ht_kvlim& l, const Rows& rows, const Fade* fades, uint32_t count) {
-    constexpr uint32_t width = lanes<f32v>, columns = 4;
+    constexpr uint32_t width = lanes<f32v>, columns = min_subblock_length / width; // the shortest sub-block at once
     const uint32_t n = l.subblock_len;
     uint32_t i = 0;
     for (; i + columns * width <= n; i += columns * width)
@@ -153,25 +155,31 @@ void scatter(float* dst, const float* src, size_t stride, uint32_t n) {
         dst[i * stride] = src[i];
 }
 
+// A group of sub-blocks is detected, then it goes through channel by channel.
 void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detect, const float* const* in,
                 size_t in_stride, size_t out_stride, uint32_t detect_channels) {
-    const uint32_t n = l.subblock_len;
+    constexpr uint32_t largest_group = max_subblock_length / min_subblock_length;
     float scratch[max_subblock_length];
-    for (uint32_t k = 0; k < l.subblock_count; k++) {
-        const size_t first = size_t{k} * n;
-        const Fade fade = next_fade(l, detect_peak(detect, detect_channels, first, in_stride, n));
+    Fade fades[largest_group];
+    const uint32_t n = l.subblock_len;
+    const bool uses_scratch = in_stride != 1 || out_stride != 1;
+    const uint32_t group = uses_scratch ? max_subblock_length / n : largest_group;
+    for (uint32_t first = 0; first < l.subblock_count; first += group) {
+        const uint32_t count = std::min(group, l.subblock_count - first);
+        for (uint32_t k = 0; k < count; k++)
+            fades[k] = next_fade(l, detect_peak(detect, detect_channels, size_t{first + k} * n, in_stride, n));
         for (uint32_t c = 0; c < l.num_channels; c++) {
             if (!in[c])
                 continue;
-            const float* x = in[c] + first * in_stride;
-            float* y = out[c] + first * out_stride;
+            const float* x = in[c] + size_t{first} * n * in_stride;
+            float* y = out[c] + size_t{first} * n * out_stride;
             if (in_stride != 1) {
-                gather(scratch, x, in_stride, n);
+                gather(scratch, x, in_stride, count * n);
                 x = scratch;
             }
-            crossfade(l, {c, 1, out_stride == 1 ? y : scratch, x, 0}, &fade, 1);
+            crossfade(l, {c, 1, out_stride == 1 ? y : scratch, x, 0}, fades, count);
             if (out_stride != 1)
-                scatter(y, scratch, out_stride, n);
+                scatter(y, scratch, out_stride, count * n);
         }
     }
 }

@@ -5,7 +5,7 @@
 
 namespace korla::limiter {
 
-inline constexpr int max_subblock_length = 256;
+inline constexpr uint32_t min_subblock_length = 32, max_subblock_length = 256;
 
 // Entries of a coefficient set.
 enum Coefficient {
