@@ -67,9 +67,12 @@ inline std::complex<double> qmf_rotation(size_t m, size_t M, uint32_t mode) {
 // A QMF bank with the same table on both sides. It holds taps 1 .. 2PM of the prototype for the analysis and 0 .. 2PM-1
 // for the synthesis, with the signs of the modulation's half periods; four periods have another pattern.
 inline ModulatedBank qmf_model(size_t M, size_t P, const float* table, uint32_t mode, bool real) {
+    // By name: with its undefined-behaviour checks, GCC misreads a literal that is chosen in place.
+    static constexpr char five_periods[] = "++--++--++", four_periods[] = "-++--++-";
+    const char* const signs = P == 5 ? five_periods : four_periods;
     std::vector<double> taps(table, table + 2 * P * M);
     for (size_t n = 0; n < taps.size(); n++)
-        taps[n] *= (P == 5 ? "++--++--++" : "-++--++-")[n / M] == '-' ? -1 : 1;
+        taps[n] *= signs[n / M] == '-' ? -1 : 1;
     ModulatedBank bank{M, 2 * P * M + 1 - M, taps, taps, real};
     bank.set_phases(
         [&](size_t m) { return std::conj(bank.turn(m, 1)) * (real ? bank.turn(m, M / 2) : qmf_rotation(m, M, mode)); });
