@@ -31,7 +31,8 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
   endif()
   message(STATUS "x86-64 instruction set: ${korla_level}")
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
-  target_compile_options(korla_options INTERFACE -march=armv8-a)
+  # Atomics in line: those out of line come with start-up code that asks the system for the CPU's features.
+  target_compile_options(korla_options INTERFACE -march=armv8-a -mno-outline-atomics)
 endif()
 
 option(KORLA_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
