@@ -1,6 +1,8 @@
 // Channel maps: names, orders and layouts.
 #include "channels.h"
 
+#include <korla/speakers.h>
+
 #include <algorithm>
 #include <cctype>
 #include <numeric>
@@ -15,13 +17,12 @@ namespace {
 bool contains(const ChannelMap& map, uint32_t code) { return std::find(map.begin(), map.end(), code) != map.end(); }
 
 uint32_t parse_speaker(const std::string& name) {
-    for (const Speaker& speaker : speakers)
-        if (name == speaker.name || name == speaker.alias)
-            return speaker.code;
+    if (const uint32_t code = korla_speaker_by_name(name.c_str()))
+        return code;
     if (name.empty() || name.size() > 3 || !std::all_of(name.begin(), name.end(), ::isdigit)) {
         std::string all;
         for (const Speaker& speaker : speakers)
-            all += format_text(" %s", speaker.name);
+            all += " " + speaker_name(speaker.code);
         throw Error(Status::layout, "channel map: unknown speaker '" + name + "'; use" + all);
     }
     const auto code = static_cast<uint32_t>(std::stoul(name));
@@ -42,8 +43,8 @@ std::string in_upper_case(std::string text) {
 } // namespace
 
 std::string speaker_name(uint32_t code) {
-    const Speaker* speaker = find_speaker(code);
-    return speaker ? speaker->name : format_text("#%u", code);
+    const char* name = korla_speaker_name(code);
+    return name ? name : format_text("#%u", code);
 }
 
 std::string speaker_names(const ChannelMap& map, const char* separator) {
@@ -57,7 +58,7 @@ ChannelMap parse_map(const std::string& text) {
     ChannelMap map;
     std::stringstream names(text);
     for (std::string name; std::getline(names, name, ',');)
-        map.push_back(parse_speaker(in_upper_case(name)));
+        map.push_back(parse_speaker(name));
     return map;
 }
 
@@ -81,12 +82,17 @@ void throw_speaker_missing(size_t channel, size_t channels) {
 ChannelMap map_of_bits(const std::vector<int>& bits) {
     ChannelMap map;
     for (int bit : bits) {
-        const Speaker* speaker = find_mask_bit(bit);
-        if (!speaker)
-            throw_speaker_missing(map.size(), bits.size());
-        map.push_back(speaker->code);
+        map.push_back(speaker_of_mask_bit(bit));
+        if (map.back() == 0)
+            throw_speaker_missing(map.size() - 1, bits.size());
     }
-    return with_pairs_settled(map);
+    return map;
+}
+
+uint32_t speaker_of_mask_bit(int bit) {
+    korla_layout layout{};
+    const bool known = bit >= 0 && bit < 32 && !korla_layout_from_wave_mask(1u << bit, &layout, nullptr, 0);
+    return known ? layout.speakers[0] : 0;
 }
 
 std::vector<int> bits_of_mask(uint32_t mask, size_t channels) {
@@ -115,22 +121,22 @@ std::vector<size_t> canonical_order(const ChannelMap& map) {
 
 FileOrder file_order(const ChannelMap& map) {
     FileOrder result{};
-    std::vector<const Speaker*> marks;
+    std::vector<uint32_t> bits;
     for (uint32_t code : map) {
         if ((code == 25 || code == 26) && !contains(map, code + 10)) {
             result.top_pair_renamed = true;
             code += 10;
         }
-        const Speaker* speaker = find_speaker(code);
-        if (!speaker || speaker->mask_bit < 0)
+        bits.push_back(0);
+        const korla_layout alone = {1, {code}};
+        if (korla_layout_to_wave_mask(&alone, &bits.back(), nullptr, 0) != KORLA_OK)
             throw Error(Status::layout, "output files have no mark for speaker " + speaker_name(code));
-        marks.push_back(speaker);
-        result.mask |= 1u << speaker->mask_bit;
+        result.mask |= bits.back();
     }
     result.order.resize(map.size());
     std::iota(result.order.begin(), result.order.end(), size_t{0});
     std::stable_sort(result.order.begin(), result.order.end(),
-                     [&](size_t a, size_t b) { return marks[a]->mask_bit < marks[b]->mask_bit; });
+                     [&](size_t a, size_t b) { return bits[a] < bits[b]; });
     return result;
 }
 

@@ -25,13 +25,15 @@ std::string speaker_names(const ChannelMap& map, const char* separator = " ");
 // Reads "FL,FR,FC" (also numeric codes). Throws Error for unknown names, empty slots and codes that are no speaker.
 ChannelMap parse_map(const std::string& text);
 
-// Files know the surround pair by the name of backs or of sides, and have no mark for a top middle pair: a lone pair of
-// back speakers becomes the surround pair, a lone top pair the middle one.
+// What the module takes a file's speakers for. Files know the surround pair by the name of backs or of sides, and have no
+// mark for a top side pair: a lone pair of back speakers becomes the surround pair, a lone top pair the side one.
 ChannelMap with_pairs_settled(ChannelMap map);
 
 // Bits of a WAVE_FORMAT_EXTENSIBLE mask, one a channel; -1 where the mask has too few.
 std::vector<int> bits_of_mask(uint32_t mask, size_t channels);
-// The speakers of such bits, pairs settled. Throws Error for a bit that is no speaker.
+// The speaker of a bit, 0 for none.
+uint32_t speaker_of_mask_bit(int bit);
+// The speakers of such bits. Throws Error for a bit that is no speaker.
 ChannelMap map_of_bits(const std::vector<int>& bits);
 // For a file that leaves a channel nameless.
 [[noreturn]] void throw_speaker_missing(size_t channel, size_t channels);

@@ -61,9 +61,9 @@ constexpr struct {
     {188, "FL,FR,FC,LFE,BC,SL,SR"},
     {189, "FL,FR,FC,LFE,BL,BR,SL,SR"},
     {192, "FL,FR,FC,LFE,SL,SR,BL,BR,TFL,TFR,TBL,TBR"},
-    {194, "FL,FR,FC,LFE,SL,SR,TML,TMR"},
+    {194, "FL,FR,FC,LFE,SL,SR,TSL,TSR"},
     {195, "FL,FR,FC,LFE,SL,SR,TFL,TFR,TBL,TBR"},
-    {196, "FL,FR,FC,LFE,SL,SR,BL,BR,TML,TMR"},
+    {196, "FL,FR,FC,LFE,SL,SR,BL,BR,TSL,TSR"},
 };
 
 // A big-endian number of a chunk, 0 behind its end.
@@ -97,8 +97,7 @@ uint32_t code_of_label(uint32_t label, bool rear_surrounds) {
     for (const auto& other : others)
         if (label == other.label)
             return other.code;
-    const Speaker* speaker = find_mask_bit(static_cast<int>(label) - 1);
-    const uint32_t code = speaker ? speaker->code : 0;
+    const uint32_t code = speaker_of_mask_bit(static_cast<int>(label) - 1);
     return rear_surrounds && (code == 8 || code == 9) ? code - 4 : code;
 }
 
@@ -114,7 +113,7 @@ ChannelMap described_speakers(const std::vector<unsigned char>& chunk, size_t ch
         if (map.back() == 0)
             throw_speaker_missing(map.size() - 1, channels);
     }
-    return with_pairs_settled(map);
+    return map;
 }
 
 } // namespace

@@ -38,7 +38,7 @@ ChannelMap choose_input_map(const std::string& asked, const AudioReader& reader,
         return map;
     }
     if (const auto stated = reader.speakers())
-        return *stated;
+        return with_pairs_settled(*stated);
     const ChannelMap map = customary_speakers(reader.channels());
     if (map.empty())
         throw Error(Status::layout,
@@ -104,7 +104,7 @@ void say_how_it_mixes(RunReport& report) {
 
 void say_what_the_file_names(RunReport& report, const AudioWriter& writer, bool top_pair_renamed) {
     if (top_pair_renamed)
-        report.notices.push_back("channel masks have no top middle pair: TML and TMR are marked as top front left and "
+        report.notices.push_back("channel masks have no top side pair: TSL and TSR are marked as top front left and "
                                  "right in the file");
     if (!writer.speakers_kept())
         report.notices.push_back("the output format cannot name these speakers; the file holds them in the order " +

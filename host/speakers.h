@@ -1,4 +1,4 @@
-// Speakers and layouts of the module interface as plain tables: whatever belongs to a channel code stands here once.
+// Speakers and layouts of the module interface as plain tables: what korla/speakers.h, which has the names, does not know.
 #pragma once
 
 #include <algorithm>
@@ -11,49 +11,34 @@ enum class Side : uint8_t { left, centre, right };
 
 struct Speaker {
     uint32_t code; // host channel code of the module interface
-    const char* name;
-    const char* alias;
     Side side;
-    int mask_bit; // WAVE_FORMAT_EXTENSIBLE, -1: none
 };
 
 // In the canonical order, in which the module's matrices expect the samples of a frame.
+// clang-format off
 inline constexpr Speaker speakers[] = {
-    {1, "FL", "L", Side::left, 0},
-    {2, "FR", "R", Side::right, 1},
-    {3, "FC", "C", Side::centre, 2},
-    {6, "LFE", "LFE", Side::centre, 3},
-    {4, "SL", "LS", Side::left, 9},
-    {5, "SR", "RS", Side::right, 10},
-    {8, "BL", "LB", Side::left, 4},
-    {9, "BR", "RB", Side::right, 5},
-    {13, "FLC", "LC", Side::left, 6},
-    {14, "FRC", "RC", Side::right, 7},
-    {7, "BC", "CS", Side::centre, 8},
-    {31, "WL", "LW", Side::left, -1}, // front wide
-    {32, "WR", "RW", Side::right, -1},
-    {20, "HL", "LH", Side::left, -1}, // front height, which automatic layouts fold into the front pair
-    {21, "HR", "RH", Side::right, -1},
-    {35, "TFL", "TFL", Side::left, 12},
-    {36, "TFR", "TFR", Side::right, 14},
-    {25, "TML", "TSL", Side::left, -1}, // top middle
-    {26, "TMR", "TSR", Side::right, -1},
-    {37, "TBL", "TBL", Side::left, 15},
-    {38, "TBR", "TBR", Side::right, 17},
-    {10, "TBC", "TBC", Side::centre, 16},
-    {11, "TFC", "TFC", Side::centre, 13},
+    {1, Side::left}, {2, Side::right}, // FL FR
+    {3, Side::centre}, // FC
+    {6, Side::centre}, // LFE
+    {4, Side::left}, {5, Side::right}, // SL SR
+    {8, Side::left}, {9, Side::right}, // BL BR
+    {13, Side::left}, {14, Side::right}, // FLC FRC
+    {7, Side::centre}, // BC
+    {31, Side::left}, {32, Side::right}, // WL WR
+    {20, Side::left}, {21, Side::right}, // HL HR
+    {35, Side::left}, {36, Side::right}, // TFL TFR
+    {25, Side::left}, {26, Side::right}, // TSL TSR
+    {37, Side::left}, {38, Side::right}, // TBL TBR
+    {10, Side::centre}, // TBC
+    {11, Side::centre}, // TFC
+    {23, Side::left}, {24, Side::right}, // WHL WHR
 };
+// clang-format on
 inline constexpr uint32_t lfe_code = 6;
 
 // Null for a code that has no name here.
 constexpr const Speaker* find_speaker(uint32_t code) {
     const auto* found = std::find_if(std::begin(speakers), std::end(speakers), [&](auto& s) { return s.code == code; });
-    return found == std::end(speakers) ? nullptr : found;
-}
-
-constexpr const Speaker* find_mask_bit(int bit) {
-    const auto* found =
-        std::find_if(std::begin(speakers), std::end(speakers), [&](auto& s) { return bit >= 0 && s.mask_bit == bit; });
     return found == std::end(speakers) ? nullptr : found;
 }
 
