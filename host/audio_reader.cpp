@@ -55,6 +55,16 @@ void refuse_unreadable(const std::string& path) {
 
 AudioReader::AudioReader(const std::string& path, bool accept_truncated)
     : path_(path), accept_truncated_(accept_truncated) {
+    if (path == "-") {
+        path_ = "the standard input";
+        pipe_ = std::make_unique<WavePipe>(STDIN_FILENO);
+        file_.reset(pipe_->open(info_));
+        if (!file_)
+            throw Error(Status::input, format_text("cannot read the standard input: %s", sf_strerror(nullptr)));
+        if (pipe_->length_is_open())
+            info_.frames = 0;
+        return;
+    }
     refuse_unreadable(path);
     file_.reset(sf_open(path.c_str(), SFM_READ, &info_));
     if (!file_)

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "channels.h"
+#include "pipe.h"
 #include "samples.h"
 
 namespace host {
@@ -23,13 +24,16 @@ using SoundFile = std::unique_ptr<SNDFILE, CloseSound>;
 
 class AudioReader {
 public:
-    // Throws Error, also for a file that is shorter than its header says, unless `accept_truncated`.
+    // path "-": WAV from the standard input. Throws Error, also for a file that is shorter than its header says, unless `accept_truncated`.
     AudioReader(const std::string& path, bool accept_truncated);
 
     const std::string& path() const { return path_; }
     size_t channels() const { return static_cast<size_t>(info_.channels); }
     uint32_t sample_rate() const { return static_cast<uint32_t>(info_.samplerate); }
     uint64_t frames() const { return static_cast<uint64_t>(info_.frames); } // as the file announces, 0 when it does not
+    uint64_t promised_frames() const {
+        return accept_truncated_ ? 0 : frames();
+    } // reading fails when fewer come; 0: none
     int format() const { return info_.format; }
     // The stream format that loses nothing.
     SampleFormat natural_samples() const;
@@ -49,6 +53,7 @@ private:
     std::string path_;
     bool accept_truncated_;
     SF_INFO info_{};
+    std::unique_ptr<WavePipe> pipe_; // for the standard input
     SoundFile file_;
     std::vector<double> exact_;
     uint64_t read_ = 0, clipped_ = 0;

@@ -24,7 +24,12 @@ constexpr uint64_t riff_limit = 0xffff0000; // bytes of samples, with room for t
 } // namespace
 
 AudioWriter::AudioWriter(const std::string& path, const AudioReader& like, SampleFormat samples, uint32_t mask)
-    : path_(path), mask_(mask) {
+    : pipe_(path == "-"), path_(pipe_ ? "to the standard output" : path), mask_(mask) {
+    if (pipe_) {
+        choose_format(like, samples);
+        open_pipe(like.promised_frames());
+        return;
+    }
     std::error_code error;
     if (fs::equivalent(like.path(), path_, error))
         fail("it is the input file; choose another name");
@@ -41,7 +46,7 @@ AudioWriter::AudioWriter(const std::string& path, const AudioReader& like, Sampl
 }
 
 void AudioWriter::choose_format(const AudioReader& like, SampleFormat samples) {
-    const auto known = container_of(path_);
+    const auto known = pipe_ ? std::optional<int>(SF_FORMAT_WAVEX) : container_of(path_);
     if (!known) {
         const std::string extension = fs::path(path_).extension().string();
         fail((extension.empty() ? "its name has no extension, which names the format"
@@ -53,7 +58,7 @@ void AudioWriter::choose_format(const AudioReader& like, SampleFormat samples) {
     info_.format = *known;
     const auto channels = static_cast<size_t>(info_.channels);
     // Where the length is known beforehand, a file that RIFF cannot hold becomes RF64.
-    if (info_.format == SF_FORMAT_WAVEX && like.frames() * channels * bytes_per_sample(samples) > riff_limit)
+    if (!pipe_ && info_.format == SF_FORMAT_WAVEX && like.frames() * channels * bytes_per_sample(samples) > riff_limit)
         info_.format = SF_FORMAT_RF64;
     const bool flac = info_.format == SF_FORMAT_FLAC;
     if (flac && channels > 8)
@@ -67,6 +72,20 @@ void AudioWriter::choose_format(const AudioReader& like, SampleFormat samples) {
     if (!sf_format_check(&info_))
         fail(format_text("%s does not hold %d channels at %d Hz", format_description(info_.format).c_str(),
                          info_.channels, info_.samplerate));
+}
+
+// Samples alone are what libsndfile writes to a pipe; the header in front of them is ours.
+void AudioWriter::open_pipe(uint64_t frames) {
+    if (isatty(STDOUT_FILENO))
+        fail("it is a terminal; send it to a program or a file");
+    if (!write_fully(STDOUT_FILENO, wave_header(info_, mask_, frames)))
+        fail(std::strerror(errno));
+    SF_INFO raw = info_;
+    raw.format = SF_FORMAT_RAW | encoding(info_.format) | SF_ENDIAN_LITTLE;
+    file_.reset(sf_open_fd(STDOUT_FILENO, SFM_WRITE, &raw, SF_FALSE));
+    if (!file_)
+        fail(sf_strerror(nullptr));
+    speakers_kept_ = true;
 }
 
 // An empty file beside the one to come, with the permissions that a new file gets.
@@ -98,7 +117,7 @@ void AudioWriter::fail(const std::string& why) const {
 void AudioWriter::write(SampleFormat samples, const std::byte* data, size_t frames) {
     const auto count = static_cast<sf_count_t>(frames);
     bytes_ += frames * static_cast<size_t>(info_.channels) * bytes_per_sample(samples);
-    if (container(info_.format) == SF_FORMAT_WAVEX && bytes_ > riff_limit)
+    if (!pipe_ && container(info_.format) == SF_FORMAT_WAVEX && bytes_ > riff_limit)
         fail("it is getting longer than a WAV file can be; use .rf64, .w64 or .caf");
     sf_count_t written = 0;
     if (samples == SampleFormat::s16) {
@@ -118,6 +137,11 @@ void AudioWriter::write(SampleFormat samples, const std::byte* data, size_t fram
 }
 
 void AudioWriter::commit() {
+    if (pipe_) {
+        if (sf_close(file_.release()) != 0)
+            fail(std::strerror(errno));
+        return;
+    }
     sf_write_sync(file_.get());
     if (sf_close(file_.release()) != 0 || !finish_marks(info_, mask_, part_))
         fail("the file could not be completed; free space on the target or choose another");

@@ -12,7 +12,7 @@ namespace host {
 
 class AudioWriter {
 public:
-    // One channel for each bit of a WAVE_FORMAT_EXTENSIBLE mask, in that order. The container follows from the name's
+    // path "-": WAV to the standard output. One channel for each bit of a WAVE_FORMAT_EXTENSIBLE mask, in that order. The container follows from the name's
     // extension, the encoding from the stream format and from the input file. Throws Error.
     AudioWriter(const std::string& path, const AudioReader& like, SampleFormat samples, uint32_t mask);
     ~AudioWriter(); // removes what was not committed
@@ -26,9 +26,11 @@ public:
 
 private:
     void choose_format(const AudioReader& like, SampleFormat samples);
-    int open_part(); // its descriptor
+    int open_part();                 // its descriptor
+    void open_pipe(uint64_t frames); // 0: not known
     [[noreturn]] void fail(const std::string& why) const;
 
+    bool pipe_; // to the standard output
     std::string path_, part_;
     uint32_t mask_;
     SF_INFO info_{};

@@ -22,7 +22,7 @@ uint32_t parse_speaker(const std::string& name) {
     if (name.empty() || name.size() > 3 || !std::all_of(name.begin(), name.end(), ::isdigit)) {
         std::string all;
         for (const Speaker& speaker : speakers)
-            all += " " + speaker_name(speaker.code);
+            all.append(" ").append(speaker_name(speaker.code));
         throw Error(Status::layout, "channel map: unknown speaker '" + name + "'; use" + all);
     }
     const auto code = static_cast<uint32_t>(std::stoul(name));
@@ -135,8 +135,7 @@ FileOrder file_order(const ChannelMap& map) {
     }
     result.order.resize(map.size());
     std::iota(result.order.begin(), result.order.end(), size_t{0});
-    std::stable_sort(result.order.begin(), result.order.end(),
-                     [&](size_t a, size_t b) { return bits[a] < bits[b]; });
+    std::stable_sort(result.order.begin(), result.order.end(), [&](size_t a, size_t b) { return bits[a] < bits[b]; });
     return result;
 }
 

@@ -12,9 +12,9 @@ enum class Status {
     usage = 2,      // the command line
     library = 3,    // the library cannot be loaded or is not the module
     input = 4,      // the input file is missing, no audio, damaged or cut short
-    layout = 5,     // a channel map or layout that cannot be served
+    layout = 5,     // speakers or a layout that cannot be served
     output = 6,     // the output file, or the report, cannot be written
-    processing = 7, // the module failed on accepted settings
+    processing = 7, // the module or the stream failed on accepted settings
 };
 
 inline constexpr const char* status_help =

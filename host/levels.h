@@ -3,17 +3,20 @@
 
 #include <cmath>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
-#include "measure.h"
+#include "matrix.h"
 #include "samples.h"
+#include "true_peak.h"
 
 namespace host {
 
 struct Level {
     double peak = 0.0;
     double rms = 0.0;
-    uint64_t over = 0; // samples above full scale
+    uint64_t over = 0;               // samples above full scale
+    std::optional<double> true_peak; // where it was asked for
 };
 
 class LevelMeter {
@@ -51,13 +54,13 @@ private:
     size_t frames_ = 0;
 };
 
-// What the module's conversion to integers cuts off where nothing limits: it shows nowhere in the output, so it is
-// computed from the input by the measured matrix.
+// What a stream's conversion to integers cuts off where nothing limits: it shows nowhere in the output, so it is computed
+// from the input by the matrix.
 class ClippingMeter {
 public:
     // Channel c of the matrix is channel order[c] of the frames.
-    ClippingMeter(const Measurement& module, const std::vector<size_t>& order, SampleFormat format)
-        : gain_(module.gain), order_(order), format_(format), over_(module.gain.size()) {}
+    ClippingMeter(const Matrix& matrix, const std::vector<size_t>& order, SampleFormat format)
+        : gain_(matrix.gain), order_(order), format_(format), over_(matrix.gain.size()) {}
 
     void add(const std::byte* data, size_t frames) {
         for (size_t t = 0; t < frames; t++)

@@ -1,6 +1,8 @@
 // Asking the module about itself and about every layout.
 #include "listing.h"
 
+#include <korla/speakers.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -26,6 +28,28 @@ ModuleInfo info(const Module& module) {
     return result;
 }
 
+namespace {
+
+std::vector<LayoutListing::Named> named_layouts() {
+    std::vector<korla_layout> layouts;
+    std::vector<LayoutListing::Named> result;
+    korla_layout layout;
+    for (uint32_t i = 0; const char* name = korla_layout_at(i, &layout); i++) {
+        layouts.push_back(layout);
+        result.push_back({name, {layout.speakers, layout.speakers + layout.count}, {}});
+    }
+    float gains[KORLA_MAX_SPEAKERS * KORLA_MAX_SPEAKERS];
+    for (size_t from = 0; from < layouts.size(); from++)
+        for (const korla_layout& to : layouts) {
+            uint32_t& source = result[from].sources.emplace_back();
+            if (korla_layout_matrix(&layouts[from], &to, gains, &source, nullptr, 0) != KORLA_OK)
+                throw Error(Status::processing, "a named layout has no matrix: " + result[from].name);
+        }
+    return result;
+}
+
+} // namespace
+
 LayoutListing layouts(const Module& module) {
     LayoutListing result;
     Stream stream(module);
@@ -42,6 +66,7 @@ LayoutListing layouts(const Module& module) {
             result.automatic.push_back({input, output->map});
     std::stable_sort(result.automatic.begin(), result.automatic.end(),
                      [](auto& a, auto& b) { return a.output.size() < b.output.size(); });
+    result.named = named_layouts();
     return result;
 }
 

@@ -25,10 +25,16 @@ struct LayoutListing {
     struct Automatic {
         ChannelMap input, output;
     };
+    struct Named {
+        std::string name;
+        ChannelMap speakers;
+        std::vector<uint32_t> sources; // of the matrices to each named layout: KORLA_MATRIX_*
+    };
     std::vector<Output> outputs;      // explicit layouts by index
     std::vector<Automatic> automatic; // inputs that the module finds a layout for
+    std::vector<Named> named;         // layouts of korla-stream
 };
-// Asks the module: every layout index, and every speaker set that this host can name.
+// Asks the module: every layout index, and every speaker set that this host can name; and korla-stream.
 LayoutListing layouts(const Module& module);
 
 } // namespace host

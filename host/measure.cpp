@@ -8,20 +8,14 @@
 
 namespace host {
 
-double Measurement::row_sum(size_t output) const {
-    double sum = 0.0;
-    for (double g : gain[output])
-        sum += std::fabs(g);
-    return sum;
-}
-
 Measurement measure(const Module& module, StreamFormat format) {
     constexpr float amplitude = 0.125f; // far below the limiter's threshold
     constexpr size_t frames = 2 * ACLI_MAX_CHUNK;
     format.samples = SampleFormat::f32;
     format.planar = false;
     Stream stream(module);
-    const size_t outputs = stream.configure(format).map.size(), inputs = format.input.size();
+    const ChannelMap output_map = stream.configure(format).map;
+    const size_t outputs = output_map.size(), inputs = format.input.size();
     std::vector<float> in(frames * inputs), out(frames * outputs);
     auto process = [&] {
         stream.process(reinterpret_cast<std::byte*>(in.data()), reinterpret_cast<std::byte*>(out.data()), frames);
@@ -29,7 +23,8 @@ Measurement measure(const Module& module, StreamFormat format) {
     process(); // the make-up gain fades in at the start of a stream
 
     Measurement result;
-    result.gain.assign(outputs, std::vector<double>(inputs, 0.0));
+    auto& gain = result.matrix.gain;
+    result.matrix = {format.input, output_map, {outputs, std::vector<double>(inputs, 0.0)}};
     bool heard = false;
     for (size_t c = 0; c < inputs; c++) {
         in[c] = amplitude;
@@ -47,12 +42,12 @@ Measurement measure(const Module& module, StreamFormat format) {
         heard = true;
         result.latency_frames = latency;
         for (size_t o = 0; o < outputs; o++)
-            result.gain[o][c] = double(out[latency * outputs + o]) / amplitude;
+            gain[o][c] = double(out[latency * outputs + o]) / amplitude;
     }
     result.pass_through = heard && result.latency_frames == 0;
     for (size_t o = 0; o < outputs; o++)
         for (size_t c = 0; c < inputs; c++)
-            result.pass_through = result.pass_through && result.gain[o][c] == (o == c ? 1.0 : 0.0);
+            result.pass_through = result.pass_through && gain[o][c] == (o == c ? 1.0 : 0.0);
     return result;
 }
 

@@ -2,18 +2,16 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "matrix.h"
 #include "module.h"
 
 namespace host {
 
 struct Measurement {
     uint32_t latency_frames = 0;
-    bool pass_through = false;             // frames are copied: no delay, channel c goes to place c unchanged
-    std::vector<std::vector<double>> gain; // [output][input], linear, make-up gain included
-
-    double row_sum(size_t output) const; // gain of an output when all inputs agree, the worst case
+    bool pass_through = false; // frames are copied: no delay, channel c goes to place c unchanged
+    Matrix matrix;             // in canonical order, make-up gain included
 };
 
 // Runs an instance of its own; `format` may ask for any sample format, the measurement is done in float.

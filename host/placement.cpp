@@ -11,10 +11,11 @@ struct Power {
     double left = 0.0, right = 0.0, main = 0.0, lfe = 0.0;
 };
 
-Power power_of(size_t input, const ChannelMap& outputs, const Measurement& module) {
+Power power_of(size_t input, const Matrix& matrix) {
+    const ChannelMap& outputs = matrix.outputs;
     Power power;
     for (size_t o = 0; o < outputs.size(); o++) {
-        const double p = module.gain[o][input] * module.gain[o][input];
+        const double p = matrix.gain[o][input] * matrix.gain[o][input];
         const Speaker* speaker = find_speaker(outputs[o]);
         (outputs[o] == lfe_code ? power.lfe : power.main) += p;
         if (speaker && speaker->side != Side::centre)
@@ -35,11 +36,12 @@ bool on_wrong_side(const Speaker& speaker, const Power& power) {
 
 } // namespace
 
-Placement placement(const ChannelMap& inputs, const ChannelMap& outputs, const Measurement& module) {
+Placement placement(const Matrix& matrix) {
+    const ChannelMap &inputs = matrix.inputs, &outputs = matrix.outputs;
     Placement result;
     for (size_t c = 0; c < inputs.size(); c++) {
         const bool is_lfe = inputs[c] == lfe_code;
-        const Power power = power_of(c, outputs, module);
+        const Power power = power_of(c, matrix);
         if (power.main + power.lfe == 0.0) {
             if (!is_lfe)
                 result.lost.push_back(inputs[c]);
@@ -50,7 +52,7 @@ Placement placement(const ChannelMap& inputs, const ChannelMap& outputs, const M
             continue;
         result.moved.push_back({inputs[c], {}});
         for (size_t o = 0; o < outputs.size(); o++)
-            if (module.gain[o][c] != 0.0)
+            if (matrix.gain[o][c] != 0.0)
                 result.moved.back().heard_from.push_back(outputs[o]);
     }
     return result;

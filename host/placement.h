@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "channels.h"
-#include "measure.h"
+#include "matrix.h"
 
 namespace host {
 
@@ -18,7 +18,6 @@ struct Placement {
     std::vector<Moved> moved; // left to the right, right to the left, centre to one side, or to nothing but the LFE
 };
 
-// inputs, outputs: the speakers of the matrix's columns and rows.
-Placement placement(const ChannelMap& inputs, const ChannelMap& outputs, const Measurement& module);
+Placement placement(const Matrix& matrix);
 
 } // namespace host

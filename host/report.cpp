@@ -30,6 +30,9 @@ Json levels_json(const ChannelMap& map, const std::vector<Level>& levels) {
                         {"peak_dbfs", number(decibels(levels[c].peak))},
                         {"rms_dbfs", number(decibels(levels[c].rms))},
                         {"above_full_scale", levels[c].over}});
+    for (size_t c = 0; c < map.size(); c++)
+        if (levels[c].true_peak)
+            list[c]["true_peak_dbtp"] = number(decibels(*levels[c].true_peak));
     return list;
 }
 
@@ -37,96 +40,104 @@ std::string level_text(double level) { return level > 0.0 ? format_text("%8.1f",
 
 std::string levels_text(const char* title, const ChannelMap& map, const std::vector<Level>& levels) {
     std::string head = format_text("%-14s", title), peak = format_text("%-14s", "  peak dBFS"),
-                rms = format_text("%-14s", "  RMS dBFS"), over = format_text("%-14s", "  above 0 dBFS");
-    bool any_over = false;
+                rms = format_text("%-14s", "  RMS dBFS"), over = format_text("%-14s", "  above 0 dBFS"),
+                true_peak = format_text("%-14s", "  true peak");
+    bool any_over = false, any_true = false;
     for (size_t c = 0; c < map.size(); c++) {
         head += format_text("%8s", speaker_name(map[c]).c_str());
         peak += level_text(levels[c].peak);
         rms += level_text(levels[c].rms);
         over += format_text("%8llu", static_cast<unsigned long long>(levels[c].over));
         any_over = any_over || levels[c].over > 0;
+        if (levels[c].true_peak)
+            true_peak += level_text(*levels[c].true_peak);
+        any_true = any_true || levels[c].true_peak;
     }
-    return head + "\n" + peak + "\n" + rms + "\n" + (any_over ? over + "\n" : "");
+    return head + "\n" + peak + "\n" + (any_true ? true_peak + "\n" : "") + rms + "\n" + (any_over ? over + "\n" : "");
 }
 
-size_t worst_row(const Measurement& module) {
-    size_t worst = 0;
-    for (size_t o = 0; o < module.gain.size(); o++)
-        worst = module.row_sum(o) > module.row_sum(worst) ? o : worst;
-    return worst;
-}
-
-std::string matrix_text(const RunReport& r) {
-    std::string text = "Matrix in dB, measured through the module (make-up gain included)\n  out \\ in    ";
-    for (uint32_t code : r.stream.input)
+std::string matrix_text(const Matrix& matrix, const char* title) {
+    std::string text = std::string(title) + "\n  out \\ in    ";
+    for (uint32_t code : matrix.inputs)
         text += format_text("%8s", speaker_name(code).c_str());
     text += "  |    sum\n";
-    for (size_t o = 0; o < r.module.gain.size(); o++) {
-        text += format_text("  %-12s", speaker_name(r.stream_output_map[o]).c_str());
-        for (double g : r.module.gain[o])
+    for (size_t o = 0; o < matrix.gain.size(); o++) {
+        text += format_text("  %-12s", speaker_name(matrix.outputs[o]).c_str());
+        for (double g : matrix.gain[o])
             text += g == 0.0 ? "       ." : format_text("%8.1f", decibels(std::fabs(g)) + 0.0);
-        text += format_text("  |%s\n", level_text(r.module.row_sum(o)).c_str() + 1);
+        text += format_text("  |%s\n", level_text(matrix.row_sum(o)).c_str() + 1);
     }
     return text;
 }
 
-double real_time_factor(const RunReport& r, double seconds) {
-    return seconds > 0.0 ? static_cast<double>(r.frames) / r.stream.sample_rate / seconds : 0.0;
+double real_time_factor(const Conversion& r, double seconds) {
+    return seconds > 0.0 ? static_cast<double>(r.frames) / r.sample_rate / seconds : 0.0;
 }
 
 std::string requested_layout(const StreamFormat& stream) {
     return stream.layout ? layout_names[*stream.layout] : "automatic";
 }
 
-std::string streams_text(const RunReport& r) {
-    const double rate = r.stream.sample_rate, seconds = static_cast<double>(r.frames) / rate;
-    std::string text = format_text("Input         %s: %s, %u Hz, %zu channels, %llu frames (%.2f s)\n", r.input.c_str(),
-                                   r.input_format.c_str(), r.stream.sample_rate, r.input_map.size(),
-                                   static_cast<unsigned long long>(r.frames), seconds);
-    text += "  file order  " + speaker_names(r.input_map) + "\n";
-    text += "  sent as     " + speaker_names(r.stream.input) +
-            (r.input_map != r.stream.input ? "  (reordered, as the matrices expect)\n" : "\n");
-    text += format_text("  stream      %s, %s, %zu frames a call\n", format_name(r.stream.samples),
+std::string input_text(const Conversion& r) {
+    return format_text("Input         %s: %s, %u Hz, %zu channels, %llu frames (%.2f s)\n", r.input.c_str(),
+                       r.input_format.c_str(), r.sample_rate, r.input_map.size(),
+                       static_cast<unsigned long long>(r.frames), static_cast<double>(r.frames) / r.sample_rate) +
+           "  file order  " + speaker_names(r.input_map) + "\n";
+}
+
+std::string output_text(const Conversion& r, const std::string& layout) {
+    return format_text("Output        %s: %s, layout %s\n  file order  %s  (mask 0x%X)\n", r.output.c_str(),
+                       r.output_format.c_str(), layout.c_str(), speaker_names(r.output_map).c_str(), r.output_mask);
+}
+
+std::string stream_text(const RunReport& r) {
+    std::string text = input_text(r);
+    text += "  sent as     " + speaker_names(r.matrix.inputs) +
+            (r.input_map != r.matrix.inputs ? "  (reordered, as the matrices expect)\n" : "\n");
+    text += format_text("  stream      %s, %s, %zu frames a call\n", format_name(r.samples),
                         r.stream.planar ? "planar" : "interleaved", r.block_frames);
-    text += format_text("Output        %s: %s, layout %s\n", r.output.c_str(), r.output_format.c_str(),
-                        requested_layout(r.stream).c_str());
-    text += format_text("  file order  %s  (mask 0x%X)\n", speaker_names(r.output_map).c_str(), r.output_mask);
-    text += format_text("Pass-through  %s\n", r.module.pass_through ? "yes" : "no");
-    return text + format_text("Latency       %u samples (%.2f ms)%s\n", r.module.latency_frames,
-                              r.module.latency_frames * 1000.0 / rate, r.module.latency_frames ? ", removed" : "");
+    text += output_text(r, requested_layout(r.stream));
+    text += format_text("Pass-through  %s\n", r.pass_through ? "yes" : "no");
+    return text + format_text("Latency       %u samples (%.2f ms)%s\n", r.latency_frames,
+                              r.latency_frames * 1000.0 / r.sample_rate, r.latency_frames ? ", removed" : "");
 }
 
 // What happens to the loudest sum that the matrix can make.
 std::string worst_case_text(const RunReport& r) {
-    const size_t worst = worst_row(r.module);
+    const size_t worst = r.matrix.worst_row();
     std::string text =
-        format_text("Worst case    %+.1f dB in %s when all inputs agree", decibels(r.module.row_sum(worst)) + 0.0,
-                    speaker_name(r.stream_output_map[worst]).c_str());
-    if (r.module.row_sum(worst) <= 1.001)
+        format_text("Worst case    %+.1f dB in %s when all inputs agree", decibels(r.matrix.row_sum(worst)) + 0.0,
+                    speaker_name(r.matrix.outputs[worst]).c_str());
+    if (r.matrix.row_sum(worst) <= 1.001)
         return text + "\n";
     if (r.limiter_works)
         return text + "; the limiter takes what exceeds full scale\n";
-    return text + format_text("; nothing limits at %u Hz, what exceeds full scale is %s\n", r.stream.sample_rate,
+    return text + format_text("; nothing limits at %u Hz, what exceeds full scale is %s\n", r.sample_rate,
                               r.integer_output ? "clipped" : "kept");
 }
 
-std::string speed_text(const RunReport& r) {
+std::string speed_text(const Conversion& r, const char* where) {
     if (r.frames == 0)
         return "";
-    return format_text(
-        "\nSpeed         %.0f times real time in the module (%.2f ns a frame), %.0f times with the files\n",
-        real_time_factor(r, r.module_seconds), r.module_seconds * 1e9 / static_cast<double>(r.frames),
-        real_time_factor(r, r.total_seconds));
+    return format_text("\nSpeed         %.0f times real time in the %s (%.2f ns a frame), %.0f times with the files\n",
+                       real_time_factor(r, r.process_seconds), where,
+                       r.process_seconds * 1e9 / static_cast<double>(r.frames), real_time_factor(r, r.total_seconds));
 }
 
-Json matrix_json(const RunReport& r) {
+const char* describe(const MixReport& r) {
+    return r.copies                                 ? "samples are copied"
+           : r.matrix_source == KORLA_MATRIX_MODULE ? "the downmix module's"
+                                                    : "derived by rule";
+}
+
+Json matrix_json(const Matrix& m) {
     Json matrix = Json::array();
-    for (size_t o = 0; o < r.module.gain.size(); o++) {
-        Json row = {{"output", speaker_name(r.stream_output_map[o])},
-                    {"sum_db", number(decibels(r.module.row_sum(o)))},
-                    {"gain", r.module.gain[o]},
+    for (size_t o = 0; o < m.gain.size(); o++) {
+        Json row = {{"output", speaker_name(m.outputs[o])},
+                    {"sum_db", number(decibels(m.row_sum(o)))},
+                    {"gain", m.gain[o]},
                     {"gain_db", Json::array()}};
-        for (double g : r.module.gain[o])
+        for (double g : m.gain[o])
             row["gain_db"].push_back(number(decibels(std::fabs(g))));
         matrix.push_back(row);
     }
@@ -141,54 +152,115 @@ Json placement_json(const Placement& placement) {
 }
 
 Json stream_json(const RunReport& r) {
-    return {{"sample_rate", r.stream.sample_rate},      {"frames", r.frames},
-            {"samples", format_name(r.stream.samples)}, {"planar", r.stream.planar},
-            {"block_frames", r.block_frames},           {"layout", requested_layout(r.stream)},
-            {"input_channels", names(r.stream.input)},  {"output_channels", names(r.stream_output_map)}};
+    return {{"sample_rate", r.sample_rate},
+            {"frames", r.frames},
+            {"samples", format_name(r.samples)},
+            {"planar", r.stream.planar},
+            {"block_frames", r.block_frames},
+            {"layout", requested_layout(r.stream)},
+            {"input_channels", names(r.matrix.inputs)},
+            {"output_channels", names(r.matrix.outputs)}};
 }
 
-Json speed_json(const RunReport& r) {
-    return {{"module_seconds", r.module_seconds},
+Json speed_json(const Conversion& r, const char* seconds) {
+    return {{seconds, r.process_seconds},
             {"total_seconds", r.total_seconds},
-            {"real_time_factor", real_time_factor(r, r.module_seconds)},
+            {"real_time_factor", real_time_factor(r, r.process_seconds)},
             {"real_time_factor_with_files", real_time_factor(r, r.total_seconds)}};
 }
 
-} // namespace
+Json input_json(const Conversion& r) {
+    return {{"path", r.input}, {"format", r.input_format}, {"channels", names(r.input_map)}};
+}
 
-std::string text(const RunReport& r) {
-    std::string text = streams_text(r) + "\n" + matrix_text(r) + worst_case_text(r) + "\n" +
-                       levels_text("Input", r.input_map, r.input_levels) +
-                       levels_text("Output", r.output_map, r.output_levels) + speed_text(r);
+Json output_json(const Conversion& r) {
+    return {{"path", r.output},
+            {"format", r.output_format},
+            {"channels", names(r.output_map)},
+            {"channel_mask", r.output_mask}};
+}
+
+Json all_levels_json(const Conversion& r) {
+    return {{"input", levels_json(r.input_map, r.input_levels)},
+            {"output", levels_json(r.output_map, r.output_levels)}};
+}
+
+std::string levels_and_notices(const Conversion& r, const char* where) {
+    std::string text = levels_text("Input", r.input_map, r.input_levels) +
+                       levels_text("Output", r.output_map, r.output_levels) + speed_text(r, where);
     for (const std::string& notice : r.notices)
         text += "Note          " + notice + "\n";
     return text;
 }
 
+} // namespace
+
+std::string text(const RunReport& r) {
+    return stream_text(r) + "\n" +
+           matrix_text(r.matrix, "Matrix in dB, measured through the module (make-up gain included)") +
+           worst_case_text(r) + "\n" + levels_and_notices(r, "module");
+}
+
 std::string json(const RunReport& r) {
-    const size_t worst = worst_row(r.module);
+    const size_t worst = r.matrix.worst_row();
     return dump({
         {"library", r.library},
-        {"input", {{"path", r.input}, {"format", r.input_format}, {"channels", names(r.input_map)}}},
-        {"output",
-         {{"path", r.output},
-          {"format", r.output_format},
-          {"channels", names(r.output_map)},
-          {"channel_mask", r.output_mask}}},
+        {"input", input_json(r)},
+        {"output", output_json(r)},
         {"stream", stream_json(r)},
-        {"pass_through", r.module.pass_through},
+        {"pass_through", r.pass_through},
         {"limiter_works", r.limiter_works},
-        {"latency",
-         {{"frames", r.module.latency_frames}, {"ms", r.module.latency_frames * 1000.0 / r.stream.sample_rate}}},
-        {"matrix", matrix_json(r)},
+        {"latency", {{"frames", r.latency_frames}, {"ms", r.latency_frames * 1000.0 / r.sample_rate}}},
+        {"matrix", matrix_json(r.matrix)},
         {"worst_case",
-         {{"output", speaker_name(r.stream_output_map[worst])},
-          {"gain_db", number(decibels(r.module.row_sum(worst)))}}},
+         {{"output", speaker_name(r.matrix.outputs[worst])}, {"gain_db", number(decibels(r.matrix.row_sum(worst)))}}},
         {"speakers", placement_json(r.placement)},
-        {"levels",
-         {{"input", levels_json(r.input_map, r.input_levels)}, {"output", levels_json(r.output_map, r.output_levels)}}},
+        {"levels", all_levels_json(r)},
         {"clipped_on_reading", r.clipped_on_reading},
-        {"speed", speed_json(r)},
+        {"speed", speed_json(r, "module_seconds")},
+        {"notices", r.notices},
+    });
+}
+
+std::string text(const MixReport& r) {
+    std::string text = input_text(r) + format_text("  layout      %s\n", r.from_name.c_str()) +
+                       format_text("  stream      %s, %zu frames a call\n", format_name(r.samples), r.block_frames) +
+                       output_text(r, r.to_name) + "Controls      ";
+    for (size_t i = 0; i < level_controls.size(); i++)
+        if (r.controls[i])
+            text += std::isfinite(*r.controls[i]) ? format_text("%s %+.1f dB, ", level_controls[i].name, *r.controls[i])
+                                                  : format_text("%s off, ", level_controls[i].name);
+    text += format_text("limiter %s\n\n", r.copies ? "not needed" : r.limiter ? "on" : "off");
+    text += matrix_text(r.matrix, format_text("Matrix in dB, controls included: %s", describe(r)).c_str());
+    return text + format_text("Limiter       greatest gain reduction %.1f dB\n\n", r.gain_reduction_db) +
+           levels_and_notices(r, "stream");
+}
+
+std::string json(const MixReport& r) {
+    Json set = Json::object();
+    for (size_t i = 0; i < level_controls.size(); i++)
+        if (r.controls[i])
+            set[std::string(level_controls[i].name) + "_db"] = number(*r.controls[i]);
+    set["limiter"] = r.limiter;
+    return dump({
+        {"input", input_json(r)},
+        {"output", output_json(r)},
+        {"stream",
+         {{"sample_rate", r.sample_rate},
+          {"frames", r.frames},
+          {"samples", format_name(r.samples)},
+          {"block_frames", r.block_frames},
+          {"input_layout", r.from_name},
+          {"output_layout", r.to_name}}},
+        {"copies", r.copies},
+        {"controls", set},
+        {"matrix_source", source_name(r.matrix_source)},
+        {"matrix", matrix_json(r.matrix)},
+        {"gain_reduction_db", number(r.gain_reduction_db)},
+        {"levels", all_levels_json(r)},
+        {"clipped_on_reading", r.clipped_on_reading},
+        {"silenced", r.silenced},
+        {"speed", speed_json(r, "stream_seconds")},
         {"notices", r.notices},
     });
 }
@@ -210,6 +282,42 @@ std::string json(const ModuleInfo& i) {
                  {"reported_name", i.reported_name}});
 }
 
+namespace {
+
+// A grid: a row for each layout of the input, a column for each of the output.
+std::string named_text(const std::vector<LayoutListing::Named>& named) {
+    std::string text =
+        format_text("\nLayouts of mix (--to NAME, or a list of speakers): %zu, from each row to each column\n"
+                    "  =  the same speakers: copied   m  the module's matrix   .  a derived one\n",
+                    named.size());
+    for (const size_t place : {10, 1}) {
+        text += "                   ";
+        for (size_t column = 0; column < named.size(); column++)
+            text += place == 10 && column % 10 != 0 ? ' ' : static_cast<char>('0' + column / place % 10);
+        text += '\n';
+    }
+    for (size_t row = 0; row < named.size(); row++) {
+        text += format_text("  %2zu %-13s ", row, named[row].name.c_str());
+        for (size_t column = 0; column < named.size(); column++)
+            text += row == column ? '=' : named[row].sources[column] == KORLA_MATRIX_MODULE ? 'm' : '.';
+        text += "  " + speaker_names(named[row].speakers) + "\n";
+    }
+    return text;
+}
+
+Json named_json(const std::vector<LayoutListing::Named>& named) {
+    Json list = Json::array();
+    for (const auto& from : named) {
+        Json to = Json::object();
+        for (size_t i = 0; i < named.size(); i++)
+            to[named[i].name] = source_name(from.sources[i]);
+        list.push_back({{"name", from.name}, {"channels", names(from.speakers)}, {"matrix_sources", to}});
+    }
+    return list;
+}
+
+} // namespace
+
 std::string text(const LayoutListing& listing) {
     std::string text = "Output layouts (--layout NAME or INDEX)\n  index  name   mask     channels\n";
     for (const auto& o : listing.outputs)
@@ -220,7 +328,7 @@ std::string text(const LayoutListing& listing) {
     for (const auto& a : listing.automatic)
         text += format_text("  %-48s -> %s\n", speaker_names(a.input).c_str(),
                             a.input == a.output ? "copied" : speaker_names(a.output).c_str());
-    return text;
+    return text + named_text(listing.named);
 }
 
 std::string json(const LayoutListing& listing) {
@@ -233,7 +341,7 @@ std::string json(const LayoutListing& listing) {
                            {"mixed_from_7_1", o.mixed_from_7_1}});
     for (const auto& a : listing.automatic)
         automatic.push_back({{"input", names(a.input)}, {"output", names(a.output)}});
-    return dump({{"outputs", outputs}, {"automatic", automatic}});
+    return dump({{"outputs", outputs}, {"automatic", automatic}, {"named", named_json(listing.named)}});
 }
 
 std::string text(const BenchReport& r) {

@@ -5,12 +5,16 @@
 
 #include "bench.h"
 #include "listing.h"
+#include "mix.h"
 #include "run.h"
 
 namespace host {
 
 std::string text(const RunReport& report);
 std::string json(const RunReport& report);
+
+std::string text(const MixReport& report);
+std::string json(const MixReport& report);
 
 std::string text(const ModuleInfo& info);
 std::string json(const ModuleInfo& info);

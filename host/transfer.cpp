@@ -46,15 +46,28 @@ int interrupted() { return caught_signal; }
 Transferred transfer(AudioReader& reader, AudioWriter& writer, const Processor& p, const Tap& input_tap,
                      const Tap& output_tap) {
     const size_t inputs = p.to_stream.size(), outputs = p.to_file.size(), sample_bytes = bytes_per_sample(p.samples);
+    const size_t room = p.block_frames + p.held_back;
     std::vector<std::byte> file_in(p.block_frames * inputs * sample_bytes), stream_in(file_in.size());
-    std::vector<std::byte> file_out(p.block_frames * outputs * sample_bytes), stream_out(file_out.size());
+    std::vector<std::byte> file_out(room * outputs * sample_bytes), stream_out(file_out.size());
     Progress progress(reader.frames());
     Transferred result;
-    uint64_t read = 0, fed = 0;
+    uint64_t read = 0, fed = 0, given = 0; // frames of the file, and of the stream in and out
+    // Frame n of the stream is frame n - latency of the file.
+    auto deliver = [&](size_t produced) {
+        stream_to_file(stream_out.data(), file_out.data(), produced, p.to_file, sample_bytes, p.planar);
+        const size_t skipped = std::min<uint64_t>(produced, p.latency > given ? p.latency - given : 0);
+        const size_t kept = std::min<uint64_t>(produced - skipped, read - result.frames);
+        const std::byte* first = file_out.data() + skipped * outputs * sample_bytes;
+        output_tap(first, kept);
+        writer.write(p.samples, first, kept);
+        given += produced;
+        result.frames += kept;
+        progress.update(result.frames);
+    };
     for (bool ended = false; !ended || result.frames < read;) {
-        if (caught_signal)
-            throw Error(Status::output, "interrupted; nothing was written");
         const size_t got = ended ? 0 : reader.read(p.samples, file_in.data(), p.block_frames);
+        if (caught_signal)
+            throw Error(Status::output, "interrupted; no file was written");
         ended = ended || got < p.block_frames;
         read += got;
         // Behind the end come just enough zeros to push the last frame out of the processor.
@@ -68,20 +81,13 @@ Transferred transfer(AudioReader& reader, AudioWriter& writer, const Processor& 
         file_to_stream(file_in.data(), stream_in.data(), frames, p.to_stream, sample_bytes, p.planar);
 
         const auto called = Clock::now();
-        p.process(stream_in.data(), stream_out.data(), frames);
+        const size_t produced = p.process(stream_in.data(), stream_out.data(), frames);
         result.process_seconds += seconds_since(called);
-
-        // Frame n of the stream is frame n - latency of the file.
-        stream_to_file(stream_out.data(), file_out.data(), frames, p.to_file, sample_bytes, p.planar);
-        const size_t skipped = std::min<uint64_t>(frames, p.latency > fed ? p.latency - fed : 0);
-        const size_t kept = std::min<uint64_t>(frames - skipped, read - result.frames);
-        const std::byte* first = file_out.data() + skipped * outputs * sample_bytes;
-        output_tap(first, kept);
-        writer.write(p.samples, first, kept);
+        deliver(produced);
         fed += frames;
-        result.frames += kept;
-        progress.update(result.frames);
     }
+    if (p.drain)
+        deliver(p.drain(stream_out.data()));
     return result;
 }
 

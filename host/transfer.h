@@ -20,8 +20,10 @@ struct Processor {
     size_t call_unit = 1;                   // calls get multiples of so many frames
     uint64_t latency = 0;                   // frames
     std::vector<size_t> to_stream, to_file; // order[c]: channel of the file, and of the stream, that is channel c
-    // in, out: frames in stream order.
-    std::function<void(const std::byte* in, std::byte* out, size_t frames)> process;
+    // in, out: frames in stream order. Give the frames stored, at most `held_back` more than there were.
+    std::function<size_t(const std::byte* in, std::byte* out, size_t frames)> process;
+    std::function<size_t(std::byte* out)> drain; // what process has held back; empty: nothing
+    size_t held_back = 0;                        // frames, at the most
 };
 
 // Looks on at the frames of a file.

@@ -1,5 +1,6 @@
 // korla-host end to end: files in, files, reports and exit statuses out.
 #include <gtest/gtest.h>
+#include <korla/stream.h>
 #include <sys/wait.h>
 
 #include <cmath>
@@ -90,12 +91,13 @@ protected:
                 .c_str());
         return {WIFEXITED(code) ? WEXITSTATUS(code) : -1, slurp(output), slurp(errors)};
     }
-    // The report of a run that goes well.
-    json run(const std::string& arguments) {
-        const auto [status, report, errors] = host("--json run " + arguments);
-        EXPECT_EQ(errors, "") << arguments;
+    // The report of a command that goes well.
+    json report_of(const std::string& command) {
+        const auto [status, report, errors] = host("--json " + command);
+        EXPECT_EQ(errors, "") << command;
         return json::parse(status == 0 ? report : "{}");
     }
+    json run(const std::string& arguments) { return report_of("run " + arguments); }
     std::string folder_ = fs::temp_directory_path() / "korla-host-test.XXXXXX";
 };
 
@@ -441,6 +443,72 @@ TEST_F(Host, ReportsWhatHappened) {
     EXPECT_EQ(read("new.wav"), read("in.wav"));
 }
 
+// What korla-stream makes of all samples in one call.
+Samples through_library(const char* from, const char* to, const Samples& in, float dialogue_db) {
+    korla_stream_config config = {};
+    config.size = sizeof config, config.rate = 48000;
+    config.in_format = config.out_format = KORLA_F32;
+    EXPECT_EQ(korla_layout_parse(from, &config.in, nullptr, 0) + korla_layout_parse(to, &config.out, nullptr, 0), 0);
+    korla_stream* stream = nullptr;
+    EXPECT_EQ(korla_stream_open(&config, nullptr, 0, &stream, nullptr, 0), KORLA_OK);
+    korla_stream_set(stream, KORLA_DIALOGUE_DB, dialogue_db);
+    const size_t frames = in.size() / config.in.count;
+    Samples out(frames * config.out.count);
+    const void* source = in.data();
+    void* sink = out.data();
+    size_t ready = 0, rest = 0;
+    EXPECT_EQ(korla_stream_process(stream, &source, frames, &sink, frames, &ready), KORLA_OK);
+    sink = out.data() + ready * config.out.count;
+    EXPECT_EQ(korla_stream_drain(stream, &sink, frames - ready, &rest), KORLA_OK);
+    EXPECT_EQ(ready + rest, frames);
+    korla_stream_close(stream);
+    return out;
+}
+
+TEST_F(Host, MixGivesTheSamplesOfTheStreamLibraryAndShowsWhatItDid) {
+    for (const auto& [from, to, channels, dialogue_db] :
+         {std::tuple{"7.1.4", "stereo", 12u, 6.0f}, {"5.1", "quad", 6u, 0.0f}}) {
+        const Samples in = noise(10007 * channels, 1.0f);
+        write("in.wav", wav_float, channels, in);
+        const json report = report_of(std::string("mix in.wav out.wav --block 441 --from ") + from + " --to " + to +
+                                      " --dialogue " + std::to_string(dialogue_db) + " --true-peak --plot levels.png");
+        EXPECT_EQ(read("out.wav"), through_library(from, to, in, dialogue_db)) << from;
+        EXPECT_EQ(report["matrix_source"], "derived");
+        EXPECT_GT(report["gain_reduction_db"], 3.0);
+        EXPECT_NEAR(report["matrix"][0]["gain"][2], h * std::pow(10, dialogue_db / 20), 1e-5);
+        EXPECT_EQ(slurp("levels.png").substr(1, 3), "PNG");
+        fs::remove("levels.png");
+    }
+    host("mix in.wav out.wav --to stereo --plot levels.svg");
+    EXPECT_TRUE(contains(slurp("levels.svg"), "<svg") && contains(slurp("levels.svg"), "</svg>"));
+    EXPECT_EQ(report_of("mix in.wav copy.wav --to 5.1")["copies"], true);
+    EXPECT_EQ(read("copy.wav"), read("in.wav"));
+    const json named = report_of("layouts")["named"];
+    ASSERT_GE(named.size(), 40u);
+    EXPECT_EQ(named.back()["matrix_sources"]["stereo"], "derived") << named.back()["name"];
+}
+
+TEST_F(Host, PipesTakeAndGiveWavWhoseLengthIsOpen) {
+    write("in.wav", wav24, 6, noise(30011 * 6));
+    std::string open = slurp("in.wav");
+    for (size_t at : {size_t{4}, open.find("data") + 4})
+        open.replace(at, 4, 4, '\xff');
+    std::ofstream("open.wav", std::ios::binary) << open;
+    for (const char* command : {"mix IN OUT --to stereo", "run IN OUT --layout stereo"})
+        for (const char* input : {"in.wav", "open.wav"}) {
+            const auto with = [&](std::string in, const std::string& out) {
+                std::string arguments = command;
+                return arguments.replace(arguments.find("IN"), 2, in).replace(arguments.find("OUT"), 3, out);
+            };
+            EXPECT_EQ(std::get<0>(host(with("in.wav", "file.wav"))), 0);
+            host(with("-", "-") + " 2>report | cat", std::string("cat ") + input + " | ", "pipe.wav");
+            EXPECT_TRUE(contains(slurp("report"), "peak dBFS")) << slurp("report");
+            const std::string file = slurp("file.wav"), pipe = slurp("pipe.wav");
+            const auto samples = [](const std::string& wav) { return wav.substr(wav.find("data") + 8, 30011 * 6); };
+            EXPECT_TRUE(samples(pipe) == samples(file)) << command << ' ' << input;
+        }
+}
+
 TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {
     write("good.wav", wav16, 6, noise(5000 * 6));
     write("nine.wav", wav16, 9, noise(900));
@@ -455,8 +523,8 @@ TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {
         const char *message, *prelude = "";
     };
     const Case cases[] = {
-        {"", 2, "no command; the commands are run, info, layouts, bench; see korla-host --help"},
-        {"rnu good.wav old.wav", 2, "unknown command 'rnu'; the commands are run"},
+        {"", 2, "no command; the commands are run, mix, info, layouts, bench; see korla-host --help"},
+        {"rnu good.wav old.wav", 2, "unknown command 'rnu'; the commands are run, mix"},
         {"--bogus", 2, "unknown option '--bogus'"},
         {"run good.wav old.wav --bogus", 2, "--bogus"},
         {"run good.wav old.wav --block 300", 2, "multiple of 256"},
@@ -471,6 +539,10 @@ TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {
         {"run good.wav old.wav --map FL,FL,FC,LFE,SL,SR", 5, "no automatic layout"},
         {"run good.wav old.wav --layout 9.1", 5, "unknown layout"},
         {"run twelve.wav old.wav --layout stereo --planar", 5, "--planar"},
+        {"mix good.wav old.wav --to FL,FX", 5, "no speaker 'FX'"},
+        {"mix good.wav old.wav --to stereo --dialogue 99", 2, "out of its range"},
+        {"mix good.wav old.wav --to stereo --plot p.xyz", 2, ".png or .svg"},
+        {"mix - old.wav --to stereo", 4, "it is empty", ": | "},
         {"run good.wav old.xyz", 6, "'.xyz' names no format"},
         {"run good.wav old", 6, "no extension"},
         {"run good.wav /dev/full", 6, "a device"},
