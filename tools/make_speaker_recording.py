@@ -1,21 +1,26 @@
 #!/usr/bin/python3
 """Makes a multichannel recording in which every loudspeaker says its own name.
 
-The voices are the test recordings of Debian's alsa-utils (48 kHz, mono, 16 bit). Speakers talk one after another and at the
+The voices are the test recordings of Debian's alsa-utils (48 kHz, mono, 16 bit); those of the top speakers, which it lacks,
+come from espeak-ng. Speakers talk one after another and at the
 end all at once, at full level, which gives a limiter something to do. The LFE has no voice: it gets low-passed noise.
 
 usage: make_speaker_recording.py OUT.wav FL,FR,FC,LFE,BL,BR,SL,SR
 Speakers are named in the order of the WAVE channel mask bits, as a WAV file must hold them.
 """
+import math
 import struct
+import subprocess
 import sys
+import tempfile
 import wave
 
 import numpy as np
+from scipy.signal import resample_poly
 
 RATE = 48000
 SOUNDS = "/usr/share/sounds/alsa/"
-# name: (bit of the channel mask, recording)
+# name: (bit of the channel mask, recording; None: spoken by espeak-ng)
 SPEAKERS = {
     "FL": (0, "Front_Left"),
     "FR": (1, "Front_Right"),
@@ -26,14 +31,36 @@ SPEAKERS = {
     "BC": (8, "Rear_Center"),
     "SL": (9, "Side_Left"),
     "SR": (10, "Side_Right"),
+    "TFL": (12, None),
+    "TFR": (14, None),
+    "TBL": (15, None),
+    "TBR": (17, None),
 }
+WORDS = {"T": "top", "F": "front", "B": "back", "L": "left", "R": "right"}
+
+
+def read(path):
+    """The samples of a mono 16-bit file, full scale 1, and its rate."""
+    with wave.open(path) as file:
+        if (file.getnchannels(), file.getsampwidth()) != (1, 2):
+            raise SystemExit(f"{path} is not mono 16 bit")
+        return np.frombuffer(file.readframes(file.getnframes()), "<i2").astype(float) / 32768, file.getframerate()
 
 
 def recording(name):
-    with wave.open(SOUNDS + name + ".wav") as file:
-        if (file.getnchannels(), file.getsampwidth(), file.getframerate()) != (1, 2, RATE):
-            raise SystemExit(f"{SOUNDS}{name}.wav is not 48 kHz mono 16 bit")
-        return np.frombuffer(file.readframes(file.getnframes()), "<i2").astype(float) / 32768
+    samples, rate = read(SOUNDS + name + ".wav")
+    if rate != RATE:
+        raise SystemExit(f"{SOUNDS}{name}.wav is not at {RATE} Hz")
+    return samples
+
+
+def spoken(speaker):
+    """The name of a speaker, read out: "top front left"."""
+    with tempfile.NamedTemporaryFile(suffix=".wav") as file:
+        subprocess.run(["espeak-ng", "-w", file.name, " ".join(WORDS[letter] for letter in speaker)], check=True)
+        samples, rate = read(file.name)
+    common = math.gcd(RATE, rate)
+    return resample_poly(samples, RATE // common, rate // common)
 
 
 def rumble():
@@ -46,7 +73,8 @@ def rumble():
 
 
 def voice(speaker):
-    samples = rumble() if speaker == "LFE" else recording(SPEAKERS[speaker][1])
+    name = SPEAKERS[speaker][1]
+    samples = rumble() if speaker == "LFE" else recording(name) if name else spoken(speaker)
     return samples * (0.9 / np.max(np.abs(samples)))
 
 
