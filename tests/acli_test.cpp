@@ -117,6 +117,25 @@ TEST(Layouts, AutomaticOnesAreAnsweredAsThePageSays) {
             format.layout_index = index; // its mask is reported all the same
             EXPECT_EQ(stream_to(layout.outputs, format).applied.output_layout_mask, index == 16 ? 0x40Fu : 0u);
         }
+    // Of all that these make together, exactly those on the page are known.
+    std::vector<std::vector<uint8_t>> units;
+    for (const std::string& names :
+         words("L,R,C,LFE,Ls Rs,Lb Rb,Lc Rc,Cb,Lw Rw,Lh Rh,Ltf Rtf,Ltm Rtm,Ltb Rtb,Tbc,Ch,Ls2 Rs2,LFE2", ','))
+        units.push_back(codes(names, &Speaker::engine));
+    std::set<std::string> known;
+    kpf_log_set_level(KPF_LOG_ERROR + 1);
+    for (uint32_t chosen = 0; chosen < 1u << units.size(); chosen++) {
+        std::vector<uint8_t> map(256, 42);
+        auto end = map.begin();
+        for (size_t u = 0; u < units.size(); u++)
+            if (chosen >> u & 1)
+                end = std::ranges::copy(units[u], end).out;
+        std::sort(map.begin(), end);
+        if (uint32_t outputs; korvex_downmixer_get_num_of_out_channels(map.data(), &outputs) == 0)
+            known.emplace(map.begin(), end);
+    }
+    kpf_log_set_level(KPF_LOG_TRACE);
+    EXPECT_EQ(known.size(), layouts.size());
 }
 
 TEST(Layouts, ExplicitOnesSendEveryChannelWhereThePageSays) {
@@ -255,18 +274,21 @@ TEST(MediaFormat, RefusalsAndProbesNeverChangeWhatAStreamMixes) {
 }
 
 TEST(PassThrough, CopiesFramesWithinTheBuffersWhateverTheArrangement) {
-    // The stream has 12 channels in and 2 out; the buffer says otherwise, and ends before the frames that result.
+    // The stream has 12 channels in and 2 or 12 out; the buffer says otherwise, and ends before the frames that result.
     for (uint32_t channels : {1u, 2u, 12u, 255u})
-        for (bool interleaved : {true, false}) {
-            Stream stream(media_format(seven_one_four, 0, ACLI_SAMPLE_INT16, interleaved));
-            GuardedBuffer<int16_t> in(601), out(2 * (601 / channels));
+        for (auto [index, interleaved] : {std::pair{0, true}, {0, false}, {automatic, true}}) {
+            Stream stream(media_format(seven_one_four, index, ACLI_SAMPLE_INT16, interleaved));
+            const size_t outputs = stream.applied.output_channel_count;
+            GuardedBuffer<int16_t> in(601), out(outputs * (601 / channels));
             std::iota(in.data(), in.data() + 601, int16_t{1});
             const acli_buffer source = buffer_of(in.data(), 1202, channels, 16);
             acli_buffer target = buffer_of(out.data(), out.size() * 2);
             ASSERT_EQ(stream.process(source, target), 0);
             EXPECT_EQ(target.bytes, out.size() * 2);
-            for (size_t i = 0, at = 0; i < out.size(); i++, at = i / 2 * 12 + i % 2) // as far as there is input
-                ASSERT_EQ(out[i], at < 601 ? at + 1 : 0) << i;
+            for (size_t i = 0; i < out.size(); i++) {
+                const size_t at = i / outputs * 12 + i % outputs;
+                ASSERT_EQ(out[i], at < 601 ? at + 1 : 0) << i; // as far as there is input
+            }
             EXPECT_EQ(stream.process(buffer_of(nullptr, 1202, channels, 16), target), -1);
             target.data = nullptr;
             EXPECT_EQ(stream.process(source, target), -1);
@@ -304,7 +326,7 @@ TEST(Process, AnyFormatAndArrangementInOneCallIsFloatsChunkByChunkAlsoInPlace) {
                     for (uint32_t t = 0; t < frames; t += 256) {
                         std::vector<float> chunk = random.vector(std::min(256u, frames - t) * in_channels);
                         for (float& x : chunk)
-                            x = std::round(x * 0x1p15f) * 0x1p-15f; // the same in all formats
+                            x = std::floor(x * 0x1p15f) * 0x1p-15f; // the same in all formats
                         std::ranges::copy(samples(chunk, in_channels, engine_format, interleaved),
                                           std::back_inserter(in));
                         std::ranges::copy(samples(by_chunk.run(chunk), out_channels, engine_format, interleaved),

@@ -84,7 +84,7 @@ private:
 };
 
 TEST(BuiltInLayouts, EveryChannelGoesWhereTheTableSays) {
-    ASSERT_EQ(layouts.size(), 73u);
+    ASSERT_GE(layouts.size(), 73u);
     for (const Layout& layout : layouts) {
         SCOPED_TRACE(layout.routes);
         // The mask does not depend on the order or on empty slots.
