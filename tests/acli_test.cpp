@@ -117,16 +117,35 @@ TEST(Layouts, AutomaticOnesAreAnsweredAsThePageSays) {
             format.layout_index = index; // its mask is reported all the same
             EXPECT_EQ(stream_to(layout.outputs, format).applied.output_layout_mask, index == 16 ? 0x40Fu : 0u);
         }
+    // Of all that these make together, exactly those on the page are known.
+    std::vector<std::vector<uint8_t>> units;
+    for (const std::string& names :
+         words("FL,FR,FC,LFE,SL SR,BL BR,FLC FRC,BC,WL WR,HL HR,TFL TFR,TSL TSR,TBL TBR,TBC,TFC,SL2 SR2,LFE2", ','))
+        units.push_back(codes(names, &Speaker::engine));
+    std::set<std::string> known;
+    kpf_log_set_level(KPF_LOG_ERROR + 1);
+    for (uint32_t chosen = 0; chosen < 1u << units.size(); chosen++) {
+        std::vector<uint8_t> map(256, 42);
+        auto end = map.begin();
+        for (size_t u = 0; u < units.size(); u++)
+            if (chosen >> u & 1)
+                end = std::ranges::copy(units[u], end).out;
+        std::sort(map.begin(), end);
+        if (uint32_t outputs; korvex_downmixer_get_num_of_out_channels(map.data(), &outputs) == 0)
+            known.emplace(map.begin(), end);
+    }
+    kpf_log_set_level(KPF_LOG_TRACE);
+    EXPECT_EQ(known.size(), layouts.size());
 }
 
 TEST(Layouts, ExplicitOnesSendEveryChannelWhereThePageSays) {
     int matrices = 0;
     for (size_t index = 0; index < output_layouts.size(); index++) {
         const auto& [name, mask, outputs] = output_layouts[index];
-        EXPECT_EQ(Stream(media_format("C", static_cast<int>(index))).applied.output_layout_mask, mask) << name;
+        EXPECT_EQ(Stream(media_format("FC", static_cast<int>(index))).applied.output_layout_mask, mask) << name;
         for (const OutputLayout& from : output_layouts)
             if (from.mask < 0x20 && mask < 0x20) { // neither has heights
-                const std::string inputs = from.channels == stereo ? "L" : from.channels;
+                const std::string inputs = from.channels == stereo ? "FL" : from.channels;
                 matrices++;
                 EXPECT_EQ(routes_through(inputs, static_cast<int>(index), outputs),
                           std::string(inputs == outputs ? "copied: " : "") + routes_of(inputs, outputs));
@@ -141,16 +160,18 @@ TEST(Layouts, SomeOfThemInFull) {
         std::string inputs, outputs, routes;
     };
     const Case cases[] = {
-        {0, seven_one, stereo, "L>gL R>gR C>hL+hR LFE> Ls>hL Rs>hR Lb>hL Rb>hR"},
-        {15, seven_one, five_one, "L>gL R>gR C>gC LFE>gLFE Ls>gLs Rs>gRs Lb>gLs Rb>gRs"},
-        {automatic, "L R C LFE Lc Rc Cb", five_one, "L>gL R>gR C>gC LFE>gLFE Lc>kL+mC Rc>kR+mC Cb>hLs+hRs"},
-        {automatic, "L R C LFE Lb Rb Cb", seven_one, "L>gL R>gR C>gC LFE>gLFE Lb>gLs Rb>gRs Cb>hLb+hRb"},
-        {automatic, "C LFE", stereo, "C>hL+hR LFE>nL+nR"},
-        {automatic, five_one, five_one, "copied: L>gL R>gR C>gC LFE>gLFE Ls>gLs Rs>gRs"},
-        {6, "L R C", "L R C LFE Ltm Rtm", "copied: L>gL R>gR C>gC"}, // no matrix to heights, as the limiter would see
-        {15, stereo, five_one, "copied: L>gL R>gR"},                 // none from two channels
-        {0, seven_one + " Ltm Rtm", stereo, "copied: L>gL R>gR C> LFE> Ls> Rs> Lb> Rb> Ltm> Rtm>"}, // nor from ten
-        {0, "L R C LFE LFE2 Ls", stereo, "copied: L>gL R>gR C> LFE> LFE2> Ls>"}};                   // nor with two LFEs
+        {0, seven_one, stereo, "FL>gFL FR>gFR FC>hFL+hFR LFE> SL>hFL SR>hFR BL>hFL BR>hFR"},
+        {15, seven_one, five_one, "FL>gFL FR>gFR FC>gFC LFE>gLFE SL>gSL SR>gSR BL>gSL BR>gSR"},
+        {automatic, "FL FR FC LFE FLC FRC BC", five_one,
+         "FL>gFL FR>gFR FC>gFC LFE>gLFE FLC>kFL+mFC FRC>kFR+mFC BC>hSL+hSR"},
+        {automatic, "FL FR FC LFE BL BR BC", seven_one, "FL>gFL FR>gFR FC>gFC LFE>gLFE BL>gSL BR>gSR BC>hBL+hBR"},
+        {automatic, "FC LFE", stereo, "FC>hFL+hFR LFE>nFL+nFR"},
+        {automatic, five_one, five_one, "copied: FL>gFL FR>gFR FC>gFC LFE>gLFE SL>gSL SR>gSR"},
+        {6, "FL FR FC", "FL FR FC LFE TSL TSR",
+         "copied: FL>gFL FR>gFR FC>gFC"},                // no matrix to heights, as the limiter would see
+        {15, stereo, five_one, "copied: FL>gFL FR>gFR"}, // none from two channels
+        {0, seven_one + " TSL TSR", stereo, "copied: FL>gFL FR>gFR FC> LFE> SL> SR> BL> BR> TSL> TSR>"}, // nor from ten
+        {0, "FL FR FC LFE LFE2 SL", stereo, "copied: FL>gFL FR>gFR FC> LFE> LFE2> SL>"}}; // nor with two LFEs
     for (const Case& c : cases) {
         EXPECT_EQ(routes_through(c.inputs, c.index, c.outputs), c.routes);
         std::vector<float> impulse(256 * words(c.inputs).size());
@@ -164,14 +185,14 @@ TEST(Layouts, SomeOfThemInFull) {
 TEST(Layouts, ExplicitOnesTakeAnyMapForTheClassOnThePage) {
     int classes = 0;
     for (const auto& row : page("Channels | Centre | LFE | Taken for"))
-        for (const std::string any : {"Lw", "Lw C", "Lw LFE", "Lw C LFE"}) {
+        for (const std::string any : {"WL", "WL FC", "WL LFE", "WL FC LFE"}) {
             auto agrees = [&](const std::string& cell, const std::string& name) {
                 return cell == "any" || (cell == "yes") == (std::ranges::count(words(any), name) > 0);
             };
-            if (row[3] == "mono" || !agrees(row[1], "C") || !agrees(row[2], "LFE"))
+            if (row[3] == "mono" || !agrees(row[1], "FC") || !agrees(row[2], "LFE"))
                 continue;
             classes++;
-            auto map = words(any + " Rh Cb Ltb Tbc Rc Lb Rtm");
+            auto map = words(any + " HR BC TBL TBC FRC BL TSR");
             map.resize(std::stoul(row[0]));
             std::string inputs;
             for (const std::string& name : map)
@@ -185,18 +206,15 @@ TEST(Layouts, ExplicitOnesTakeAnyMapForTheClassOnThePage) {
 
 TEST(Layouts, HostCodesAreChannelsWhereThePageNamesThem) {
     std::set<uint32_t> channels = {18, 19, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48}; // in the page's text
-    for (const auto& row : page("Speaker")) {
-        const Speaker& speaker = named(speakers, &Speaker::on_page, row[0]);
-        EXPECT_TRUE(row[1] == std::to_string(speaker.host) && row[2] == std::to_string(speaker.engine)) << row[0];
+    for (const Speaker& speaker : speakers)
         channels.insert(speaker.host);
-    }
     Log log;
     for (uint32_t code = 0; code <= 48; code++) {
-        acli_media_format alone = media_format("L", 15), with_5_1 = media_format(five_one + " L");
+        acli_media_format alone = media_format("FL", 15), with_5_1 = media_format(five_one + " FL");
         alone.input_channel_map[0] = with_5_1.input_channel_map[6] = code;
         Stream stream(alone);
-        EXPECT_EQ(measured_routes("L", five_one, [&](const auto& in) { return stream.run(in); }),
-                  channels.contains(code) ? "L>hL+hR" : "L>gL")
+        EXPECT_EQ(measured_routes("FL", five_one, [&](const auto& in) { return stream.run(in); }),
+                  channels.contains(code) ? "FL>hFL+hFR" : "FL>gFL")
             << code;
         EXPECT_TRUE(channels.contains(code) || Stream(with_5_1).applied.output_channel_count == 6) << code;
     }
@@ -210,13 +228,13 @@ TEST(MediaFormat, RefusalsAndProbesNeverChangeWhatAStreamMixes) {
         std::string inputs;
         int index, columns; // of the matrix that is kept
     };
-    const Accepted accepted[] = {{"C", 0, 1},
-                                 {"L R C", 15, 3},
-                                 {"L R LFE Ls Rs", 0, 5},
-                                 {"R L C LFE Ls Rs Lb Rb", 27, 8},
+    const Accepted accepted[] = {{"FC", 0, 1},
+                                 {"FL FR FC", 15, 3},
+                                 {"FL FR LFE SL SR", 0, 5},
+                                 {"FR FL FC LFE SL SR BL BR", 27, 8},
                                  {seven_one, 0, 8},
                                  {five_one, automatic, copies},
-                                 {"L R C Lc Rc", automatic, built_in},
+                                 {"FL FR FC FLC FRC", automatic, built_in},
                                  {seven_one_four, 0, copies}};
     const auto input = Random(1).vector(12 * 300);
     Log log;
@@ -243,7 +261,7 @@ TEST(MediaFormat, RefusalsAndProbesNeverChangeWhatAStreamMixes) {
                 }
     EXPECT_NE(log.text.find("ERROR (downmixer:1056): Not supported input channel configuration\n"), std::string::npos);
     // Repeated codes may add up to a layout, here with heights that none has: accepted, but nothing is listed or mixed.
-    acli_media_format absurd = media_format("L R Ls Rs Rs2");
+    acli_media_format absurd = media_format("FL FR SL SR SR2");
     std::fill_n(absurd.input_channel_map + 5, 8, 24u);
     absurd.input_channel_count = 12;
     EXPECT_EQ(stream.apply(absurd).output_channel_count, 8u);
@@ -255,18 +273,21 @@ TEST(MediaFormat, RefusalsAndProbesNeverChangeWhatAStreamMixes) {
 }
 
 TEST(PassThrough, CopiesFramesWithinTheBuffersWhateverTheArrangement) {
-    // The stream has 12 channels in and 2 out; the buffer says otherwise, and ends before the frames that result.
+    // The stream has 12 channels in and 2 or 12 out; the buffer says otherwise, and ends before the frames that result.
     for (uint32_t channels : {1u, 2u, 12u, 255u})
-        for (bool interleaved : {true, false}) {
-            Stream stream(media_format(seven_one_four, 0, ACLI_SAMPLE_INT16, interleaved));
-            GuardedBuffer<int16_t> in(601), out(2 * (601 / channels));
+        for (auto [index, interleaved] : {std::pair{0, true}, {0, false}, {automatic, true}}) {
+            Stream stream(media_format(seven_one_four, index, ACLI_SAMPLE_INT16, interleaved));
+            const size_t outputs = stream.applied.output_channel_count;
+            GuardedBuffer<int16_t> in(601), out(outputs * (601 / channels));
             std::iota(in.data(), in.data() + 601, int16_t{1});
             const acli_buffer source = buffer_of(in.data(), 1202, channels, 16);
             acli_buffer target = buffer_of(out.data(), out.size() * 2);
             ASSERT_EQ(stream.process(source, target), 0);
             EXPECT_EQ(target.bytes, out.size() * 2);
-            for (size_t i = 0, at = 0; i < out.size(); i++, at = i / 2 * 12 + i % 2) // as far as there is input
-                ASSERT_EQ(out[i], at < 601 ? at + 1 : 0) << i;
+            for (size_t i = 0; i < out.size(); i++) {
+                const size_t at = i / outputs * 12 + i % outputs;
+                ASSERT_EQ(out[i], at < 601 ? at + 1 : 0) << i; // as far as there is input
+            }
             EXPECT_EQ(stream.process(buffer_of(nullptr, 1202, channels, 16), target), -1);
             target.data = nullptr;
             EXPECT_EQ(stream.process(source, target), -1);
@@ -292,7 +313,7 @@ TEST(Process, AnyFormatAndArrangementInOneCallIsFloatsChunkByChunkAlsoInPlace) {
     constexpr uint32_t formats[][2] = {{ACLI_SAMPLE_INT16, KORVEX_FORMAT_INT16},
                                        {ACLI_SAMPLE_INT32, KORVEX_FORMAT_INT32},
                                        {ACLI_SAMPLE_FLOAT32, KORVEX_FORMAT_FLOAT_STAGED}};
-    for (auto& [inputs, index] : {std::pair{seven_one, 0}, {std::string("L R C LFE Lc Rc"), automatic}})
+    for (auto& [inputs, index] : {std::pair{seven_one, 0}, {std::string("FL FR FC LFE FLC FRC"), automatic}})
         for (auto [host_format, engine_format] : formats)
             for (bool interleaved : {true, false}) {
                 const acli_media_format format = media_format(inputs, index, host_format, interleaved);
@@ -304,7 +325,7 @@ TEST(Process, AnyFormatAndArrangementInOneCallIsFloatsChunkByChunkAlsoInPlace) {
                     for (uint32_t t = 0; t < frames; t += 256) {
                         std::vector<float> chunk = random.vector(std::min(256u, frames - t) * in_channels);
                         for (float& x : chunk)
-                            x = std::round(x * 0x1p15f) * 0x1p-15f; // the same in all formats
+                            x = std::floor(x * 0x1p15f) * 0x1p-15f; // the same in all formats
                         std::ranges::copy(samples(chunk, in_channels, engine_format, interleaved),
                                           std::back_inserter(in));
                         std::ranges::copy(samples(by_chunk.run(chunk), out_channels, engine_format, interleaved),
@@ -340,7 +361,7 @@ TEST(Process, RefusesWhatDoesNotFitAndHostileSizes) {
                                     {0x7FFFFFFE, 2, 0x80000008, 400, -1},
                                     {0x7FFFFFFF, 1, 0x40000008, 8, -1}};
     GuardedBuffer<int16_t> in(std::vector<int16_t>(303, 8000));
-    for (const std::string& inputs : {std::string("L R C"), seven_one_four}) // mixed and copied
+    for (const std::string& inputs : {std::string("FL FR FC"), seven_one_four}) // mixed and copied
         for (auto [bytes, channels, bits, capacity, produced] : calls) {
             Stream stream(media_format(inputs, 0, ACLI_SAMPLE_INT16));
             GuardedBuffer<int16_t> out(std::vector<int16_t>(200, -1));
@@ -351,13 +372,13 @@ TEST(Process, RefusesWhatDoesNotFitAndHostileSizes) {
         }
     // 2^28 frames of eight 16-bit channels are 2^32 bytes, which must not count as none.
     acli_buffer target = buffer_of(in.data(), 400);
-    Stream copying(media_format("L R C", 16, ACLI_SAMPLE_INT16));
+    Stream copying(media_format("FL FR FC", 16, ACLI_SAMPLE_INT16));
     EXPECT_EQ(copying.process(buffer_of(in.data(), 0x20000000, 1, 16), target), -1);
 }
 
 TEST(Process, RefusesConfigurationsThatContradictTheCall) {
     GuardedBuffer<int16_t> in(std::vector<int16_t>(300, 8000)), out(600);
-    acli_media_format format = media_format("L R C", 0, ACLI_SAMPLE_INT16);
+    acli_media_format format = media_format("FL FR FC", 0, ACLI_SAMPLE_INT16);
     auto refused = [&](uint32_t channels, uint32_t bits = 16, uint32_t capacity = 1200, bool from = true,
                        bool to = true) {
         acli_buffer target = buffer_of(to ? out.data() : nullptr, capacity);
@@ -373,11 +394,11 @@ TEST(Process, RefusesConfigurationsThatContradictTheCall) {
         EXPECT_TRUE(refused(300)) << channels << ", for one frame of 300";
     }
     for (uint32_t sample_format : {1u, 2u, 4u, 5u, 17u, 19u, 0xFFFFFFFFu, uint32_t{ACLI_SAMPLE_FLOAT32}}) {
-        format = media_format("L R C", 0, sample_format);
+        format = media_format("FL FR FC", 0, sample_format);
         EXPECT_TRUE(refused(3)) << sample_format;
     }
     EXPECT_EQ(out.values(), std::vector<int16_t>(600));
-    format = media_format("L R C", 0, ACLI_SAMPLE_INT16);
+    format = media_format("FL FR FC", 0, ACLI_SAMPLE_INT16);
     EXPECT_FALSE(refused(6, 8, 400));
     format.input_channel_count = 256;
     EXPECT_FALSE(refused(300));

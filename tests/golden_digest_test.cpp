@@ -29,13 +29,13 @@ template <class T> uint64_t digest(uint32_t sample_format) {
         uint32_t rate;
     };
     // One stream, configured anew for every leg.
-    const Leg legs[] = {{"L R C LFE Ls Rs", 0, true, 48000},
-                        {"L R C LFE Lc Rc", automatic, true, 44100},
-                        {"L R C Ls Rs Cb Ch", automatic, false, 96000},
-                        {"L R C LFE Ls Rs Lb Rb", 15, false, 192000},
-                        {"L R C LFE Ls Rs Ls2 Rs2", automatic, true, 24000},
-                        {"C LFE", automatic, true, 32000},
-                        {"C", 27, false, 22050}};
+    const Leg legs[] = {{"FL FR FC LFE SL SR", 0, true, 48000},
+                        {"FL FR FC LFE FLC FRC", automatic, true, 44100},
+                        {"FL FR FC SL SR BC TFC", automatic, false, 96000},
+                        {"FL FR FC LFE SL SR BL BR", 15, false, 192000},
+                        {"FL FR FC LFE SL SR SL2 SR2", automatic, true, 24000},
+                        {"FC LFE", automatic, true, 32000},
+                        {"FC", 27, false, 22050}};
     uint64_t hash = 0xCBF29CE484222325u; // FNV-1a
     Stream stream;
     Random random(2026);

@@ -110,8 +110,11 @@ template <class F> void for_each_stream(F f) {
 
 // f(call) on every road through the module: format, interleaving, matrix or copy.
 template <class F> void for_each_road(F f) {
-    const std::pair<std::string, int> layouts[] = {
-        {seven_one, 0}, {five_one + " Lc Rc", automatic}, {"C", 15}, {seven_one_four, automatic}, {seven_one_four, 0}};
+    const std::pair<std::string, int> layouts[] = {{seven_one, 0},
+                                                   {five_one + " FLC FRC", automatic},
+                                                   {"FC", 15},
+                                                   {seven_one_four, automatic},
+                                                   {seven_one_four, 0}};
     for (uint32_t format : {ACLI_SAMPLE_INT16, ACLI_SAMPLE_INT32, ACLI_SAMPLE_FLOAT32})
         for (bool interleaved : {true, false})
             for (auto& [inputs, layout] : layouts) {
@@ -135,9 +138,9 @@ TEST(RealTime, NothingIsAllocatedOrFreedAfterTheFirstCallAndAllIsReleased) {
         EXPECT_EQ(releases, released);
     });
     {
-        Call call("L R C LFE Lc Rc", automatic, ACLI_SAMPLE_FLOAT32, true);
+        Call call("FL FR FC LFE FLC FRC", automatic, ACLI_SAMPLE_FLOAT32, true);
         for (int layout : {automatic, 15, 0}) {
-            call.stream.apply(media_format("L R C LFE Lc Rc", layout));
+            call.stream.apply(media_format("FL FR FC LFE FLC FRC", layout));
             EXPECT_TRUE(call());
         }
     }

@@ -155,7 +155,7 @@ typedef struct acli_descriptor {
      * frame both reach: of 7.1.4 to stereo come the first two channels. Planar data come out scrambled then, unless
      * the channel counts are equal; keep away from it. The answered media format tells beforehand. A stream passes
      * through when its maps are equal, or when its layout is explicit and has no matrix: when the layout has heights,
-     * or the input map two channels, more than eight, or more than one LFE.
+     * or the input map no channel, two, more than eight, or more than one LFE.
      *
      * Latency is 32 frames, in pass-through none. A host that does not want to reckon sends an impulse through a fresh
      * stream: a full-scale sample at frame 0 of one call of 256 frames comes out at frame 32 or at frame 0.
@@ -172,9 +172,10 @@ typedef struct acli_descriptor {
      *
      * Returns 0 also when the block was refused; a refusal shows as output_channel_count 0: set it to 0 before the
      * call, since an automatic map without any channel is refused without writing it. Refused are layout indexes above
-     * 31 (explicit), host codes above 48, automatic layouts that the engine does not know, maps without a channel. A
-     * stream that has processed, or passes through, goes on as if a refused block had not been applied; on one that has
-     * not processed since its last accepted block, process may answer -1 until another is accepted.
+     * 31 (explicit), host codes above 48, and with an automatic layout maps that the engine does not know.
+     *
+     * A stream that has processed, or passes through, goes on as if a refused block had not been applied. On one that
+     * has not processed since its last accepted block, process may answer -1 until another is accepted.
      *
      * -1: null handle, or null value or block with parameter ACLI_PARAM_MEDIA_FORMAT. */
     int32_t (*set_param)(void* handle, uint32_t param_id, uintptr_t, uintptr_t, const acli_param_value* value);
