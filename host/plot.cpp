@@ -14,6 +14,13 @@
 #include <filesystem>
 #include <memory>
 
+#ifdef __SANITIZE_ADDRESS__ // what fontconfig keeps to the end of a program is not lost by it
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_options();
+const char* __lsan_default_suppressions() { return "leak:libfontconfig"; }
+const char* __lsan_default_options() { return "print_suppressions=0"; }
+#endif
+
 namespace host {
 #if KORLA_HAS_CAIRO
 
