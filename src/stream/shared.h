@@ -1,4 +1,4 @@
-// What a stream shares with other threads: its controls and its meters. Relaxed atomics throughout; no thread ever waits.
+// What a stream shares with other threads: its controls and its meters. No thread ever waits.
 #pragma once
 
 #include <atomic>
@@ -61,12 +61,12 @@ struct LeastGain : Extreme<is_less> {
     LeastGain() : Extreme(1.0f) {}
 };
 
-// A number that only the processing thread changes.
+// A number that only the processing thread changes. Who sees a new value sees all that was counted before it, too.
 class Count {
 public:
-    void add(uint64_t n) { value_.store(get() + n, std::memory_order_relaxed); }
-    void restart() { value_.store(0, std::memory_order_relaxed); }
-    uint64_t get() const { return value_.load(std::memory_order_relaxed); }
+    void add(uint64_t n) { value_.store(get() + n, std::memory_order_release); }
+    void restart() { value_.store(0, std::memory_order_release); }
+    uint64_t get() const { return value_.load(std::memory_order_acquire); }
 
 private:
     std::atomic<uint64_t> value_{0};

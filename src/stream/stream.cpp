@@ -290,8 +290,8 @@ korla_status korla_stream_meters(korla_stream* stream, korla_meters* meters) {
         meters->input_peak[c] = shared.input_peak[c].take();
         meters->output_peak[c] = shared.output_peak[c].take();
     }
+    meters->frames_out = shared.frames_out.get(); // counted after what went in, so read before it
     meters->frames_in = shared.frames_in.get();
-    meters->frames_out = shared.frames_out.get();
     meters->silenced = shared.silenced.get();
     const float least_gain = shared.least_gain.take();
     meters->gain_reduction_db = least_gain < 1.0f ? -20.0f * std::log10(least_gain) : 0.0f;
