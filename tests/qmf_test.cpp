@@ -233,6 +233,7 @@ TEST(QmfDesigns, SynthesisUndoesAnalysisWithUnitGainAtTheStatedDelay) {
 TEST(QmfRefusal, HostileParametersTouchNothing) {
     for (Family f : {L, S}) {
         Banks banks({32, 5, 0, f}), twin({32, 5, 0, f});
+        banks.analyse(true, prototype), twin.analyse(true, prototype); // a history that refusals keep
         const auto refused = [&](uint32_t M, uint32_t P, uint32_t mode, const float* table, int null_block = -1) {
             const Configuration setup{M, P, mode, f};
             SCOPED_TRACE(setup.what("refusal", false));
