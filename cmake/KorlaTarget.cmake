@@ -1,4 +1,4 @@
-# Flags shared by the libraries, their tests and their benchmarks, and what makes a library.
+# Flags shared by the libraries, their tests and their benchmarks, what makes a library, and what is left out.
 #
 # KORLA_X86_LEVEL picks the instruction set on x86-64: "auto" takes x86-64-v3 (AVX2 and FMA) when the building machine
 # runs it and the baseline otherwise; "v3" and "baseline" force one. Both give the same bits: the baseline rounds its
@@ -67,4 +67,9 @@ function(korla_library name)
   target_link_options(${name} PRIVATE
     -static-libgcc -Wl,--as-needed -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,-Bsymbolic-functions)
   korla_version_script(${name})
+endfunction()
+
+# What is left out for want of something, and of what: said in one line at the end of a configuration.
+function(korla_leave_out what)
+  set_property(GLOBAL APPEND PROPERTY KORLA_LEFT_OUT "${what}")
 endfunction()
