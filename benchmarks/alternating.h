@@ -1,4 +1,4 @@
-// Side-by-side timing in one process.
+// Side-by-side timing in one process, or counting (see aarch64/counted.h).
 //
 // Contenders run in alternating rounds, so that a change of clock or load hits all of them; each keeps the minimum over
 // its rounds, the figure least disturbed by whatever else the machine does. Inputs are refreshed outside the clock.
@@ -8,11 +8,33 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
 
+#ifdef KORLA_BENCH_COUNTED
+#include "aarch64/counted.h"
+#endif
+
 namespace korla_bench {
+
+#ifdef KORLA_BENCH_COUNTED
+constexpr bool counted = true; // deterministic: one size stands for all that take longer only
+#else
+constexpr bool counted = false;
+#endif
+
+// The sizes of a table; where the count of one tells all, only that.
+template <size_t n> std::vector<int> sizes(const int (&all)[n], int when_counted) {
+    return counted ? std::vector<int>{when_counted} : std::vector<int>(all, all + n);
+}
+
+// What figures are in: ns, or what the count says that it gives (instructions, cycles of a model).
+inline const char* unit() {
+    const char* name = counted ? std::getenv("KORLA_UNIT") : nullptr;
+    return name ? name : "ns";
+}
 
 // Keeps the compiler from dropping or hoisting work on the memory behind p.
 inline void keep(const void* p) { asm volatile("" : : "g"(p) : "memory"); }
@@ -21,9 +43,15 @@ struct Contender {
     std::string name;
     std::function<void(int repeats)> run;  // the work, `repeats` times in a loop
     std::function<void()> refresh = [] {}; // restores inputs that the work destroys, not timed
-    double ns = 0.0;                       // result: best time of one repeat
+    double ns = 0.0;                       // result: best time of one repeat, or its count
 };
 
+#ifdef KORLA_BENCH_COUNTED
+inline void measure(std::vector<Contender>& contenders, int = 0, double = 0) {
+    for (auto& c : contenders)
+        c.ns = cost_of_one(c);
+}
+#else
 inline double now_ns() {
     using namespace std::chrono;
     return static_cast<double>(duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count());
@@ -59,6 +87,7 @@ inline void measure(std::vector<Contender>& contenders, int rounds = 41, double 
                 c.ns = ns;
         }
 }
+#endif
 
 class GeometricMean {
 public:

@@ -52,7 +52,8 @@ template <class F> Contender calls_on_pairs(const char* name, F* f) {
 #define CALLS_ON_PAIRS(function) calls_on_pairs(#function, function)
 
 void print_row(const Contender& c, const Contender& bound, double ratio) {
-    std::printf("%-44s %8.2f ns   %-28s %8.2f ns   %5.2f\n", c.name.c_str(), c.ns, bound.name.c_str(), bound.ns, ratio);
+    std::printf("%-44s %8.2f %s   %-28s %8.2f %s   %5.2f\n", c.name.c_str(), c.ns, unit(), bound.name.c_str(), bound.ns,
+                unit(), ratio);
 }
 
 // ---- element-wise members and mixes --------------------------------------------------------------------------------

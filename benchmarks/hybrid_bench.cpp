@@ -35,7 +35,7 @@ int main() {
                                   korla_bench::keep(out);
                               }});
         korla_bench::measure(contenders, 61);
-        std::printf("configuration %d               ns/slot  x FFTs\n", config);
+        std::printf("configuration %d       %12s/slot  x FFTs\n", config, korla_bench::unit());
         for (const auto& c : contenders)
             std::printf("  %-26s %9.1f %7.2f\n", c.name.c_str(), c.ns, c.ns / contenders[0].ns);
         all.add(contenders[1].ns / contenders[0].ns);

@@ -100,7 +100,8 @@ int main() {
                 c.ns /= slots_per_call;
         const double fft = contenders[0].ns;
         std::printf(
-            "%u bands                                            ns/slot  ns/sample  x FFT  bytes/sample    GB/s\n", m);
+            "%u bands, in %s                                per slot  per sample  x FFT  bytes/sample    GB/s\n", m,
+            korla_bench::unit());
         for (const auto& c : contenders) {
             std::printf("  %-48s %8.1f", c.name.c_str(), c.ns);
             if (&c != &contenders[0]) {

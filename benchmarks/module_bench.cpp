@@ -13,7 +13,7 @@ using namespace korla_bench;
 
 namespace {
 
-constexpr int block_sizes[] = {256, 512, 1024, 2048, 4096, 8192};
+const std::vector<int> block_sizes = sizes({256, 512, 1024, 2048, 4096, 8192}, 1024);
 
 struct Case : ModuleFormat {
     const char* name;
@@ -45,7 +45,7 @@ std::vector<float> measured_matrix(const Case& which) {
 } // namespace
 
 int main() {
-    std::printf("ns per frame; ratios are the other's time over the module's (above 1: the module is faster)\n\n");
+    std::printf("%s per frame; ratios are the other's over the module's (above 1: the module is faster)\n\n", unit());
     std::printf("%-30s %-4s %7s %9s %9s %9s %9s %9s | %9s %9s\n", "case", "fmt", "frames", "module", "pan+lim", "swr",
                 "gst", "memcpy", "pan+lim/", "bare mix/");
     GeometricMean same_work, bare_mixer;

@@ -80,8 +80,8 @@ void run(uint32_t M, uint32_t P, uint32_t mode, const float* ana, const float* s
         const double slot = contenders[i].ns / slots, ratio = contenders[i].ns / contenders[complex ? 4 : 5].ns;
         const double bytes = bytes_per_slot(M, P, i % 2 == 0, complex, complex && mode != 0 && !(mode == 8 && M == 64));
         std::printf(
-            "%-22s M %2u P %u mode %u  ns/sample %6.2f  ns/slot %7.1f  slot/FFT %5.2f  bytes/slot %6.0f  GB/s %6.1f\n",
-            contenders[i].name.c_str(), M, P, mode, slot / M, slot, ratio, bytes, bytes / slot);
+            "%-22s M %2u P %u mode %u  %s/sample %6.2f  a slot %7.1f  slot/FFT %5.2f  bytes/slot %6.0f  GB/s %6.1f\n",
+            contenders[i].name.c_str(), M, P, mode, unit(), slot / M, slot, ratio, bytes, bytes / slot);
         if (complex && M == 64)
             ratios.add(ratio);
     }

@@ -47,22 +47,24 @@ inline int print_side_by_side(const std::vector<Row>& rows) {
     Buffers buffers;
     std::map<std::string, GeometricMean> flex_means, strict_means;
     std::map<std::string, double> lowest;
-    auto contender = [&](Call call, uint32_t n) {
-        return Contender{"", [call, n, &buffers](int repeats) {
+    auto contender = [&](const std::string& name, Call call, uint32_t n) {
+        return Contender{name, [call, n, &buffers](int repeats) {
                              for (int r = 0; r < repeats; r++) {
                                  call(buffers, n);
                                  keep(buffers.d);
                              }
                          }};
     };
-    std::printf("%-28s %5s | %9s %9s | %9s %9s %9s | %6s %6s  %s\n", "operation", "n", "flex ns", "strict ns",
-                "plain ns", "VOLK ns", "floor ns", "flex x", "strict", "VOLK kernel");
+    std::printf("in %s\n%-28s %5s | %9s %9s | %9s %9s %9s | %6s %6s  %s\n", unit(), "operation", "n", "flex", "strict",
+                "plain", "VOLK", "floor", "flex x", "strict", "VOLK kernel");
     for (const auto& row : rows)
-        for (uint32_t n = 64; n <= 4096; n *= 2) {
-            std::vector<Contender> all = {contender(row.flex, n), contender(row.strict, n), contender(row.plain, n),
-                                          contender([](Buffers& x, uint32_t m) { std::memcpy(x.d, x.a, m * 4ul); }, n)};
+        for (uint32_t n = counted ? 1024 : 64; n <= (counted ? 1024 : 4096); n *= 2) {
+            std::vector<Contender> all = {contender(row.name + " flex", row.flex, n),
+                                          contender(row.name + " strict", row.strict, n),
+                                          contender(row.name + " plain", row.plain, n),
+                                          contender("floor", [](Buffers& x, uint32_t m) { std::memcpy(x.d, x.a, m * 4ul); }, n)};
             if (row.volk)
-                all.push_back(contender(row.volk, n));
+                all.push_back(contender(row.volk_kernel, row.volk, n));
             measure(all, 31, 20.0);
             const double volk = row.volk ? all[4].ns : INFINITY, best = std::min(all[2].ns, volk);
             const double flex = best / all[0].ns, strict = best / all[1].ns;

@@ -66,13 +66,13 @@ void beside_the_module() {
         {"7.1", "stereo", {{1, 2, 3, 6, 4, 5, 8, 9}, true, 0}},
         {"7.1", "5.1", {{1, 2, 3, 6, 4, 5, 8, 9}, true, 15}},
     };
-    std::printf("ns per frame; the module in calls of as many frames, ratio to it; 64 frames against its 256\n\n");
+    std::printf("%s per frame; the module in calls of as many frames, ratio to it; 64 frames against its 256\n\n", unit());
     std::printf("%-14s %-4s %-12s %6s %9s %9s %7s\n", "pair", "fmt", "mode", "frames", "stream", "module", "ratio");
     GeometricMean whole, small;
     for (const auto& pair : pairs)
         for (Sample sample : {Sample::int16, Sample::int32, Sample::float32})
             for (const Mode& mode : modes)
-                for (int frames : {64, 256, 1024, 4096}) {
+                for (int frames : sizes({64, 256, 1024, 4096}, 1024)) {
                     StreamOf stream(pair.from, pair.to, sample, mode.mode);
                     ModuleStream module(pair.module, sample);
                     const int module_frames = std::max(frames, 256);
@@ -99,7 +99,7 @@ void beside_others() {
     GeometricMean same_work, bare_mixer;
     for (const auto& pair : pairs)
         for (Sample sample : {Sample::int16, Sample::int32, Sample::float32})
-            for (int frames : {64, 441, 1024, 4096}) {
+            for (int frames : sizes({64, 441, 1024, 4096}, 1024)) {
                 StreamOf stream(pair.from, pair.to, sample, KORLA_PUSH);
                 const MixJob job = {sample,          stream.inputs(), stream.outputs(), sample_rate_hz, frames,
                                     stream.matrix(), limit,           make_up_gain};

@@ -4,6 +4,9 @@
 // VOLK_CONFIGPATH=benchmarks/peers/volk_without_avx512 in the environment.
 #pragma once
 
+#include <cmath>
+using std::isinf; // VOLK's header takes it for a name of C where another <math.h> comes first
+
 #include <volk/volk.h>
 
 #include <cstdlib>
