@@ -28,3 +28,8 @@ template <size_t size, class F> constexpr Table<size> make_table(F f) {
     extern "C" KRL_API const decltype(__VA_ARGS__) name##_values __asm__(#name);                                       \
     alignas(32) constinit const decltype(__VA_ARGS__) name##_values = __VA_ARGS__;                                     \
     static_assert(sizeof(name##_values) == sizeof(::name), "as large as declared")
+
+// Another name for an array that KRL_DEFINE_TABLE has defined above: one place in memory under two symbols.
+#define KRL_DEFINE_TABLE_ALIAS(name, other)                                                                            \
+    extern "C" KRL_API const decltype(other##_values) name##_values __asm__(#name) __attribute__((alias(#other)));     \
+    static_assert(sizeof(name##_values) == sizeof(::name), "as large as declared")

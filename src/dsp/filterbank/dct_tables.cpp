@@ -1,7 +1,7 @@
 // The twiddle tables of the cosine transforms, formed at compile time.
 //
 // Five of the seven forms of a length read one quarter wave, forwards or backwards; the mirror symmetry of sin_cos_turn
-// keeps backwards equal to the cosine to the bit.
+// keeps backwards equal to the cosine to the bit. Two of them are the same, and one array.
 
 #include "dsp/core/table.h"
 #include "dsp/core/trig.h"
@@ -62,7 +62,7 @@ template <size_t L> constexpr HalfRotations<L> half_rotations = make_half_rotati
     KRL_DEFINE_TABLE(krl_dct_twiddle_table16_L##L, sines<L>());                                                        \
     KRL_DEFINE_TABLE(krl_dct_twiddle_table16_L##L##_1, Table<L>(half_rotations<L>.sines));                             \
     KRL_DEFINE_TABLE(krl_dct_twiddle_table16_L##L##_2, Table<L>(half_rotations<L>.cosines));
-#define DEFINE_COSINE(L) KRL_DEFINE_TABLE(krl_dct_twiddle_table16_L##L##_cos, cosines<L>());
+#define DEFINE_COSINE(L) KRL_DEFINE_TABLE_ALIAS(krl_dct_twiddle_table16_L##L##_cos, krl_dct_twiddle_table16_rev_L##L);
 
 KRL_DCT_TWIDDLE_LENGTHS_ALL(DEFINE_ALL)
 KRL_DCT_TWIDDLE_LENGTHS_SINE(DEFINE_SINE)
