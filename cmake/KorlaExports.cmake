@@ -1,8 +1,19 @@
 # The exported surface of a library is the union of exports/LIBRARY/*.txt, one symbol a line: name, F or D, size of data in
 # bytes. Everything else is hidden, whatever its visibility attribute says. (An archive takes no script: there the attribute
 # alone decides, and the same symbols have it.)
-function(korla_version_script target)
-  file(GLOB lists CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/exports/${target}/*.txt)
+#
+# korla_version_script(TARGET LIBRARY [WITHOUT FAMILY...]): a family is a list by its file's name; what only families that are
+# left out use is dropped with them, since every function has a section of its own.
+function(korla_version_script target library)
+  cmake_parse_arguments(arg "" "" "WITHOUT" ${ARGN})
+  set(folder ${PROJECT_SOURCE_DIR}/exports/${library})
+  file(GLOB lists CONFIGURE_DEPENDS ${folder}/*.txt)
+  foreach(family IN LISTS arg_WITHOUT)
+    if(NOT EXISTS ${folder}/${family}.txt)
+      message(FATAL_ERROR "${library} has no family '${family}' (see exports/${library})")
+    endif()
+    list(REMOVE_ITEM lists ${folder}/${family}.txt)
+  endforeach()
   set(script ${PROJECT_BINARY_DIR}/${target}.map)
   set(text "{\n  global:\n")
   foreach(list IN LISTS lists)

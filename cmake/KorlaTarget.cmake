@@ -46,7 +46,8 @@ if(KORLA_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
-# A library without a C++ runtime that shows nothing but what exports/NAME lists. Its sources come from src/.
+# korla_library(NAME [FAMILY...]): a library without a C++ runtime that shows nothing but what exports/NAME lists, without
+# the families that are named here. Its sources come from src/.
 function(korla_library name)
   add_library(${name} ${korla_type})
   add_library(Korla::${name} ALIAS ${name})
@@ -63,10 +64,13 @@ function(korla_library name)
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON POSITION_INDEPENDENT_CODE ON
     DEFINE_SYMBOL ""                 # shared or static: the same objects
     LINKER_LANGUAGE C)               # the C driver links no C++ runtime: libc and libm are all a library needs
+  korla_link_without_runtime(${name})
+  korla_version_script(${name} ${name} WITHOUT ${ARGN})
+endfunction()
+function(korla_link_without_runtime target)
   # CMake adds the C++ runtime all the same; nothing of it is needed, so that --as-needed drops it again.
-  target_link_options(${name} PRIVATE
+  target_link_options(${target} PRIVATE
     -static-libgcc -Wl,--as-needed -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,-Bsymbolic-functions)
-  korla_version_script(${name})
 endfunction()
 
 # What is left out for want of something, and of what: said in one line at the end of a configuration.

@@ -35,6 +35,8 @@ TEST(Exports, AreExactlyTheListedSymbols) {
             exported[strings + symbol.st_name] = function ? "F" : "D " + std::to_string(symbol.st_size);
     });
     for (const auto& entry : std::filesystem::directory_iterator(KORLA_LISTS)) {
+        if (std::string(KORLA_WITHOUT).find(' ' + entry.path().stem().string() + ' ') != std::string::npos)
+            continue;
         std::ifstream file(entry.path());
         for (std::string line; std::getline(file, line);)
             if (const size_t space = line.find(' '); !line.empty() && line[0] != '#') {
