@@ -1,7 +1,9 @@
 /* Diagnostics: levelled log records to standard output or a callback, and an abort hook.
  *
- * The settings are process-wide and without locks: set them before audio processing starts. The library logs only
- * configuration failures of the downmix engine, at KPF_LOG_ERROR; it never logs on the processing path.
+ * The settings are process-wide; any thread may set them and log at any time, without locks. A record that is being
+ * logged while the callback is replaced goes to the old or to the new one with its own user pointer: what the old one
+ * needs must outlive such a record. The library logs only configuration failures of the downmix engine, at
+ * KPF_LOG_ERROR; it never logs on the processing path.
  */
 #ifndef KORLA_DIAG_H
 #define KORLA_DIAG_H

@@ -2,6 +2,7 @@
 #include "korla/diag.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -9,13 +10,40 @@
 
 namespace {
 
-struct Settings {
-    uint32_t threshold = KPF_LOG_TRACE;
-    kpf_log_callback callback = nullptr;
-    void* user = nullptr;
-    kpf_abort_handler abort_handler = nullptr;
+// Where records go: two words that belong together, replaced by any thread while others read them. The version is odd
+// while they are being replaced; a reader that saw it odd, or saw it change, reads again.
+class Sink {
+public:
+    struct Target {
+        kpf_log_callback callback;
+        void* user;
+    };
+    void set(Target target) {
+        uint32_t version = version_.load();
+        while ((version & 1) != 0 || !version_.compare_exchange_weak(version, version + 1))
+            version = version_.load();
+        callback_.store(target.callback);
+        user_.store(target.user);
+        version_.store(version + 2);
+    }
+    Target get() const {
+        for (;;) {
+            const uint32_t version = version_.load();
+            const Target target = {callback_.load(), user_.load()};
+            if ((version & 1) == 0 && version_.load() == version)
+                return target;
+        }
+    }
+
+private:
+    std::atomic<uint32_t> version_{0};
+    std::atomic<kpf_log_callback> callback_{nullptr};
+    std::atomic<void*> user_{nullptr};
 };
-Settings settings;
+
+std::atomic<uint32_t> threshold{KPF_LOG_TRACE};
+Sink sink;
+std::atomic<kpf_abort_handler> abort_handler{nullptr};
 
 constexpr const char* level_names[] = {"TRACE", "INFO", "WARN", "ERROR"};
 constexpr const char* prefix_format = "%s (%s:%d): ";
@@ -46,16 +74,16 @@ bool format_record(char* buffer, size_t size, const char* level, const char* fil
 
 void kpf_log(uint32_t level, const char* file, int32_t line, const char* fmt, ...) {
     file = base_name(file ? file : "");
-    if (settings.threshold > level)
+    if (threshold > level)
         return;
     const char* format = fmt ? fmt : "";
     const char* name = level_names[std::min<uint32_t>(level, KPF_LOG_ERROR)];
     va_list arguments;
     va_start(arguments, fmt);
-    if (settings.callback) {
+    if (const auto [callback, user] = sink.get(); callback) {
         char buffer[512];
         if (format_record(buffer, sizeof buffer, name, file, line, format, arguments))
-            settings.callback(settings.user, buffer);
+            callback(user, buffer);
     } else {
         std::printf(prefix_format, name, file, line);
         std::vprintf(format, arguments);
@@ -65,18 +93,17 @@ void kpf_log(uint32_t level, const char* file, int32_t line, const char* fmt, ..
     va_end(arguments);
 }
 
-void kpf_log_set_level(uint32_t level) { settings.threshold = level; }
+void kpf_log_set_level(uint32_t level) { threshold = level; }
 
 void kpf_log_set_callback(kpf_log_callback callback, void* user) {
-    settings.callback = callback;
-    settings.user = user;
+    sink.set({callback, user});
 }
 
 void kpf_abort(void) {
-    if (settings.abort_handler)
-        settings.abort_handler();
+    if (const auto handler = abort_handler.load())
+        handler();
     else
         std::abort();
 }
 
-void kpf_abort_handle(kpf_abort_handler handler) { settings.abort_handler = handler; }
+void kpf_abort_handle(kpf_abort_handler handler) { abort_handler = handler; }
