@@ -85,7 +85,7 @@ std::optional<ChannelMap> AudioReader::speakers() const { return file_speakers(f
 
 SampleFormat AudioReader::natural_samples() const {
     const int bits = integer_bits(info_.format);
-    return bits == 0 ? SampleFormat::f32 : bits <= 16 ? SampleFormat::s16 : SampleFormat::s32;
+    return bits == 0 ? SampleFormat::f32 : bits <= 16 ? SampleFormat::s16 : bits <= 24 ? SampleFormat::s24 : SampleFormat::s32;
 }
 
 // libsndfile would cut off the bits that are too many.
@@ -97,7 +97,7 @@ size_t AudioReader::read_rounded(SampleFormat samples, std::byte* data, size_t f
         if (samples == SampleFormat::s16)
             reinterpret_cast<int16_t*>(data)[i] = static_cast<int16_t>(quantised(exact_[i], 16));
         else
-            reinterpret_cast<int32_t*>(data)[i] = quantised(exact_[i], 32);
+            reinterpret_cast<int32_t*>(data)[i] = quantised(exact_[i], samples == SampleFormat::s24 ? 24 : 32);
     }
     return got;
 }
@@ -110,7 +110,12 @@ size_t AudioReader::read(SampleFormat samples, std::byte* data, size_t frames) {
         got = static_cast<size_t>(sf_readf_float(file_.get(), reinterpret_cast<float*>(data), wanted));
     else if (samples == SampleFormat::s32 && bits > 0)
         got = static_cast<size_t>(sf_readf_int(file_.get(), reinterpret_cast<int*>(data), wanted));
-    else if (samples == SampleFormat::s16 && bits > 0 && bits <= 16)
+    else if (samples == SampleFormat::s24 && bits > 0 && bits <= 24) {
+        auto* const values = reinterpret_cast<int32_t*>(data);
+        got = static_cast<size_t>(sf_readf_int(file_.get(), values, wanted));
+        for (size_t i = 0; i < got * channels(); i++)
+            values[i] >>= 8;
+    } else if (samples == SampleFormat::s16 && bits > 0 && bits <= 16)
         got = static_cast<size_t>(sf_readf_short(file_.get(), reinterpret_cast<short*>(data), wanted));
     else
         got = read_rounded(samples, data, frames);

@@ -65,7 +65,7 @@ void AudioWriter::choose_format(const AudioReader& like, SampleFormat samples) {
         fail(format_text("FLAC holds at most 8 channels, this output has %zu; use .wav or .caf", channels));
     if (samples == SampleFormat::s16)
         info_.format |= SF_FORMAT_PCM_16;
-    else if (flac || (samples == SampleFormat::s32 && encoding(like.format()) == SF_FORMAT_PCM_24))
+    else if (flac || samples == SampleFormat::s24 || (samples == SampleFormat::s32 && encoding(like.format()) == SF_FORMAT_PCM_24))
         info_.format |= SF_FORMAT_PCM_24;
     else
         info_.format |= samples == SampleFormat::s32 ? SF_FORMAT_PCM_32 : SF_FORMAT_FLOAT;

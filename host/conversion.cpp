@@ -9,11 +9,12 @@
 namespace host {
 namespace {
 
-SampleFormat parse_samples(const std::string& text, const AudioReader& reader) {
-    return text == "s16"   ? SampleFormat::s16
-           : text == "s32" ? SampleFormat::s32
-           : text == "f32" ? SampleFormat::f32
-                           : reader.natural_samples();
+SampleFormat choose_samples(const ConversionOptions& options, const AudioReader& reader) {
+    for (const SampleFormat samples : {SampleFormat::s16, SampleFormat::s24, SampleFormat::s32, SampleFormat::f32})
+        if (options.samples == format_name(samples))
+            return samples;
+    const SampleFormat natural = reader.natural_samples();
+    return natural == SampleFormat::s24 && !options.takes_s24 ? SampleFormat::s32 : natural;
 }
 
 // asked: the user's own map, empty to go by the file.
@@ -98,7 +99,7 @@ void describe_input(Conversion& c, const ConversionOptions& options, const Audio
     c.block_frames = options.block_frames;
     c.input_format = format_description(reader.format());
     c.sample_rate = reader.sample_rate();
-    c.samples = parse_samples(options.samples, reader);
+    c.samples = choose_samples(options, reader);
     c.input_map = choose_input_map(options.map, speakers_option, reader, c.notices);
 }
 

@@ -16,6 +16,7 @@ struct ConversionOptions {
     std::string input, output; // "-": the standard streams
     std::string map;           // speakers of the input; empty: from the file
     std::string samples;       // empty: what the file holds
+    bool takes_s24 = false;    // the stream does; otherwise files of 24 bits go through 32
     std::string plot;          // a picture's file; empty: none
     size_t block_frames = 4096;
     bool accept_truncated = false;

@@ -67,7 +67,8 @@ void add_conversion(CLI::App& command, ConversionOptions& options) {
         ->required()
         ->type_name("");
     command.add_option("--format", options.samples, "Sample format of the stream (default: what the file holds)")
-        ->check(CLI::IsMember({"s16", "s32", "f32"}));
+        ->check(CLI::IsMember(options.takes_s24 ? std::vector<std::string>{"s16", "s24", "s32", "f32"}
+                                                : std::vector<std::string>{"s16", "s32", "f32"}));
     command.add_option("--plot", options.plot, "Draw levels, gain reduction and matrix: .png or .svg")
         ->type_name("FILE");
     command.add_flag("--true-peak", options.true_peak, "Measure true peaks (ITU-R BS.1770)");

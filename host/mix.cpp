@@ -21,7 +21,12 @@ void check(korla_status status, const char* reason) {
 }
 
 uint32_t format_code(SampleFormat samples) {
-    return samples == SampleFormat::s16 ? KORLA_S16 : samples == SampleFormat::s32 ? KORLA_S32 : KORLA_F32;
+    switch (samples) {
+    case SampleFormat::s16: return KORLA_S16;
+    case SampleFormat::s24: return KORLA_S24_32;
+    case SampleFormat::s32: return KORLA_S32;
+    default: return KORLA_F32;
+    }
 }
 
 korla_layout layout_of(const ChannelMap& map) {

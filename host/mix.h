@@ -26,6 +26,7 @@ inline constexpr std::array<Control, KORLA_LIMITER> level_controls = {{
 }};
 
 struct MixOptions : ConversionOptions {
+    MixOptions() { takes_s24 = true; }
     std::string to;
     std::array<std::optional<float>, level_controls.size()> controls; // -INFINITY: off
     bool limiter = true;

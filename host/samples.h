@@ -12,11 +12,12 @@
 
 namespace host {
 
-enum class SampleFormat { s16, s32, f32 };
+// s24 stands in the low bits of four bytes; the module has no such format.
+enum class SampleFormat { s16, s24, s32, f32 };
 
 inline size_t bytes_per_sample(SampleFormat f) { return f == SampleFormat::s16 ? 2 : 4; }
 inline const char* format_name(SampleFormat f) {
-    return f == SampleFormat::s16 ? "s16" : f == SampleFormat::s32 ? "s32" : "f32";
+    return f == SampleFormat::s16 ? "s16" : f == SampleFormat::s24 ? "s24" : f == SampleFormat::s32 ? "s32" : "f32";
 }
 inline uint32_t module_code(SampleFormat f) {
     return f == SampleFormat::s16   ? ACLI_SAMPLE_INT16
@@ -32,6 +33,7 @@ inline double sample_value(const std::byte* buffer, SampleFormat f, size_t i) {
     };
     switch (f) {
     case SampleFormat::s16: return load(int16_t{}, 0x1p-15);
+    case SampleFormat::s24: return load(int32_t{}, 0x1p-23);
     case SampleFormat::s32: return load(int32_t{}, 0x1p-31);
     default: return load(float{}, 1.0);
     }
