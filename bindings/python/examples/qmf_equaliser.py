@@ -33,7 +33,7 @@ def main():
     measured = 10 * np.log10(power[1] / power[0])
     frequency = np.arange(513) * RATE / 1024
     off = np.max(np.abs(np.interp(centres[1:-1], frequency, measured) - wanted[1:-1]))
-    print(f"{BANDS} bands of {RATE / 2 / BANDS:.0f} Hz; the gain differs from what was asked for by {off:.1f} dB at the most")
+    print(f"{BANDS} bands of {RATE / 2 / BANDS:.0f} Hz; the gain differs from what was asked for by {off:.2f} dB at the most")
     if arguments.picture:
         figure, axis = plt.subplots(figsize=(9, 5), layout="constrained")
         axis.plot(centres, wanted, "o", markersize=3, label="asked of the bands")
