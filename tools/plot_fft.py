@@ -1,48 +1,47 @@
 #!/usr/bin/env python3
-"""Measures the FFT kernels through the exported functions, prints their errors, and draws docs/images/fft-480-passes.svg.
+"""Measures the FFT kernels, prints their errors, and draws docs/images/fft-480-passes.svg.
 
-Usage: plot_fft.py [library]     (default: build/release/libkorladownmixer.so)
+Usage: PYTHONPATH=build/release/python plot_fft.py
 
 The errors are those of one random signal a length, forward and inverse, against numpy's transform in double precision. The
 picture shows one butterfly of every pass, with the plan that src/dsp/fft/plans.h has for the length. Needs numpy and
 matplotlib.
 """
-import ctypes
 import re
-import sys
 
+import korla
 import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 import numpy as np
 
-from plot_qmf_bank import FLOATS, ROOT
+from plot_qmf_bank import ROOT
 
-LENGTHS = sorted(set(map(int, re.findall(r"\bX\((\d+)\)", (ROOT / "include/korla/dsp/fft.h").read_text()))))
+LENGTHS = korla.fft.lengths[1:]
 
 
-def errors(dll, name, n, inverse):
+def errors(radix, n, inverse):
     """Root mean square and largest error of a kernel, relative to the root mean square of the result."""
     random = np.random.default_rng(n)
     x = (random.uniform(-1, 1, n) + 1j * random.uniform(-1, 1, n)).astype(np.complex64)
     exact = np.fft.ifft(x.astype(complex)) * n if inverse else np.fft.fft(x.astype(complex))
-    out = np.zeros(n, np.complex64)
-    getattr(dll, name)(out.ctypes.data_as(FLOATS), x.ctypes.data_as(FLOATS), n)
+    out = korla.fft.kernel(x, radix, inverse)
     difference, scale = np.abs(out - exact), np.sqrt(np.mean(np.abs(exact) ** 2))
     return np.array([np.sqrt(np.mean(difference ** 2)), difference.max()]) / scale
 
 
-def print_errors(dll):
+def print_errors():
     worst = {}
     for n in LENGTHS:
         row = f"{n:6}"
-        for radix in ("r4", "r8"):
-            if hasattr(dll, f"KRL_{radix}_fft_{n}"):
-                pair = [errors(dll, f"KRL_{radix}_{kind}fft_{n}", n, kind != "") for kind in ("", "inv_")]
-                rms, most = np.max(pair, axis=0)
-                rounded = radix == "r4" and n & (n - 1) != 0 and n != 6
-                worst[rounded] = np.maximum(worst.get(rounded, 0.0), (rms, most))
-                row += f"   {radix} {rms:.1e} {most:.1e}"
+        for radix in (4, 8):
+            try:
+                rms, most = np.max([errors(radix, n, inverse) for inverse in (False, True)], axis=0)
+            except ValueError:  # no kernel of this radix
+                continue
+            rounded = radix == 4 and n & (n - 1) != 0 and n != 6
+            worst[rounded] = np.maximum(worst.get(rounded, 0.0), (rms, most))
+            row += f"   r{radix} {rms:.1e} {most:.1e}"
         print(row)
     for rounded, (rms, most) in worst.items():
         print(f"{'six decimals' if rounded else 'full precision'}: rms at most {rms:.1e}, single bins {most:.1e}")
@@ -85,7 +84,7 @@ def draw_passes(n, plan, name):
 
 def main():
     matplotlib.rcParams.update({"svg.hashsalt": "fft", "svg.fonttype": "none"})
-    print_errors(ctypes.CDLL(str(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build" / "release" / "libkorladownmixer.so")))
+    print_errors()
     plans = re.findall(r"\bX\((\d+), ([\d, ]+)\)", (ROOT / "src/dsp/fft/plans.h").read_text())
     draw_passes(480, [int(r) for r in dict(plans)["480"].split(",")], "fft-480-passes.svg")
 

@@ -1,15 +1,14 @@
 #!/usr/bin/python3
-"""Measures the limiter's gain over bursts through the exported functions and draws docs/images/limiter-bursts.png.
+"""Measures the limiter's gain over bursts and draws docs/images/limiter-bursts.png.
 
-Usage: plot_limiter.py [library]     (default: build/release/libkorladownmixer.so)
+Usage: PYTHONPATH=build/release/python plot_limiter.py
 
 A separate detection signal shows the gain itself: the limiter follows the burst and is applied to a constant 1, so that
 what comes out is the gain sample by sample. Needs numpy and matplotlib, and prints the figures of docs/limiter.md.
 """
-import ctypes
 import pathlib
-import sys
 
+import korla
 import matplotlib
 
 matplotlib.use("Agg")
@@ -18,28 +17,10 @@ import numpy as np
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 RATE, SUBBLOCK, PEAK = 48000, 32, 0.398107171
-FLOATS = ctypes.POINTER(ctypes.c_float)
 
 
-class Limiter:
-    def __init__(self, library):
-        library.korvex_ht_kvlim_query_memory.restype = ctypes.c_size_t
-        library.korvex_ht_kvlim_init.restype = ctypes.c_void_p
-        self.library = library
-        self.memory = ctypes.create_string_buffer(library.korvex_ht_kvlim_query_memory(1, None, None, SUBBLOCK))
-        self.handle = ctypes.c_void_p(library.korvex_ht_kvlim_init(1, SUBBLOCK, self.memory, None))
-        library.korvex_ht_kvlim_set_peak(self.handle, ctypes.c_float(PEAK))
-        library.korvex_ht_kvlim_set_sample_rate(self.handle, RATE)
-        library.korvex_ht_kvlim_set_num_channels(self.handle, 1)
-        library.korvex_ht_kvlim_set_enable(self.handle, 1)
-
-    def process(self, detected, signal):
-        detected, signal = (np.ascontiguousarray(x, np.float32) for x in (detected, signal))
-        out = np.empty_like(signal)
-        pointers = [(FLOATS * 1)(x.ctypes.data_as(FLOATS)) for x in (out, detected, signal)]
-        self.library.korvex_ht_kvlim_set_block_size(self.handle, len(signal))
-        self.library.korvex_ht_kvlim_process_indirect(self.handle, *pointers, ctypes.c_size_t(1), ctypes.c_size_t(1), 1)
-        return out
+def limiter():
+    return korla.Limiter(1, RATE, SUBBLOCK, PEAK)
 
 
 def decibels(x):
@@ -53,20 +34,20 @@ def burst(duration, burst_ms, before_ms=100):
     return t, np.where(loud, 4.0, 0.5) * PEAK * np.sin(2 * np.pi * t)
 
 
-def gain_of(library, signal):
+def gain_of(signal):
     """The gain at every output sample; the first sub-block comes out of the empty delay line."""
-    gain = Limiter(library).process(signal, np.ones(len(signal)))
+    gain = limiter().process(np.ones(len(signal)), detect=signal)
     gain[:SUBBLOCK] = 1
     return gain
 
 
-def draw_attack(axis, library):
+def draw_attack(axis):
     t, signal = burst(0.2, 5)
-    out = Limiter(library).process(signal, signal)
+    out = limiter().process(signal)
     delayed = np.concatenate([np.zeros(SUBBLOCK), signal[:-SUBBLOCK]])
     axis.plot(t, delayed / PEAK, color="0.7", label="input, 32 samples later")
     axis.plot(t, out / PEAK, color="C0", label="output")
-    axis.plot(t, gain_of(library, signal), color="C3", label="gain")
+    axis.plot(t, gain_of(signal), color="C3", label="gain")
     for level in (-1, 1):
         axis.axhline(level, color="k", linewidth=0.6, linestyle=":")
     axis.set(xlim=(-0.7, 7.5), ylim=(-4.3, 4.3), xlabel="ms from the burst", ylabel="amplitude / peak",
@@ -74,10 +55,10 @@ def draw_attack(axis, library):
     axis.legend(loc="lower right", fontsize=8)
 
 
-def draw_recoveries(axis, library):
+def draw_recoveries(axis):
     for burst_ms in (5, 50, 500):
         t, signal = burst(2.0, burst_ms)
-        gain = gain_of(library, signal)
+        gain = gain_of(signal)
         axis.plot(t - burst_ms, decibels(gain), label=f"after {burst_ms} ms")
         at = {ms: decibels(gain[np.searchsorted(t - burst_ms, ms)]) for ms in (1, 20, 100, 500)}
         print(f"after {burst_ms:3} ms: " + ", ".join(f"{db:5.1f} dB at {ms} ms" for ms, db in at.items()))
@@ -87,11 +68,9 @@ def draw_recoveries(axis, library):
 
 
 def main():
-    path = sys.argv[1] if len(sys.argv) > 1 else ROOT / "build/release/libkorladownmixer.so"
-    library = ctypes.CDLL(str(path))
     figure, axes = plt.subplots(1, 2, figsize=(11, 4.2), layout="constrained")
-    draw_attack(axes[0], library)
-    draw_recoveries(axes[1], library)
+    draw_attack(axes[0])
+    draw_recoveries(axes[1])
     for axis in axes:
         axis.grid(True, linewidth=0.3)
     figure.savefig(ROOT / "docs/images/limiter-bursts.png", dpi=90, metadata={"Software": None})

@@ -1,116 +1,66 @@
 #!/usr/bin/env python3
-"""Measures the modulated bank through the exported functions and draws docs/images/modulated-bank-*.
+"""Measures the modulated bank and draws docs/images/modulated-bank-*.
 
-Usage: plot_modulated_bank.py [library]     (default: build/release/libkorladownmixer.so)
+Usage: PYTHONPATH=build/release/python plot_modulated_bank.py
 
 Distortion and aliases come from impulses at each of the M phases of a slot, as in plot_qmf_bank.py.
 Needs numpy, matplotlib and pillow.
 """
-import ctypes
-import sys
-
+import korla
 import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 import numpy as np
 
-from plot_qmf_bank import FLOATS, IMAGES, ROOT, decibels, save_small
+from plot_qmf_bank import IMAGES, decibels, save_small
 
 SLOTS = 24
 
-# synthesis: (legacy analysis, bands handed over conjugated, delay in slots, delay in samples)
-CHAINS = {"symmetric": (False, False, 9, 0), "legacy": (True, False, 9, 0), "legacy_extra_latency": (True, False, 9, 1),
-          "even_0": (False, False, 4, 0), "even_1": (True, False, 4, 0), "even_2": (False, True, 4, 0),
-          "even_3": (True, True, 4, 0)}
 
-
-class Bank:
-    """One direction of the bank, one channel, with memory of its own."""
-
-    def __init__(self, dll, kind, bands, prototype, twiddle):
-        prefix = "KRL_mfb_p10km_" + kind
-        sizes = [getattr(dll, prefix + query) for query in ("_query_mem", "_query_scratch")]
-        for query in sizes:
-            query.restype = ctypes.c_size_t
-        self.memory = ctypes.create_string_buffer(sizes[0](1, 0, bands))
-        self.scratch = ctypes.create_string_buffer(sizes[1](0, 0, bands))
-        self.prefix = "KRL_CLmfb_p10km_analysisL" if kind == "analysisL" else "KRL_Lmfb_p10km_synthesisCL"
-        init = getattr(dll, self.prefix + "_init")
-        init.restype = ctypes.c_void_p
-        self.handle = ctypes.c_void_p(init(1, 0, bands, self.memory))
-        assert self.handle, "refused"
-        self.dll, self.bands = dll, bands
-        self.prototype = (ctypes.c_float * (10 * bands)).in_dll(dll, prototype)
-        self.twiddle = (ctypes.c_float * (2 * bands)).in_dll(dll, twiddle)
-
-    def run(self, function, x, out_width):
-        x = np.ascontiguousarray(x, np.float32)
-        out = np.zeros((len(x), out_width), np.float32)
-
-        def slots(array):  # one array of one channel pointer per slot
-            channels = [(FLOATS * 1)(row.ctypes.data_as(FLOATS)) for row in array]
-            return (ctypes.POINTER(FLOATS) * len(channels))(*channels)
-
-        getattr(self.dll, self.prefix + function)(self.handle, self.prototype, self.twiddle, self.scratch, 1, len(x),
-                                                  self.bands, slots(out), slots(x))
-        return out
-
-
-def analyse(dll, x, bands, prototype, twiddle, legacy):
-    """x: slots of samples; complex sub-bands."""
-    out = Bank(dll, "analysisL", bands, prototype, twiddle).run("_legacy" if legacy else "", x, 2 * bands)
-    return out[:, 0::2] + 1j * out[:, 1::2]
-
-
-def chain(dll, x, bands, prototype, twiddle, synthesis, gains=None):
-    legacy, conjugated, _, _ = CHAINS[synthesis]
-    subbands = analyse(dll, x, bands, prototype, twiddle, legacy)
-    if gains is not None:
-        subbands *= gains
-    if conjugated:
-        subbands = subbands.conj()
-    interleaved = np.stack([subbands.real, subbands.imag], axis=2).reshape(len(x), 2 * bands)
-    return Bank(dll, "synthesisCL", bands, prototype, twiddle).run("_" + synthesis, interleaved, bands).ravel()
+def chain(x, bands, *tables, gains=1.0):
+    """Analysis and synthesis of x; tables: variant, prototype, twiddle."""
+    bank = korla.MFB(bands, *tables)
+    return bank.synthesis(bank.analysis(np.ravel(x)) * np.asarray(gains, np.float32))
 
 
 def impulses(bands):
     for phase in range(bands):
-        x = np.zeros((SLOTS, bands))
+        x = np.zeros((SLOTS, bands), np.float32)
         x[0, phase] = 1.0
         yield phase, x
 
 
-def transfer(dll, bands, *arguments):
+def transfer(bands, *tables, gains=1.0):
     """Distortion function and root of the summed power of all aliases, over frequency 0..1 of Nyquist."""
     spectra = []
     for phase, x in impulses(bands):
-        y = chain(dll, x, bands, *arguments).astype(float)
+        y = chain(x, bands, *tables, gains=gains).astype(float)
         spectra.append(np.fft.rfft(np.roll(y, -phase), max(4096, len(y))))
     aliases = np.fft.fft(spectra, axis=0) / bands
     return np.abs(aliases[0]), np.sqrt(np.sum(np.abs(aliases[1:]) ** 2, axis=0))
 
 
-def band_response(dll, bands, prototype, twiddle, legacy, band):
+def band_response(bands, *tables, band):
     """Magnitude response of one complex sub-band over -1..1 of Nyquist, in dB of its peak."""
     taps = np.zeros(SLOTS * bands, complex)
     for phase, x in impulses(bands):
-        taps[np.arange(1, SLOTS + 1) * bands - 1 - phase] = analyse(dll, x, bands, prototype, twiddle, legacy)[:, band]
+        taps[np.arange(1, SLOTS + 1) * bands - 1 - phase] = korla.MFB(bands, *tables).analysis(x.ravel())[:, band]
     response = np.abs(np.fft.fftshift(np.fft.fft(taps, 8192)))
     return decibels(response / np.max(response))
 
 
-def reconstruction_error(dll, bands, prototype, twiddle, synthesis):
+def reconstruction_error(bands, *tables):
     x = np.random.default_rng(1).uniform(-1, 1, (1000, bands))
-    y = chain(dll, x, bands, prototype, twiddle, synthesis).astype(float)
-    delay = CHAINS[synthesis][2] * bands + CHAINS[synthesis][3]
+    y = chain(x, bands, *tables).astype(float)
+    delay = korla.MFB(bands, *tables).delay
     expected = np.r_[np.zeros(delay), x.astype(np.float32).ravel().astype(float)][:len(y)]
     return np.sqrt(np.mean((y - expected) ** 2) / np.mean(expected ** 2)), np.max(np.abs(y - expected))
 
 
-def draw_prototypes(dll):
+def draw_prototypes():
     figure, (taps_axes, response_axes) = plt.subplots(1, 2, figsize=(9, 3.6), layout="constrained")
     for name, block_order in (("P64KVX301", 1), ("P64KVX301_LEGACY", -1), ("P4_319SC", 1)):
-        grouped = np.array((ctypes.c_float * 640).in_dll(dll, "KRL_MFB_P10KM_" + name), float)
+        grouped = korla.prototypes()[f"mfb {name}/64"].astype(float)
         taps = grouped.reshape(16, 10, 4).transpose(1, 0, 2).reshape(10, 64)[:, ::block_order].ravel()
         taps_axes.plot(np.arange(640) / 64, taps, linewidth=1.0, label=name)
         response = decibels(np.abs(np.fft.rfft(taps, 1 << 15)) / np.sum(taps))
@@ -123,22 +73,20 @@ def draw_prototypes(dll):
     save_small(figure, "modulated-bank-prototypes.png")
 
 
-def draw_responses(dll):
+def draw_responses():
     figure, (bands_axes, distortion_axes, alias_axes) = plt.subplots(3, 1, figsize=(9, 10), layout="constrained")
     frequency = np.linspace(-1, 1, 8192, endpoint=False) * 64
-    shown = (("P64KVX301", "KRL_MFB_TWID64E", "symmetric"), ("P64KVX301_LEGACY", "KRL_MFB_TWID64O", "legacy"),
-             ("P4_319SC", "KRL_MFB_TWID64E", "even_0"))
-    for name, twiddle, synthesis in shown:
-        prototype, legacy = "KRL_MFB_P10KM_" + name, CHAINS[synthesis][0]
-        bands_axes.plot(frequency, band_response(dll, 64, prototype, twiddle, legacy, 10), linewidth=1.0, label=name)
-        distortion, alias = transfer(dll, 64, prototype, twiddle, synthesis)
+    for tables in (("symmetric", "P64KVX301", "E"), ("legacy", "P64KVX301_LEGACY", "O"), ("even_0", "P4_319SC", "E")):
+        synthesis, name, _ = tables
+        bands_axes.plot(frequency, band_response(64, *tables, band=10), linewidth=1.0, label=name)
+        distortion, alias = transfer(64, *tables)
         axis = np.linspace(0, 64, len(distortion))
         label = f"{name}, {synthesis}"
         distortion_axes.plot(axis, 1e6 * (distortion - 1), linewidth=0.9, label=label)
         alias_axes.plot(axis, decibels(alias), linewidth=0.9, label=label)
         gains = np.ones(64)
         gains[10] = 0.0
-        _, muted = transfer(dll, 64, prototype, twiddle, synthesis, gains)
+        _, muted = transfer(64, *tables, gains=gains)
         alias_axes.plot(axis, decibels(muted), linewidth=1.2, linestyle="--", label=f"{name}, band 10 muted")
         print(f"{label}, one band muted: aliases {decibels(np.max(muted)):.1f} dB")
     bands_axes.set(title="Sub-band 10 of 64, from its impulse response", xlim=(-4, 24), ylim=(-100, 5),
@@ -182,20 +130,18 @@ FLOW = (
 
 def main():
     matplotlib.rcParams.update({"svg.hashsalt": "modulated-bank", "svg.fonttype": "none"})
-    dll = ctypes.CDLL(str(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build" / "release" / "libkorladownmixer.so"))
     draw_flow(FLOW, "modulated-bank-flow.svg")
-    draw_prototypes(dll)
-    draw_responses(dll)
+    draw_prototypes()
+    draw_responses()
     for synthesis, name, bands, twiddle in (
-            ("symmetric", "P64KVX301", 64, "64E"), ("legacy", "P64KVX301", 64, "64E"),
-            ("legacy", "P64KVX301_LEGACY", 64, "64O"), ("legacy_extra_latency", "P64KVX301", 64, "64O"),
-            ("legacy_extra_latency", "P64KVX301_LEGACY", 64, "64O"),
-            ("even_0", "P4_319SC", 64, "64E"), ("even_1", "P4_319SC", 64, "64E"), ("even_2", "P4_319SC", 64, "64E"),
-            ("even_3", "P4_319SC", 64, "64E"), ("even_0", "P4_319SC_128M", 128, "128E"),
-            ("even_0", "P4_319SC_256M", 256, "256E")):
-        tables = "KRL_MFB_P10KM_" + name, "KRL_MFB_TWID" + twiddle
-        distortion, alias = transfer(dll, bands, *tables, synthesis)
-        rms, peak = reconstruction_error(dll, bands, *tables, synthesis)
+            ("symmetric", "P64KVX301", 64, "E"), ("legacy", "P64KVX301", 64, "E"),
+            ("legacy", "P64KVX301_LEGACY", 64, "O"), ("legacy_extra_latency", "P64KVX301", 64, "O"),
+            ("legacy_extra_latency", "P64KVX301_LEGACY", 64, "O"),
+            ("even_0", "P4_319SC", 64, "E"), ("even_1", "P4_319SC", 64, "E"), ("even_2", "P4_319SC", 64, "E"),
+            ("even_3", "P4_319SC", 64, "E"), ("even_0", "P4_319SC", 128, "E"), ("even_0", "P4_319SC", 256, "E")):
+        tables = synthesis, name, twiddle
+        distortion, alias = transfer(bands, *tables)
+        rms, peak = reconstruction_error(bands, *tables)
         print(f"| {synthesis} | {name} | {bands} | {rms:.1e} / {peak:.1e} | {np.max(np.abs(distortion - 1)):.1e} | "
               f"{decibels(np.max(alias)):.0f} dB |")
 

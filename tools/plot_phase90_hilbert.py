@@ -1,48 +1,29 @@
 #!/usr/bin/python3
 """Measures the frequency response of the Phase90Hilbert phase shifter and plots it for docs/phase90-hilbert.md.
 
-    tools/plot_phase90_hilbert.py build/release/libkorladownmixer.so docs/images/phase90-hilbert.svg
+    PYTHONPATH=build/release/python tools/plot_phase90_hilbert.py docs/images/phase90-hilbert.svg
 
-Every frequency is a steady sine that is sent through the exported functions; the output is correlated with the sine of
+Every frequency is a steady sine that is sent through the filter; the output is correlated with the sine of
 1280 samples earlier. The same measurement on two levels of detail gives the figures printed at the end.
 """
-import ctypes
 import sys
 
+import korla
 import matplotlib
 import numpy as np
 
 matplotlib.use("svg")
 import matplotlib.pyplot as plt
 
-RATE, DELAY = 48000, 1280
+RATE, DELAY = 48000, korla.Phase90.delay
 
 
-class Filter:
-    def __init__(self, library, block_length):
-        self.library, self.block_length = library, block_length
-        sizes = [ctypes.c_size_t() for _ in range(3)]
-        if library.getRequiredBufferSize_Phase90Hilbert(block_length, *map(ctypes.byref, sizes)) != 0:
-            raise ValueError(f"block length {block_length} is not supported")
-        self.memory = [ctypes.create_string_buffer(size.value) for size in sizes]
-        self.handle = ctypes.c_void_p()
-        instance, work, history = self.memory
-        if library.init_Phase90Hilbert(ctypes.byref(self.handle), block_length, instance, work, history) != 0:
-            raise RuntimeError("init_Phase90Hilbert refused the memory")
-
-    def process(self, signal):
-        blocks = np.array(signal, dtype=np.float32).reshape(-1, self.block_length)
-        for block in blocks:
-            self.library.process_Phase90Hilbert(self.handle, block.ctypes.data_as(ctypes.c_void_p))
-        return blocks.ravel()
-
-
-def response(library, block_length, frequency):
+def response(block_length, frequency):
     """Complex gain at one frequency, relative to a pure delay of DELAY samples."""
     settle, periods = 16384, max(4, int(np.ceil(frequency * 0.5)))
     n = np.arange(settle + int(np.ceil((periods * RATE / frequency) / block_length)) * block_length)
     phase = 2 * np.pi * frequency / RATE
-    output = Filter(library, block_length).process(0.5 * np.cos(phase * n))
+    output = korla.Phase90(block_length).process(0.5 * np.cos(phase * n))
     window = np.where(n >= settle, 0.5 - 0.5 * np.cos(2 * np.pi * (n - settle) / (n[-1] + 1 - settle)), 0.0)
     basis = np.exp(1j * phase * (n - DELAY))
     # Least squares for both directions of rotation, so that low and very high frequencies do not leak into each other.
@@ -52,14 +33,10 @@ def response(library, block_length, frequency):
 
 
 def main():
-    library = ctypes.CDLL(sys.argv[1])
-    for name in ("init_Phase90Hilbert", "process_Phase90Hilbert"):
-        getattr(library, name).restype = ctypes.c_int32
-    library.process_Phase90Hilbert.argtypes = [ctypes.c_void_p, ctypes.c_void_p]
     frequencies = np.geomspace(10, 23990, 160)
     figure, (magnitude, phase) = plt.subplots(2, 1, figsize=(9, 6.5), sharex=True, layout="constrained")
     for block_length, style in ((512, "-"), (2048, "--")):
-        gains = np.array([response(library, block_length, f) for f in frequencies])
+        gains = np.array([response(block_length, f) for f in frequencies])
         magnitude.semilogx(frequencies, 20 * np.log10(np.abs(gains)), style, label=f"blocks of {block_length}")
         phase.semilogx(frequencies, np.degrees(np.unwrap(np.angle(gains))), style)
     magnitude.set(ylabel="gain, dB", ylim=(-8, 1))
@@ -70,13 +47,13 @@ def main():
     for axis in (magnitude, phase):
         axis.grid(True, which="both", linewidth=0.3)
     matplotlib.rcParams["svg.hashsalt"] = "phase90-hilbert"  # the same file from the same measurement
-    figure.savefig(sys.argv[2], metadata={"Date": None})
+    figure.savefig(sys.argv[1], metadata={"Date": None})
 
-    checked = np.array([response(library, 1024, f) for f in np.geomspace(20, 23980, 200)])
+    checked = np.array([response(1024, f) for f in np.geomspace(20, 23980, 200)])
     print(f"phase over 20 Hz .. 24 kHz: {np.degrees(np.angle(checked)).min():.2f} .. "
           f"{np.degrees(np.angle(checked)).max():.2f} degrees")
     for f in (20, 50, 100, 1000, 10000, 20000):
-        g = response(library, 1024, f)
+        g = response(1024, f)
         print(f"{f:6} Hz: {20 * np.log10(abs(g)):7.3f} dB, {np.degrees(np.angle(g)):8.3f} degrees")
 
 

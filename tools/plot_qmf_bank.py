@@ -1,18 +1,17 @@
 #!/usr/bin/env python3
-"""Measures the QMF banks through the exported functions and draws docs/images/qmf-bank-*.
+"""Measures the QMF banks and draws docs/images/qmf-bank-*.
 
-Usage: plot_qmf_bank.py [library]     (default: build/release/libkorladownmixer.so)
+Usage: PYTHONPATH=build/release/python plot_qmf_bank.py
 
 Analysis and synthesis together are a system that changes with time, periodically with M samples. Its responses to an
 impulse at each of the M phases of a slot say everything: with H_f the spectrum of the response to an impulse at phase f,
 T_l = (1/M) sum over f of H_f exp(-2 pi j l f / M) is the distortion function for l = 0 and the gain of the l-th alias
 otherwise (P. P. Vaidyanathan, Multirate Systems and Filter Banks, 1993, chapter 5). Needs numpy, matplotlib, pillow.
 """
-import ctypes
 import io
 import pathlib
-import sys
 
+import korla
 import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
@@ -21,81 +20,27 @@ from PIL import Image
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 IMAGES = ROOT / "docs" / "images"
-FLOATS = ctypes.POINTER(ctypes.c_float)
-
-
-class Library:
-    def __init__(self, path):
-        self.dll = ctypes.CDLL(str(path))
-        for name in ("krl_qmf_analysisL_open", "krl_qmf_synthesisL_open"):
-            getattr(self.dll, name).restype = ctypes.c_void_p
-
-    def table(self, name, size):
-        return np.array((ctypes.c_float * size).in_dll(self.dll, name))
-
-
-class Bank:
-    """One analysis or synthesis with memory of its own."""
-
-    def __init__(self, library, kind, bands, periods, mode, slots, table):
-        dll = library.dll
-        sizes = [ctypes.c_uint32() for _ in range(3)]
-        getattr(dll, f"KRL_qmf_{kind}L_query_mem")(bands, periods, *map(ctypes.byref, sizes))
-        self.memory = [ctypes.create_string_buffer(size.value) for size in sizes]
-        self.table = np.ascontiguousarray(table, np.float32)
-        self.handle = ctypes.c_void_p(getattr(dll, f"krl_qmf_{kind}L_open")(
-            bands, slots, mode, periods, self.table.ctypes.data_as(FLOATS), *self.memory))
-        assert self.handle, "refused"
-        self.dll, self.bands, self.slots = dll, bands, slots
-
-    def rows(self, array):
-        return (FLOATS * self.slots)(*[row.ctypes.data_as(FLOATS) for row in array])
-
-    def analyse(self, x, is_complex):
-        x = np.ascontiguousarray(x, np.float32)
-        out = np.zeros((self.slots, self.bands * (2 if is_complex else 1)), np.float32)
-        if is_complex:
-            self.dll.KRL_CLqmf_analysisL(self.handle, self.rows(out), x.ctypes.data_as(FLOATS))
-        else:
-            self.dll.KRL_Lqmf_analysisL(self.handle, out.ctypes.data_as(FLOATS), x.ctypes.data_as(FLOATS))
-        return out
-
-    def synthesise(self, subbands, is_complex):
-        subbands = np.ascontiguousarray(subbands, np.float32)
-        out = np.zeros(self.slots * self.bands, np.float32)
-        if is_complex:
-            self.dll.KRL_Lqmf_synthesisCL(self.handle, out.ctypes.data_as(FLOATS), self.rows(subbands))
-        else:
-            self.dll.KRL_Lqmf_synthesisL(self.handle, out.ctypes.data_as(FLOATS), subbands.ctypes.data_as(FLOATS))
-        return out
 
 
 class Design:
-    def __init__(self, library, name, bands, periods):
-        self.library, self.bands, self.periods = library, bands, periods
-        size = 2 * periods * bands
-        self.analysis = library.table(f"krl_qmf_filter_coeff_{name}_vec_ana", size)
-        self.synthesis = library.table(f"krl_qmf_filter_coeff_{name}_vec_syn", size)
-        self.name, self.slots = name, 4 * periods + 2
+    def __init__(self, name, bands, periods):
+        self.design, self.bands, self.slots = name, bands, 4 * periods + 2
+        self.name = name.replace("p64", "P5_p64") + ("" if bands == 64 else f"_{bands}")  # as the library's symbols have it
 
-    def subbands(self, x, is_complex):
-        bank = Bank(self.library, "analysis", self.bands, self.periods, 0, self.slots, self.analysis)
-        return bank.analyse(x, is_complex)
+    def bank(self, is_complex):
+        return korla.QMF(self.bands, self.design, is_complex)
 
-    def chain(self, x, is_complex, gains=None):
-        subbands = self.subbands(x, is_complex)
-        if gains is not None:
-            subbands *= np.repeat(gains, 2 if is_complex else 1).astype(np.float32)
-        bank = Bank(self.library, "synthesis", self.bands, self.periods, 0, self.slots, self.synthesis)
-        return bank.synthesise(subbands, is_complex)
+    def chain(self, x, is_complex, gains=1.0):
+        bank = self.bank(is_complex)
+        return bank.synthesis(bank.analysis(x) * np.asarray(gains, np.float32))
 
     def impulses(self):
         for phase in range(self.bands):
-            x = np.zeros(self.slots * self.bands)
+            x = np.zeros(self.slots * self.bands, np.float32)
             x[phase] = 1.0
             yield phase, x
 
-    def transfer(self, is_complex, gains=None):
+    def transfer(self, is_complex, gains=1.0):
         """Distortion function and root of the summed power of all aliases, over frequency 0..1 of Nyquist."""
         spectra = []
         for phase, x in self.impulses():
@@ -108,8 +53,7 @@ class Design:
         """Magnitude responses of complex sub-bands over -1..1 of Nyquist, from their sampled impulse responses."""
         taps = np.zeros((len(bands), self.slots * self.bands), complex)
         for phase, x in self.impulses():
-            subbands = self.subbands(x, True)
-            subbands = subbands[:, 0::2] + 1j * subbands[:, 1::2]
+            subbands = self.bank(True).analysis(x)
             for s in range(self.slots):
                 taps[:, (s + 1) * self.bands - 1 - phase] = subbands[s, bands]
         return np.abs(np.fft.fftshift(np.fft.fft(taps, 8192, axis=1), axes=1))
@@ -160,7 +104,7 @@ def draw_responses(design):
 
 def draw_prototype(design):
     signs = np.repeat([1, 1, -1, -1, 1, 1, -1, -1, 1, 1], design.bands)
-    taps = np.r_[0.0, signs * design.analysis]
+    taps = np.r_[0.0, signs * korla.prototypes()[f"qmf {design.design}/{design.bands} analysis"]]
     response = decibels(np.abs(np.fft.rfft(taps, 1 << 15)) / np.sum(taps))
     figure, (taps_axes, response_axes) = plt.subplots(1, 2, figsize=(9, 3.4), layout="constrained")
     taps_axes.plot(np.arange(len(taps)) / design.bands, taps, linewidth=1.1)
@@ -203,16 +147,15 @@ def draw_flow():
 
 def main():
     matplotlib.rcParams.update({"svg.hashsalt": "qmf-bank", "svg.fonttype": "none"})
-    library = Library(sys.argv[1] if len(sys.argv) > 1 else ROOT / "build" / "release" / "libkorladownmixer.so")
-    design = Design(library, "P5_p64kvx301", 64, 5)
+    design = Design("p64kvx301", 64, 5)
     draw_flow()
     draw_prototype(design)
     draw_responses(design)
-    for name, bands, periods in (("P5", 64, 5), ("P4", 64, 4), ("P5_p64kvx301_48", 48, 5), ("P5_32", 32, 5),
-                                 ("P4_32", 32, 4), ("P5_p64kvx301_16", 16, 5), ("P5_p64kvx301_8", 8, 5)):
+    for design in (Design("P5", 64, 5), Design("P4", 64, 4), Design("p64kvx301", 48, 5), Design("P5", 32, 5),
+                   Design("P4", 32, 4), Design("p64kvx301", 16, 5), Design("p64kvx301", 8, 5)):
         for is_complex in (False, True):
-            distortion, alias = Design(library, name, bands, periods).transfer(is_complex)
-            print(f"{name}, {'complex' if is_complex else 'real'}: distortion within "
+            distortion, alias = design.transfer(is_complex)
+            print(f"{design.name}, {'complex' if is_complex else 'real'}: distortion within "
                   f"{np.max(np.abs(distortion - 1)):.1e}, aliases {decibels(np.max(alias)):.1f} dB")
 
 

@@ -17,10 +17,10 @@ import numpy as _np
 
 from . import _core, dct, fft
 from ._core import (MFB, QMF, Biquad, Hybrid, Limiter, Phase90, Stream, from_wave_mask, layout, layout_name, layouts, matrix,
-                    to_wave_mask)
+                    prototypes, to_wave_mask)
 
 __all__ = ["Biquad", "Hybrid", "Limiter", "MFB", "Phase90", "QMF", "Stream", "dct", "downmix", "fft", "from_wave_mask", "layout",
-           "layout_name", "layouts", "matrix", "phase90", "sosfilt", "to_wave_mask", "wave_order"]
+           "layout_name", "layouts", "matrix", "phase90", "prototypes", "sosfilt", "to_wave_mask", "wave_order"]
 __version__ = _core.__version__
 
 

@@ -60,6 +60,16 @@ def irfft(x, n=None, axis=-1, norm=None):
     return back(_times(_core.irfft(rows, n, scaled), factor))
 
 
+def kernel(x, radix=8, inverse=False):
+    """One family's kernel along the last axis, without a factor: radix 4 or 8; the other functions take the best.
+
+    >>> kernel([1, 0, 0, 0], radix=4).real.tolist()
+    [1.0, 1.0, 1.0, 1.0]
+    """
+    rows, back = _rows(x, None, -1, _np.complex64)
+    return back(_core.kernel(rows, radix, inverse))
+
+
 def _complex(x, n, axis, norm, inverse):
     rows, back = _rows(x, n, axis, _np.complex64)
     scaled, factor = _scaling(norm, rows.shape[1], inverse)

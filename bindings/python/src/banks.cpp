@@ -4,7 +4,7 @@
 #include <korla/dsp/qmf.h>
 
 #include <cstring>
-#include <memory>
+#include <optional>
 
 #include "common.h"
 
@@ -193,22 +193,39 @@ struct MfbVariant {
     const char* name;
     MfbAnalyse* analyse;
     MfbSynthesise* synthesise;
-    bool is_conjugated, is_low_delay, is_legacy_prototype, has_odd_twiddle;
+    bool is_conjugated;
+    const char *prototype, *twiddle; // unless others are asked for
+    uint32_t delay_in_slots, delay_in_samples;
 };
 const MfbVariant mfb_variants[] = {
-    {"symmetric", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_symmetric, false, false, false, false},
-    {"legacy", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_legacy, false, false, true, false},
+    {"symmetric", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_symmetric, false, "P64KVX301", "E", 9, 0},
+    {"legacy", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_legacy, false, "P64KVX301_LEGACY", "E", 9, 0},
     {"legacy_extra_latency", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_legacy_extra_latency, false,
-     false, true, true},
-    {"even_0", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_even_0, false, true, false, false},
-    {"even_1", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_even_1, false, true, false, false},
-    {"even_2", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_even_2, true, true, false, false},
-    {"even_3", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_even_3, true, true, false, false},
+     "P64KVX301_LEGACY", "O", 9, 1},
+    {"even_0", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_even_0, false, "P4_319SC", "E", 4, 0},
+    {"even_1", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_even_1, false, "P4_319SC", "E", 4, 0},
+    {"even_2", KRL_CLmfb_p10km_analysisL, KRL_Lmfb_p10km_synthesisCL_even_2, true, "P4_319SC", "E", 4, 0},
+    {"even_3", KRL_CLmfb_p10km_analysisL_legacy, KRL_Lmfb_p10km_synthesisCL_even_3, true, "P4_319SC", "E", 4, 0},
+};
+
+struct MfbPrototype {
+    const char* name;
+    uint32_t bands;
+    const float* taps;
+};
+const MfbPrototype mfb_prototypes[] = {
+    {"P64KVX301", 64, KRL_MFB_P10KM_P64KVX301},
+    {"P64KVX301_LEGACY", 64, KRL_MFB_P10KM_P64KVX301_LEGACY},
+    {"P4_319SC", 64, KRL_MFB_P10KM_P4_319SC},
+    {"P4_319SC", 128, KRL_MFB_P10KM_P4_319SC_128M},
+    {"P4_319SC", 256, KRL_MFB_P10KM_P4_319SC_256M},
 };
 
 class Mfb {
 public:
-    Mfb(uint32_t bands, const std::string& variant) : bands_(bands), variant_(nullptr) {
+    Mfb(uint32_t bands, const std::string& variant, const std::optional<std::string>& prototype,
+        const std::optional<std::string>& twiddle)
+        : bands_(bands), variant_(nullptr), prototype_(nullptr) {
         std::string known;
         for (const MfbVariant& v : mfb_variants) {
             known += std::string(" ") + v.name;
@@ -217,18 +234,21 @@ public:
         }
         if (!variant_)
             throw py::value_error("no variant '" + variant + "'; known are" + known);
-        if (bands != 64 && !(variant_->is_low_delay && (bands == 128 || bands == 256)))
-            throw py::value_error("no prototype of " + std::to_string(bands) + " bands for the variant " + variant +
-                                  "; known are 64, and 128 and 256 for those that begin with even");
-        prototype_ = variant_->is_low_delay          ? bands == 64    ? KRL_MFB_P10KM_P4_319SC
-                                                       : bands == 128 ? KRL_MFB_P10KM_P4_319SC_128M
-                                                                      : KRL_MFB_P10KM_P4_319SC_256M
-                     : variant_->is_legacy_prototype ? KRL_MFB_P10KM_P64KVX301_LEGACY
-                                                     : KRL_MFB_P10KM_P64KVX301;
-        twiddle_ = variant_->has_odd_twiddle ? KRL_MFB_TWID64O
-                   : bands == 64             ? KRL_MFB_TWID64E
-                   : bands == 128            ? KRL_MFB_TWID128E
-                                             : KRL_MFB_TWID256E;
+        const std::string name = prototype.value_or(variant_->prototype), turn = twiddle.value_or(variant_->twiddle);
+        std::string choices;
+        for (const MfbPrototype& p : mfb_prototypes) {
+            choices += std::string(" ") + p.name + "/" + std::to_string(p.bands);
+            if (p.name == name && p.bands == bands)
+                prototype_ = p.taps;
+        }
+        if (!prototype_)
+            throw py::value_error("no prototype " + name + " of " + std::to_string(bands) + " bands; known are" + choices);
+        if (turn != "E" && !(turn == "O" && bands == 64))
+            throw py::value_error("no twiddle '" + turn + "' of " + std::to_string(bands) + " bands; known are E, and O of 64");
+        twiddle_ = turn == "O"    ? KRL_MFB_TWID64O
+                   : bands == 64  ? KRL_MFB_TWID64E
+                   : bands == 128 ? KRL_MFB_TWID128E
+                                  : KRL_MFB_TWID256E;
         scratch_.resize(KRL_mfb_p10km_analysisL_query_scratch(0, 0, bands));
         analysis_memory_.resize(KRL_mfb_p10km_analysisL_query_mem(1, 0, bands));
         synthesis_memory_.resize(KRL_mfb_p10km_synthesisCL_query_mem(1, 0, bands));
@@ -267,7 +287,7 @@ public:
         const InUse guard(in_use_);
         begin();
     }
-    uint32_t delay() const { return (variant_->is_low_delay ? 4 : 9) * bands_ + variant_->has_odd_twiddle; }
+    uint32_t delay() const { return variant_->delay_in_slots * bands_ + variant_->delay_in_samples; }
     uint32_t bands() const { return bands_; }
 
 private:
@@ -290,6 +310,25 @@ private:
     std::atomic<bool> in_use_{false};
 };
 
+// The prototype filters by name, as the library has them in memory: docs/prototype-filters.md.
+py::dict prototypes() {
+    py::dict all;
+    const auto add = [&](const std::string& name, const float* taps, size_t count) {
+        all[py::str(name)] = Floats(static_cast<py::ssize_t>(count), taps);
+    };
+    for (const QmfDesign& d : qmf_designs) {
+        const std::string name = std::string("qmf ") + d.name + "/" + std::to_string(d.bands);
+        add(name + " analysis", d.analysis, 2 * d.periods * d.bands);
+        add(name + " synthesis", d.synthesis, 2 * d.periods * d.bands);
+    }
+    for (const MfbPrototype& p : mfb_prototypes)
+        add(std::string("mfb ") + p.name + "/" + std::to_string(p.bands), p.taps, 10 * p.bands);
+    add("hybrid 8", krl_hyb_p8_13, 13);
+    add("hybrid 4", krl_hyb_p4_13, 13);
+    add("hybrid 2", krl_hyb_p2_6, 6);
+    return all;
+}
+
 template <class Bank> void define(py::class_<Bank>& bank, const char* analysis, const char* synthesis) {
     bank.def("analysis", &Bank::analysis, py::arg("samples"), analysis)
         .def("synthesis", &Bank::synthesis, py::arg("subbands"), synthesis)
@@ -302,6 +341,7 @@ template <class Bank> void define(py::class_<Bank>& bank, const char* analysis, 
 
 void add_banks(py::module_& module) {
     using namespace py::literals;
+    module.def("prototypes", prototypes, "The prototype filters of the banks: {name: taps as the library holds them}.");
     py::class_<Qmf> qmf(module, "QMF", R"(A QMF bank: bands of equal width, real or complex, and back.
 
 bands: 8, 16, 32, 48 or 64. design: 'p64kvx301' for all of these, 'P5' or 'P4' for 32 and 64. is_complex: sub-bands that
@@ -319,8 +359,10 @@ bands: 16 or 10. interleaved: the other order of 16 bands (korla/dsp/hybrid.h).)
     py::class_<Mfb> mfb(module, "MFB", R"(A modulated bank: complex bands from real samples, and back.
 
 bands: 64, and 128 and 256 for the variants of low delay. variant: 'symmetric', 'legacy', 'legacy_extra_latency', or of low
-delay 'even_0' to 'even_3' (korla/dsp/mfb.h). Analysis and synthesis keep their past from call to call.)");
-    mfb.def(py::init<uint32_t, const std::string&>(), "bands"_a = 64, "variant"_a = "symmetric");
+delay 'even_0' to 'even_3' (korla/dsp/mfb.h). prototype, twiddle: other tables than the variant's own, by the ends of their
+names ('P64KVX301_LEGACY', 'O'). Analysis and synthesis keep their past from call to call.)");
+    mfb.def(py::init<uint32_t, const std::string&, const std::optional<std::string>&, const std::optional<std::string>&>(),
+            "bands"_a = 64, "variant"_a = "symmetric", "prototype"_a = py::none(), "twiddle"_a = py::none());
     define(mfb, "Samples, a multiple of the bands, to an array (slots, bands).", "An array (slots, bands) to samples.");
 }
 

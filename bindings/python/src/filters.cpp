@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 
 #include "common.h"
 
@@ -31,25 +32,28 @@ public:
         korvex_ht_kvlim_set_boost(limiter_, boost / 256, boost / 256);
         korvex_ht_kvlim_set_enable(limiter_, 1);
     }
-    Floats process(const Floats& x) {
+    Floats process(const Floats& x, const std::optional<Floats>& detected) {
         const InUse guard(in_use_);
         const bool is_mono = x.ndim() == 1 && channels_ == 1;
         if (!is_mono && (x.ndim() != 2 || x.shape(1) != channels_))
             throw py::value_error("the samples must have the shape (frames, " + std::to_string(channels_) + ")");
         expect_multiple(x.shape(0), subblock_, "frames");
+        const Floats& detect = detected ? *detected : x;
+        if (detect.ndim() != x.ndim() || !std::equal(x.shape(), x.shape() + x.ndim(), detect.shape()))
+            throw py::value_error("what peaks are found in must have the shape of the samples");
         Floats out(std::vector<py::ssize_t>(x.shape(), x.shape() + x.ndim()));
-        std::vector<const float*> in(channels_);
+        std::vector<const float*> in(channels_), found(channels_);
         std::vector<float*> to(channels_);
         for (uint32_t c = 0; c < channels_; c++)
-            in[c] = x.data() + c, to[c] = out.mutable_data() + c;
+            in[c] = x.data() + c, found[c] = detect.data() + c, to[c] = out.mutable_data() + c;
         const auto frames = static_cast<size_t>(x.shape(0)), most = size_t{subblock_} << 16;
         const py::gil_scoped_release without_lock;
         for (size_t done = 0; done < frames;) {
             const size_t n = std::min(most, frames - done);
             korvex_ht_kvlim_set_block_size(limiter_, static_cast<uint32_t>(n));
-            korvex_ht_kvlim_process(limiter_, to.data(), in.data(), channels_, channels_);
+            korvex_ht_kvlim_process_indirect(limiter_, to.data(), found.data(), in.data(), channels_, channels_, channels_);
             for (uint32_t c = 0; c < channels_; c++)
-                in[c] += n * channels_, to[c] += n * channels_;
+                in[c] += n * channels_, found[c] += n * channels_, to[c] += n * channels_;
             done += n;
         }
         return out;
@@ -202,7 +206,8 @@ subblock: 32, 40, 64, 128 or 256 frames, which are also the delay. peak: the lev
 boost, the make-up gain. process takes multiples of the sub-block.)")
         .def(py::init<uint32_t, uint32_t, uint32_t, float, float>(), "channels"_a, "rate"_a, "subblock"_a = 32, "peak"_a = 1.0f,
              "boost"_a = 1.0f)
-        .def("process", &Limiter::process, "samples"_a, "Frames of the shape (frames, channels) to as many.")
+        .def("process", &Limiter::process, "samples"_a, "detect"_a = py::none(),
+             "Frames of the shape (frames, channels) to as many; detect: the signal whose peaks decide, in place of them.")
         .def("reset", &Limiter::reset, "Back to rest.")
         .def_property("peak", &Limiter::peak, &Limiter::set_peak)
         .def_property("hard_clip", &Limiter::hard_clip, &Limiter::set_hard_clip, "Clip, without delay, instead of looking ahead.")

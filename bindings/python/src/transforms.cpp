@@ -115,6 +115,25 @@ Complexes fft(const Complexes& x, bool inverse, bool scaled) {
     return out;
 }
 
+// One family's kernel, unscaled, for those who compare them.
+Complexes kernel(const Complexes& x, int radix, bool inverse) {
+    const Rows rows(x);
+    const auto n = static_cast<uint32_t>(rows.length);
+    const krl_fft_pair* pair = nullptr;
+    if (rows.length <= 4096 && (radix == 4 || radix == 8))
+        pair = radix == 4 ? (inverse ? KRL_r4_cplx_inv_pair(n) : KRL_r4_cplx_fwd_pair(n))
+                          : (inverse ? KRL_r8_cplx_inv_pair(n) : KRL_r8_cplx_fwd_pair(n));
+    if (!pair)
+        throw py::value_error("no radix-" + std::to_string(radix) + " kernel of length " + std::to_string(rows.length));
+    Complexes out = rows_like<Complexes>(rows.count, rows.length);
+    Work work(2 * rows.length);
+    for (size_t row = 0; row < rows.count; row++) {
+        std::copy_n(data(x) + 2 * row * n, 2 * n, work.data());
+        pair->unscaled(data(out) + 2 * row * n, work.data(), n);
+    }
+    return out;
+}
+
 Complexes rfft(const Floats& x, bool scaled) {
     const Rows rows(x);
     const size_t n = rows.length, bins = n / 2 + 1;
@@ -240,6 +259,7 @@ Floats dct(const Floats& x, int type) {
 void add_transforms(py::module_& module) {
     using namespace py::literals;
     module.def("fft", fft, "rows"_a, "inverse"_a, "scaled"_a);
+    module.def("kernel", kernel, "rows"_a, "radix"_a, "inverse"_a);
     module.def("rfft", rfft, "rows"_a, "scaled"_a);
     module.def("irfft", irfft, "rows"_a, "n"_a, "scaled"_a);
     module.def("dct", dct, "rows"_a, "type"_a);

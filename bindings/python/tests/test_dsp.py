@@ -71,7 +71,9 @@ def test_axes_lengths_and_arrays_as_numpy_has_them(axis):
     (lambda: korla.QMF().analysis(np.ones(65)), "multiple of 64"),
     (lambda: korla.QMF().synthesis(np.ones((2, 32))), "rows of 64"),
     (lambda: korla.Hybrid(12), "10 or 16"),
-    (lambda: korla.MFB(128), "128"),
+    (lambda: korla.MFB(128), "P64KVX301 of 128 bands; known are P64KVX301/64"),
+    (lambda: korla.MFB(64, twiddle="X"), "no twiddle"),
+    (lambda: korla.fft.kernel(np.ones(48), 8), "radix-8 kernel of length 48"),
     (lambda: korla.MFB(64, "odd"), "symmetric"),
     (lambda: korla.Limiter(2, 44000), "44000"),
     (lambda: korla.Limiter(2, 48000, 33), "32, 40, 64"),
@@ -106,6 +108,15 @@ def test_banks_give_back_what_they_split(make):
     assert np.array_equal(bank.analysis(x), subbands)
 
 
+def test_prototypes_are_those_of_the_library():
+    taps = korla.prototypes()
+    assert len(taps) == 2 * 9 + 5 + 3 and taps["mfb P4_319SC/256"].shape == (2560,)
+    assert abs(taps["qmf P5/64 analysis"]).max() > 0.5
+    bank = korla.MFB(64, "legacy_extra_latency", "P64KVX301", "O")
+    x = RANDOM.standard_normal(64 * 30).astype(np.float32)
+    assert np.abs(bank.synthesis(bank.analysis(x))[577:] - x[:-577]).max() > 1e-3  # whose blocks are not reversed
+
+
 def test_a_tone_lies_in_its_band():
     x = np.cos(np.pi * (10 + 0.5) / 64 * np.arange(64 * 100))
     for bank in (korla.QMF(), korla.QMF(is_complex=False), korla.MFB()):
@@ -128,6 +139,7 @@ def test_limiter_keeps_peaks_and_leaves_the_rest():
     limiter = korla.Limiter(2, 48000, peak=0.5, boost=2.0)
     y = limiter.process(x)
     assert 0.9 < np.abs(y).max() <= 1.0000011 and limiter.gain < 0.3 and limiter.latency == 32
+    assert np.array_equal(korla.Limiter(2, 48000).process(0 * x, detect=x), 0 * x)
     limiter.reset()
     quiet = limiter.process(np.asfortranarray(0.1 * x))
     assert np.allclose(quiet[32:], 0.2 * x[:-32], atol=1e-6)
