@@ -2,8 +2,8 @@
 """Adds up the test cases of one CTest run.
 
 usage: count_tests.py BUILD_DIR
-Reads BUILD_DIR/test-results/ctest.xml (ctest --output-junit) and, for each entry that is a GoogleTest program, its own
-report BUILD_DIR/test-results/ENTRY.xml, which counts its cases. Any other entry counts as one. An entry that failed without a
+Reads BUILD_DIR/test-results/ctest.xml (ctest --output-junit) and, for each entry that is a GoogleTest program or pytest, its
+own report BUILD_DIR/test-results/ENTRY.xml, which counts its cases. Any other entry counts as one. An entry that failed without a
 failed case (a crash, a time-out, a sanitizer's report) counts as one failure. Prints "PASSED FAILED"; failures are named
 on standard error.
 """
@@ -12,13 +12,13 @@ import sys
 import xml.etree.ElementTree as xml
 
 
-def gtest_cases(path):
-    """(passed, failed names)"""
+def reported_cases(path):
+    """(passed, failed names); pytest marks what it skipped by an element, GoogleTest by an attribute."""
     passed, failed = 0, []
     for case in xml.parse(path).iter("testcase"):
-        if case.find("failure") is not None:
+        if case.find("failure") is not None or case.find("error") is not None:
             failed.append(f"{case.get('classname')}.{case.get('name')}")
-        elif case.get("status") == "run" and case.get("result") == "completed":
+        elif case.find("skipped") is None and case.get("result", "completed") == "completed":
             passed += 1
     return passed, failed
 
@@ -32,7 +32,7 @@ def main():
         if entry.get("status") == "disabled":
             continue
         report = os.path.join(results, name + ".xml")
-        cases, names = gtest_cases(report) if os.path.exists(report) else (int(good), [])
+        cases, names = reported_cases(report) if os.path.exists(report) else (int(good), [])
         passed += cases
         failed += [f"{name}: {case}" for case in names]
         if not good and not names:
