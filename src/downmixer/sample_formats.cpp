@@ -19,6 +19,7 @@ namespace {
 // format.
 
 using f32x2 = float __attribute__((vector_size(8)));
+using i32x2 = int32_t __attribute__((vector_size(8)));
 using u8x16 = uint8_t __attribute__((vector_size(16)));
 template <class V> using ints_of = typename lane_traits<V>::mask;
 
@@ -30,16 +31,15 @@ template <class T> KRL_INLINE T load_bytes(const void* p) {
 template <class T> KRL_INLINE void store_bytes(void* p, T value) { __builtin_memcpy(p, &value, sizeof value); }
 
 KRL_INLINE f32x2 lower_pair(f32x4 v) { return __builtin_shufflevector(v, v, 0, 1); }
+KRL_INLINE f32x2 upper_pair(f32x4 v) { return __builtin_shufflevector(v, v, 2, 3); }
 
 struct Int16 {
     using Slot = int16_t;
     static constexpr float full_scale = 32768.0f;
     static KRL_INLINE f32x4 load4(const Slot* p) { return bit_cast<f32x4>(load_int16(p)); }
     static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_int16(p, bit_cast<i32x4>(raw)); }
-    static KRL_INLINE f32x2 load2(const Slot* p) { return bit_cast<f32x2>(load_int16_pair(p)); }
-    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_int16_pair(p, bit_cast<i32x2>(raw)); }
     template <class V> static KRL_INLINE V decode(V raw) {
-        return to_float(bit_cast<ints_of<V>>(raw)) * (1.0f / full_scale);
+        return to_float_from_fixed<15>(bit_cast<ints_of<V>>(raw));
     }
     template <class V> static KRL_INLINE V encode(V x) {
         return bit_cast<V>(round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 1.0f))));
@@ -54,13 +54,9 @@ struct Int32 {
     static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
     static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, raw); }
     template <class V> static KRL_INLINE V decode(V raw) {
-        return to_float(bit_cast<ints_of<V>>(raw)) * (1.0f / full_scale);
+        return to_float_from_fixed<31>(bit_cast<ints_of<V>>(raw));
     }
-    template <class V> static KRL_INLINE V encode(V x) {
-        // The greatest float below 2^31 bounds what is rounded; 1.0 and above become the greatest integer.
-        const auto rounded = round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 128.0f)));
-        return bit_cast<V>(select(x >= 1.0f, splat<ints_of<V>>(INT32_MAX), rounded));
-    }
+    template <class V> static KRL_INLINE V encode(V x) { return bit_cast<V>(round_to_int_saturated(x * full_scale)); }
 };
 
 // The low half of an 8-byte slot, sign-extended.
@@ -159,12 +155,12 @@ template <class Format> void store_one(typename Format::Slot* p, float x) {
     __builtin_memcpy(p, slots, sizeof slots[0]);
 }
 
-template <class Format> KRL_INLINE f32v load_raw(const typename Format::Slot* p) {
-    return from_halves([=](int h) { return Format::load4(p + 4 * h); });
+template <class Format, int slots = 1> KRL_INLINE f32v load_raw(const typename Format::Slot* p) { // of one lane
+    return from_halves([=](int h) { return Format::load4(p + 4 * h * slots); });
 }
-template <class Format> KRL_INLINE void store_raw(typename Format::Slot* p, f32v raw) {
+template <class Format, int slots = 1> KRL_INLINE void store_raw(typename Format::Slot* p, f32v raw) {
     for (int h = 0; h < halves; h++)
-        Format::store4(p + 4 * h, half(raw, h));
+        Format::store4(p + 4 * h * slots, half(raw, h));
 }
 
 template <class Format> void load_run(float* dst, const typename Format::Slot* src, uint32_t n) {
@@ -184,111 +180,173 @@ template <class Format> void store_run(typename Format::Slot* dst, const float* 
 
 // ---- between packed frames and rows --------------------------------------------------------------------------------
 //
-// Tiles of four channels by one vector of frames are transposed in registers; what is left over are a pair of channels
-// and a single one. Half h of a vector of frames holds frames 4h .. 4h + 3.
+// Raw lanes of a vector of frames are moved together, one, two or four neighbours at a time, or all that frames of up to
+// three lanes have. Half h of a vector of frames holds frames 4h .. 4h + 3.
 
-template <class Format>
-KRL_INLINE void load_four(f32v (&rows)[4], const typename Format::Slot* packed, uint32_t channels) {
-    for (int j = 0; j < 4; j++)
-        rows[j] = from_halves([=](int h) { return Format::load4(packed + (4 * h + j) * channels); });
-    transpose(rows[0], rows[1], rows[2], rows[3]);
-    for (f32v& row : rows)
-        row = Format::decode(row);
-}
-template <class Format> KRL_INLINE void store_four(typename Format::Slot* packed, f32v (&rows)[4], uint32_t channels) {
-    for (f32v& row : rows)
-        row = Format::encode(row);
-    transpose(rows[0], rows[1], rows[2], rows[3]);
-    for (int j = 0; j < 4; j++)
-        for (int h = 0; h < halves; h++)
-            Format::store4(packed + (4 * h + j) * channels, half(rows[j], h));
-}
+// A raw lane of a packed frame: the sample of one channel.
+template <class Format> struct FrameLane : Format {
+    static constexpr uint32_t channels = 1, most_lanes_of_whole_frames = 2;
+    template <class V> static KRL_INLINE void decode(V (&samples)[1], V raw) { samples[0] = Format::decode(raw); }
+    template <class V> static KRL_INLINE V encode(const V (&samples)[1]) { return Format::encode(samples[0]); }
+};
+// Two channels of 16 bits share a lane, so that there is half as much to transpose.
+template <> struct FrameLane<Int16> {
+    using Slot = int16_t;
+    static constexpr uint32_t channels = 2, most_lanes_of_whole_frames = 3;
+    static KRL_INLINE f32x4 load4(const Slot* p) { return load_bytes<f32x4>(p); }
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_bytes(p, raw); }
+    static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, raw); }
+    template <class V> static KRL_INLINE void decode(V (&samples)[2], V raw) {
+        const auto [a, b] = unpack_int16(bit_cast<ints_of<V>>(raw));
+        samples[0] = a, samples[1] = b;
+    }
+    template <class V> static KRL_INLINE V encode(const V (&samples)[2]) {
+        return bit_cast<V>(pack_int16(samples[0] * Int16::full_scale, samples[1] * Int16::full_scale));
+    }
+};
 
-template <class Format> KRL_INLINE lane_pair<f32v> load_pair(const typename Format::Slot* packed, uint32_t channels) {
-    auto frames = [=](int h, int first) { // channel by channel of two frames
-        const auto* p = packed + (4 * h + first) * channels;
-        return __builtin_shufflevector(Format::load2(p), Format::load2(p + channels), 0, 1, 2, 3);
-    };
-    const f32v a = from_halves([=](int h) { return krl::deinterleave(frames(h, 0), frames(h, 2)).a; });
-    const f32v b = from_halves([=](int h) { return krl::deinterleave(frames(h, 0), frames(h, 2)).b; });
-    return {Format::decode(a), Format::decode(b)};
-}
-template <class Format> KRL_INLINE void store_pair(typename Format::Slot* packed, f32v a, f32v b, uint32_t channels) {
-    a = Format::encode(a);
-    b = Format::encode(b);
-    auto store_two_frames = [=](int first, f32x4 frames) {
-        Format::store2(packed + first * channels, __builtin_shufflevector(frames, frames, 0, 1));
-        Format::store2(packed + (first + 1) * channels, __builtin_shufflevector(frames, frames, 2, 3));
-    };
-    for (int h = 0; h < halves; h++) {
-        const auto [lo, hi] = krl::interleave(half(a, h), half(b, h));
-        store_two_frames(4 * h, lo);
-        store_two_frames(4 * h + 2, hi);
+template <class Lane, int count>
+KRL_INLINE void load_lanes(f32v (&raw)[count], const typename Lane::Slot* p, uint32_t channels) {
+    const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
+    if constexpr (count == 4) {
+        for (int i = 0; i < 4; i++)
+            raw[i] = from_halves([=](int h) { return Lane::load4(frame(h, i)); });
+        transpose(raw[0], raw[1], raw[2], raw[3]);
+    } else if constexpr (count == 2) {
+        const auto two_frames = [=](int i) {
+            return from_halves([=](int h) {
+                return __builtin_shufflevector(Lane::load2(frame(h, i)), Lane::load2(frame(h, i + 2)), 0, 1, 2, 3);
+            });
+        };
+        const auto [a, b] = transpose_pairs(two_frames(0), two_frames(1));
+        raw[0] = a, raw[1] = b;
+    } else {
+        const auto at = [=](int h, int i) { return load_bytes<float>(frame(h, i)); };
+        raw[0] = from_halves([=](int h) { return f32x4{at(h, 0), at(h, 1), at(h, 2), at(h, 3)}; });
     }
 }
+template <class Lane, int count>
+KRL_INLINE void store_lanes(typename Lane::Slot* p, f32v (&raw)[count], uint32_t channels) {
+    const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
+    if constexpr (count == 4)
+        transpose(raw[0], raw[1], raw[2], raw[3]);
+    if constexpr (count == 2) {
+        const auto [a, b] = transpose_pairs(raw[0], raw[1]);
+        raw[0] = a, raw[1] = b;
+    }
+    for (int h = 0; h < halves; h++)
+        for (int i = 0; i < 4; i++) {
+            if constexpr (count == 4) {
+                Lane::store4(frame(h, i), half(raw[i], h));
+            } else if constexpr (count == 2) {
+                const f32x4 two_frames = half(raw[i % 2], h);
+                Lane::store2(frame(h, i), i < 2 ? lower_pair(two_frames) : upper_pair(two_frames));
+            } else {
+                store_bytes<float>(frame(h, i), half(raw[0], h)[i]);
+            }
+        }
+}
+
+template <class Lane, int count> KRL_INLINE void load_whole(f32v (&raw)[count], const typename Lane::Slot* p) {
+    if constexpr (count == 3) {
+        const auto [a, b, c] = load_three(p);
+        raw[0] = a, raw[1] = b, raw[2] = c;
+    } else {
+        for (int i = 0; i < count; i++)
+            raw[i] = load_raw<Lane, Lane::channels>(p + i * lanes<f32v> * Lane::channels);
+    }
+    if constexpr (count == 2) {
+        const auto [a, b] = krl::deinterleave(raw[0], raw[1]);
+        raw[0] = a, raw[1] = b;
+    }
+}
+template <class Lane, int count> KRL_INLINE void store_whole(typename Lane::Slot* p, f32v (&raw)[count]) {
+    if constexpr (count == 3)
+        return store_three(p, {raw[0], raw[1], raw[2]});
+    if constexpr (count == 2) {
+        const auto [lo, hi] = krl::interleave(raw[0], raw[1]);
+        raw[0] = lo, raw[1] = hi;
+    }
+    for (int i = 0; i < count; i++)
+        store_raw<Lane, Lane::channels>(p + i * lanes<f32v> * Lane::channels, raw[i]);
+}
+
+template <uint32_t n> using number = std::integral_constant<uint32_t, n>;
 
 // Calls f(channels, frames), with compile-time numbers for whole tiles of the usual channel counts.
 template <class F> KRL_INLINE void with_usual_shape(uint32_t channels, uint32_t frames, F f) {
-    using std::integral_constant;
-    constexpr integral_constant<uint32_t, tile_frames> tile{};
+    constexpr number<tile_frames> tile{};
     if (frames == tile_frames)
         switch (channels) {
-        case 2: return f(integral_constant<uint32_t, 2>{}, tile);
-        case 6: return f(integral_constant<uint32_t, 6>{}, tile);
-        case 8: return f(integral_constant<uint32_t, 8>{}, tile);
-        case 12: return f(integral_constant<uint32_t, 12>{}, tile);
+        case 2: return f(number<2>{}, tile);
+        case 6: return f(number<6>{}, tile);
+        case 8: return f(number<8>{}, tile);
+        case 12: return f(number<12>{}, tile);
         }
     f(channels, frames);
 }
 
-// Walks packed frames by vectors of frames: four(c, t) and pair(c, t) for channels from c on, stereo(t) when there are
-// just two, and one(c, t) for single samples.
-template <class Four, class Pair, class Stereo, class One>
-KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Four four, Pair pair, Stereo stereo, One one) {
+// Walks packed frames by vectors of frames from t on: whole(n, t) where all frames have is n lanes, some(n, c, t) for n
+// lanes from channel c on, and one(c, t) for single samples.
+template <class Lane, class Whole, class Some, class One>
+KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Whole whole, Some some, One one) {
     constexpr uint32_t width = lanes<f32v>;
-    const uint32_t whole = frames / width * width;
+    const uint32_t end = frames / width * width;
     uint32_t c = 0;
-    if (channels == 2) {
-        for (uint32_t t = 0; t < whole; t += width)
-            stereo(t);
-        c = 2;
-    }
-    for (; c + 4 <= channels; c += 4)
-        for (uint32_t t = 0; t < whole; t += width)
-            four(c, t);
-    for (; c + 2 <= channels; c += 2)
-        for (uint32_t t = 0; t < whole; t += width)
-            pair(c, t);
+    const auto whole_frames = [&](auto n) __attribute__((always_inline)) {
+        if constexpr (n <= Lane::most_lanes_of_whole_frames)
+            if (channels == n * Lane::channels) {
+                for (uint32_t t = 0; t < end; t += width)
+                    whole(n, t);
+                c = channels;
+            }
+    };
+    const auto some_at = [&](auto n, uint32_t first) __attribute__((always_inline)) {
+        for (uint32_t t = 0; t < end; t += width)
+            some(n, first, t);
+    };
+    const auto some_lanes = [&](auto n) __attribute__((always_inline)) {
+        for (; c + n * Lane::channels <= channels; c += n * Lane::channels)
+            some_at(n, c);
+    };
+    whole_frames(number<1>{});
+    whole_frames(number<2>{});
+    whole_frames(number<3>{});
+    some_lanes(number<4>{});
+    some_lanes(number<2>{});
+    if constexpr (Lane::channels == 2)
+        some_lanes(number<1>{});
     if (c < channels) // an odd last one goes with its neighbour, once more
-        for (uint32_t t = 0; t < whole; t += width)
-            pair(c - 1, t);
-    for (uint32_t t = whole; t < frames; t++)
+        some_at(number<2 / Lane::channels>{}, channels - 2);
+    for (uint32_t t = end; t < frames; t++)
         for (c = 0; c < channels; c++)
             one(c, t);
 }
 
 template <class Format>
 void deinterleave(PlanarBuffer dst, const typename Format::Slot* packed, uint32_t channel_count, uint32_t frame_count) {
-    constexpr uint32_t width = lanes<f32v>;
+    using Lane = FrameLane<Format>;
+    const auto decode = [=](const auto& raw, uint32_t c, uint32_t t) __attribute__((always_inline)) {
+        for (const f32v& lane : raw) {
+            f32v samples[Lane::channels];
+            Lane::decode(samples, lane);
+            for (const f32v& sample : samples)
+                store(dst.row(c++) + t, sample);
+        }
+    };
     with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
-        for_each_tile(
+        for_each_tile<Lane>(
             channels, frames,
-            [=](uint32_t c, uint32_t t) {
-                f32v rows[4];
-                load_four<Format>(rows, packed + t * channels + c, channels);
-                for (int j = 0; j < 4; j++)
-                    store(dst.row(c + j) + t, rows[j]);
+            [=](auto n, uint32_t t) {
+                f32v raw[n];
+                load_whole<Lane>(raw, packed + t * channels);
+                decode(raw, 0, t);
             },
-            [=](uint32_t c, uint32_t t) {
-                const auto [a, b] = load_pair<Format>(packed + t * channels + c, channels);
-                store(dst.row(c) + t, a);
-                store(dst.row(c + 1) + t, b);
-            },
-            [=](uint32_t t) {
-                const auto [a, b] =
-                    krl::deinterleave(load_raw<Format>(packed + 2 * t), load_raw<Format>(packed + 2 * t + width));
-                store(dst.row(0) + t, Format::decode(a));
-                store(dst.row(1) + t, Format::decode(b));
+            [=](auto n, uint32_t c, uint32_t t) {
+                f32v raw[n];
+                load_lanes<Lane>(raw, packed + t * channels + c, channels);
+                decode(raw, c, t);
             },
             [=](uint32_t c, uint32_t t) { dst.row(c)[t] = load_one<Format>(packed + t * channels + c); });
     });
@@ -296,25 +354,27 @@ void deinterleave(PlanarBuffer dst, const typename Format::Slot* packed, uint32_
 
 template <class Format>
 void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channel_count, uint32_t frame_count) {
-    constexpr uint32_t width = lanes<f32v>;
+    using Lane = FrameLane<Format>;
+    const auto encode = [=](auto& raw, uint32_t c, uint32_t t) __attribute__((always_inline)) {
+        for (f32v& lane : raw) {
+            f32v samples[Lane::channels];
+            for (f32v& sample : samples)
+                sample = load<f32v>(src.row(c++) + t);
+            lane = Lane::encode(samples);
+        }
+    };
     with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
-        for_each_tile(
+        for_each_tile<Lane>(
             channels, frames,
-            [=](uint32_t c, uint32_t t) {
-                f32v rows[4];
-                for (int j = 0; j < 4; j++)
-                    rows[j] = load<f32v>(src.row(c + j) + t);
-                store_four<Format>(packed + t * channels + c, rows, channels);
+            [=](auto n, uint32_t t) {
+                f32v raw[n];
+                encode(raw, 0, t);
+                store_whole<Lane>(packed + t * channels, raw);
             },
-            [=](uint32_t c, uint32_t t) {
-                store_pair<Format>(packed + t * channels + c, load<f32v>(src.row(c) + t),
-                                   load<f32v>(src.row(c + 1) + t), channels);
-            },
-            [=](uint32_t t) {
-                const auto [lo, hi] = krl::interleave(Format::encode(load<f32v>(src.row(0) + t)),
-                                                      Format::encode(load<f32v>(src.row(1) + t)));
-                store_raw<Format>(packed + 2 * t, lo);
-                store_raw<Format>(packed + 2 * t + width, hi);
+            [=](auto n, uint32_t c, uint32_t t) {
+                f32v raw[n];
+                encode(raw, c, t);
+                store_lanes<Lane>(packed + t * channels + c, raw, channels);
             },
             [=](uint32_t c, uint32_t t) { store_one<Format>(packed + t * channels + c, src.row(c)[t]); });
     });

@@ -6,6 +6,7 @@
 namespace krl {
 
 template <class V> struct lane_pair { V a, b; };
+template <class V> struct lane_triple { V a, b, c; };
 template <class V> lane_pair(V, V) -> lane_pair<V>; // clang 14 does not deduce aggregates by itself
 
 // ---- within a vector and between two -------------------------------------------------------------------------------
@@ -26,6 +27,10 @@ KRL_INLINE f32x4 twice_even(f32x4 v) { return __builtin_shufflevector(v, v, 0, 0
 KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
 KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
+// Transposes 2x2 tiles: the even lanes of a and b in turns, and the odd ones.
+KRL_INLINE lane_pair<f32x4> transpose_pairs(f32x4 a, f32x4 b) {
+    return {__builtin_shufflevector(a, b, 0, 4, 2, 6), __builtin_shufflevector(a, b, 1, 5, 3, 7)};
+}
 KRL_INLINE f32x4 even_odd(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 5, 2, 7); }
 // Every lane one place up, `first` in the lowest.
 KRL_INLINE f32x4 shift_in(f32x4 v, float first) {
@@ -54,6 +59,10 @@ KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0
 KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7); }
 KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
 KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
+KRL_INLINE lane_pair<f32x8> transpose_pairs(f32x8 a, f32x8 b) {
+    return {__builtin_shufflevector(a, b, 0, 8, 2, 10, 4, 12, 6, 14),
+            __builtin_shufflevector(a, b, 1, 9, 3, 11, 5, 13, 7, 15)};
+}
 KRL_INLINE f32x8 even_odd(f32x8 a, f32x8 b) { return __builtin_shufflevector(a, b, 0, 9, 2, 11, 4, 13, 6, 15); }
 KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
     v = __builtin_shufflevector(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
@@ -64,6 +73,29 @@ KRL_INLINE f32x8 shift_in(f32x8 v, float first) {
 // ---- tiles of four -------------------------------------------------------------------------------------------------
 
 // Transposes 4x4 tiles: lane i of row j becomes lane j of row i. Wider vectors hold two tiles side by side.
+#if defined(KRL_NEON)
+// By trn throughout, which compilers do not choose for halves: some CPUs take three times as long for zip.
+KRL_INLINE f32x4 lower_halves(f32x4 a, f32x4 b) {
+    f32x4 r;
+    asm("trn1 %0.2d, %1.2d, %2.2d" : "=w"(r) : "w"(a), "w"(b));
+    return r;
+}
+KRL_INLINE f32x4 upper_halves(f32x4 a, f32x4 b) {
+    f32x4 r;
+    asm("trn2 %0.2d, %1.2d, %2.2d" : "=w"(r) : "w"(a), "w"(b));
+    return r;
+}
+KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
+    const auto [ab_even, ab_odd] = transpose_pairs(a, b);
+    const auto [cd_even, cd_odd] = transpose_pairs(c, d);
+    a = lower_halves(ab_even, cd_even);
+    b = lower_halves(ab_odd, cd_odd);
+    c = upper_halves(ab_even, cd_even);
+    d = upper_halves(ab_odd, cd_odd);
+}
+#else
+KRL_INLINE f32x4 lower_halves(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 4, 5); }
+KRL_INLINE f32x4 upper_halves(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 2, 3, 6, 7); }
 KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [ac_lo, ac_hi] = interleave(a, c);
     auto [bd_lo, bd_hi] = interleave(b, d);
@@ -71,6 +103,7 @@ KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
     auto [r2, r3] = interleave(ac_hi, bd_hi);
     a = r0, b = r1, c = r2, d = r3;
 }
+#endif
 #if KRL_LANES == 8
 KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
     const f32x8 ab_lo = __builtin_shufflevector(a, b, 0, 8, 1, 9, 4, 12, 5, 13);
@@ -99,6 +132,77 @@ template <class F> KRL_INLINE f32v from_halves(F f) { return beside(f(0), f(1));
 #else
 KRL_INLINE f32x4 half(f32v v, int) { return v; }
 template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
+#endif
+
+// ---- three by three -------------------------------------------------------------------------------------------------
+
+// Reads a0 b0 c0 a1 b1 c1 .., in memory of any alignment, as three vectors, and writes them so.
+#if defined(KRL_NEON)
+KRL_INLINE lane_triple<f32x4> load_three(const void* p) {
+    const float32x4x3_t v = vld3q_f32(static_cast<const float*>(p));
+    return {(f32x4)v.val[0], (f32x4)v.val[1], (f32x4)v.val[2]};
+}
+KRL_INLINE void store_three(void* p, lane_triple<f32x4> v) {
+    vst3q_f32(static_cast<float*>(p), float32x4x3_t{{(float32x4_t)v.a, (float32x4_t)v.b, (float32x4_t)v.c}});
+}
+#else
+namespace detail {
+
+// Lane i of every group of four from the vector of the number that is given for it.
+template <int n0, int n1, int n2, int n3> KRL_INLINE f32x4 pick_of_three(lane_triple<f32x4> v) {
+    constexpr auto of_two = [](int n, int i) { return n == 1 ? i + 4 : i; };
+    constexpr auto of_last = [](int n, int i) { return n == 2 ? i + 4 : i; };
+    const f32x4 ab = __builtin_shufflevector(v.a, v.b, of_two(n0, 0), of_two(n1, 1), of_two(n2, 2), of_two(n3, 3));
+    return __builtin_shufflevector(ab, v.c, of_last(n0, 0), of_last(n1, 1), of_last(n2, 2), of_last(n3, 3));
+}
+template <int i0, int i1, int i2, int i3> KRL_INLINE f32x4 permute_group(f32x4 v) {
+    return __builtin_shufflevector(v, v, i0, i1, i2, i3);
+}
+#    if KRL_LANES == 8
+template <int n0, int n1, int n2, int n3> KRL_INLINE f32x8 pick_of_three(lane_triple<f32x8> v) {
+    constexpr int second = (n0 == 1) | (n1 == 1) << 1 | (n2 == 1) << 2 | (n3 == 1) << 3;
+    constexpr int third = (n0 == 2) | (n1 == 2) << 1 | (n2 == 2) << 2 | (n3 == 2) << 3;
+    return _mm256_blend_ps(_mm256_blend_ps(v.a, v.b, second * 0x11), v.c, third * 0x11);
+}
+template <int i0, int i1, int i2, int i3> KRL_INLINE f32x8 permute_group(f32x8 v) {
+    return _mm256_permute_ps(v, i0 | i1 << 2 | i2 << 4 | i3 << 6);
+}
+#    endif
+
+// In a group of twelve values, a vector's lane of a stands where b's and c's do not: what each of them has is picked, and
+// one permutation sorts it.
+template <class V> KRL_INLINE lane_triple<V> split_three(lane_triple<V> v) {
+    return {permute_group<0, 3, 2, 1>(pick_of_three<0, 2, 1, 0>(v)),
+            permute_group<1, 0, 3, 2>(pick_of_three<1, 0, 2, 1>(v)),
+            permute_group<2, 1, 0, 3>(pick_of_three<2, 1, 0, 2>(v))};
+}
+template <class V> KRL_INLINE lane_triple<V> join_three(lane_triple<V> v) {
+    v = {permute_group<0, 3, 2, 1>(v.a), permute_group<1, 0, 3, 2>(v.b), permute_group<2, 1, 0, 3>(v.c)};
+    return {pick_of_three<0, 1, 2, 0>(v), pick_of_three<1, 2, 0, 1>(v), pick_of_three<2, 0, 1, 2>(v)};
+}
+
+} // namespace detail
+
+KRL_INLINE lane_triple<f32v> load_three(const void* memory) {
+    const auto* p = static_cast<const char*>(memory);
+    const auto group = [p](int i) { // vector i of every group of twelve
+        return from_halves([=](int h) {
+            f32x4 v;
+            __builtin_memcpy(&v, p + (3 * h + i) * sizeof v, sizeof v);
+            return v;
+        });
+    };
+    return detail::split_three(lane_triple<f32v>{group(0), group(1), group(2)});
+}
+KRL_INLINE void store_three(void* memory, lane_triple<f32v> v) {
+    auto* p = static_cast<char*>(memory);
+    v = detail::join_three(v);
+    for (int h = 0; h < halves; h++)
+        for (int i = 0; i < 3; i++) {
+            const f32x4 group = half(i == 0 ? v.a : i == 1 ? v.b : v.c, h);
+            __builtin_memcpy(p + (3 * h + i) * sizeof group, &group, sizeof group);
+        }
+}
 #endif
 
 // Four lanes from 4*i on: of v[0], or, for W = f32x8, of v[0] and then of v[4].
