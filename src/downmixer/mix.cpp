@@ -27,11 +27,11 @@ float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32
         const uint32_t used = matrix.used_inputs[o];
         if (frames == tile_frames)
             peaks = mix_row<f32v, groups>(
-                out.row(o), gains, used, [&](int i) { return in.row(i); }, peaks);
+                out.row(o), gains, used, [&](uint32_t i) { return in.row(i); }, peaks);
         else
             for (uint32_t t = 0; t < frames; t++)
                 peak = mix_row<float, 1>(
-                    out.row(o) + t, gains, used, [&](int i) { return in.row(i) + t; }, peak);
+                    out.row(o) + t, gains, used, [&](uint32_t i) { return in.row(i) + t; }, peak);
     }
     const float whole = max_of_magnitudes(peaks);
     return whole > peak ? whole : peak;

@@ -108,35 +108,46 @@ struct Rows {
 // Delays `count` consecutive sub-blocks of every row by one sub-block and fades each: the gain moves from one value to
 // the other along the window. The order of operations fixes the rounding.
 //
-// A few columns of vectors from `column` on go through all rows and sub-blocks at a time, so that the window, and what
-// a sub-block leaves to the next one, stay in registers.
+// A few columns of vectors from `column` on go through all rows and sub-blocks at a time, so that the window stays in
+// registers; the last sub-block first, so that what a sub-block takes from the one before is still there to be read.
 template <int columns>
 KRL_INLINE void crossfade_columns(const korvex_ht_kvlim& l, uint32_t column, const Rows& rows, const Fade* fades,
                                   uint32_t count) {
     constexpr uint32_t width = lanes<f32v>;
     const uint32_t n = l.subblock_len;
-    f32v rising[columns], falling[columns], delayed[columns];
+    f32v rising[columns], falling[columns];
     for (int j = 0; j < columns; j++) {
         const uint32_t i = column + j * width;
         rising[j] = load<f32v>(l.window + i);
         falling[j] = reverse(load<f32v>(l.window + n - width - i));
     }
+    const auto load_columns = [](f32v(&x)[columns], const float* p) {
+        for (int j = 0; j < columns; j++)
+            x[j] = load<f32v>(p + j * width);
+    };
+    const auto store_columns = [](float* p, const f32v(&x)[columns]) {
+        for (int j = 0; j < columns; j++)
+            store(p + j * width, x[j]);
+    };
     float* delay = l.delay + size_t{rows.first_channel} * n + column;
     for (uint32_t c = 0; c < rows.channels; c++, delay += n) {
-        for (int j = 0; j < columns; j++)
-            delayed[j] = load<f32v>(delay + j * width);
-        const float* in = rows.in + c * rows.length + column;
-        float* out = rows.out + c * rows.length + column;
-        for (uint32_t k = 0; k < count; k++, in += n, out += n) {
+        const size_t last = c * rows.length + column + size_t{count - 1} * n;
+        const float* in = rows.in + last;
+        float* out = rows.out + last;
+        f32v x[columns];
+        float newest[columns * width];
+        load_columns(x, in);
+        store_columns(newest, x);
+        for (uint32_t k = count; k-- > 0; out -= n) {
             const Fade fade = fades[k];
-            for (int j = 0; j < columns; j++) {
-                const f32v y = delayed[j];
-                delayed[j] = load<f32v>(in + j * width);
-                store(out + j * width, fma(falling[j], fade.from * y, (fade.to * y) * rising[j]) * boost_scale);
-            }
+            in -= n;
+            load_columns(x, k > 0 ? in : delay);
+            for (int j = 0; j < columns; j++)
+                x[j] = fma(falling[j], fade.from * x[j], (fade.to * x[j]) * rising[j]) * boost_scale;
+            store_columns(out, x);
         }
-        for (int j = 0; j < columns; j++)
-            store(delay + j * width, delayed[j]);
+        load_columns(x, newest);
+        store_columns(delay, x);
     }
 }
 

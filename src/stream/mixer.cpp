@@ -80,7 +80,7 @@ float Mixer::mix_steady(PlanarBuffer out, PlanarBuffer in) const {
     f32v peaks = splat<f32v>(0.0f);
     for (uint32_t o = 0; o < outputs_; o++)
         peaks = downmixer::mix_row<f32v, groups>(
-            out.row(o), now_.of[o], used_[o], [&](int c) { return in.row(channel_[c]); }, peaks);
+            out.row(o), now_.of[o], used_[o], [&](uint32_t c) { return in.row(channel_[c]); }, peaks);
     return max_of_magnitudes(peaks);
 }
 
