@@ -20,21 +20,21 @@ void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t output
 float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32_t frames) {
     const Matrix matrix = shared_matrix; // stores to the rows cannot change the copy
     constexpr int groups = tile_frames / lanes<f32v>;
-    f32v peaks = splat<f32v>(0.0f);
-    float peak = 0.0f;
+    f32v peaks[peak_chains] = {};
+    float peak[1] = {};
     for (uint32_t o = 0; o < matrix.outputs; o++) {
         const float* gains = matrix.gains + o * matrix.inputs;
         const uint32_t used = matrix.used_inputs[o];
         if (frames == tile_frames)
-            peaks = mix_row<f32v, groups>(
+            mix_row<f32v, groups>(
                 out.row(o), gains, used, [&](uint32_t i) { return in.row(i); }, peaks);
         else
             for (uint32_t t = 0; t < frames; t++)
-                peak = mix_row<float, 1>(
+                mix_row<float, 1>(
                     out.row(o) + t, gains, used, [&](uint32_t i) { return in.row(i) + t; }, peak);
     }
-    const float whole = max_of_magnitudes(peaks);
-    return whole > peak ? whole : peak;
+    const float whole = greatest(peaks);
+    return whole > peak[0] ? whole : peak[0];
 }
 
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,

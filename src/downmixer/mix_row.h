@@ -13,33 +13,61 @@ template <class F> KRL_INLINE void for_each_used(uint32_t used, F f) {
         f(static_cast<uint32_t>(__builtin_ctz(used)));
 }
 
-// Mixes `groups` vectors of frames of the inputs in `used`, input i being at row_of(i), into out. Returns `peak`, raised
-// to the greatest magnitudes stored; NaN does not count. Products are rounded and added in input order. The sum starts
-// from +0, so that a row whose products are all -0 gives +0; a zero gain is no term at all, so that it does not turn an
-// infinite sample into NaN.
-template <class V, int groups, class RowOf>
-KRL_INLINE V mix_row(float* out, const float* gains, uint32_t used, RowOf row_of, V peak) {
+// Mixes `groups` vectors of frames of the inputs in `used`, input i being at row_of(i), into out. Raises `peaks`, which
+// are numbers, to the greatest magnitudes stored; NaN does not count. Products are rounded and added in input order. The
+// sum starts from +0, so that a row whose products are all -0 gives +0; a zero gain is no term at all, so that it does
+// not turn an infinite sample into NaN.
+//
+// Most rows have one to three terms: those are added in straight code, further ones in a loop.
+template <class V, int groups, int chains, class RowOf>
+KRL_INLINE void mix_row(float* out, const float* gains, uint32_t used, RowOf row_of, V (&peaks)[chains]) {
     V sum[groups];
-    const V zero = krl::splat<V>(0.0f);
-    const auto add = [&](auto to, uint32_t i) __attribute__((always_inline)) {
-        const float* x = row_of(i);
-        const float gain = gains[i];
-        for (int g = 0; g < groups; g++)
-            sum[g] = to(g) + krl::load<V>(x + g * krl::lanes<V>) * gain;
+    const float* x[3];
+    float gain[3];
+    const auto take = [&](int n) __attribute__((always_inline)) {
+        const auto i = static_cast<uint32_t>(__builtin_ctz(used));
+        used &= used - 1;
+        x[n] = row_of(i);
+        gain[n] = gains[i];
     };
-    if (used != 0) { // many rows have just one term
-        add([&](int) { return zero; }, static_cast<uint32_t>(__builtin_ctz(used)));
-        for_each_used(
-            used & (used - 1), [&](uint32_t i) __attribute__((always_inline)) { add([&](int g) { return sum[g]; }, i); });
+    const auto term = [&](int n, int g) { return krl::load<V>(x[n] + g * krl::lanes<V>) * gain[n]; };
+    const auto start_with = [&](int terms) __attribute__((always_inline)) {
+        for (int g = 0; g < groups; g++)
+            sum[g] = krl::splat<V>(0.0f);
+        for (int n = 0; n < terms; n++)
+            for (int g = 0; g < groups; g++)
+                sum[g] = sum[g] + term(n, g);
+    };
+    if (used == 0) {
+        start_with(0);
+    } else if (take(0); used == 0) {
+        start_with(1);
+    } else if (take(1); used == 0) {
+        start_with(2);
     } else {
-        for (V& s : sum)
-            s = zero;
+        take(2);
+        start_with(3);
+        while (used != 0) {
+            take(0);
+            for (int g = 0; g < groups; g++)
+                sum[g] = sum[g] + term(0, g);
+        }
     }
     for (int g = 0; g < groups; g++) {
         krl::store(out + g * krl::lanes<V>, sum[g]);
-        peak = krl::max_of_number(krl::abs(sum[g]), peak);
+        peaks[g % chains] = krl::max_of_number(krl::abs(sum[g]), peaks[g % chains]);
     }
-    return peak;
+}
+
+// Whole tiles are mixed with this many chains of maxima, so that one does not wait for the other.
+inline constexpr int peak_chains = 2;
+
+// The greatest of the peaks.
+template <class V, int chains> KRL_INLINE float greatest(const V (&peaks)[chains]) {
+    V peak = peaks[0];
+    for (const V& p : peaks)
+        peak = krl::max_of_number(p, peak);
+    return krl::max_of_magnitudes(peak);
 }
 
 } // namespace korla::downmixer
