@@ -9,7 +9,7 @@ namespace {
 
 // ---- through the work buffers --------------------------------------------------------------------------------------
 
-// Tiles are mixed, limited and written back in groups, which stay in the nearest cache on their way.
+// Tiles are read, mixed, limited and written back in groups, which stay in the nearest cache on their way.
 constexpr uint32_t group_frames = 256, group_tiles = group_frames / tile_frames;
 
 struct Chunk {
@@ -17,22 +17,19 @@ struct Chunk {
     const korvex_downmixer_buffer &in, &out;
     uint32_t frames;
 
-    // The frames of a tile that the chunk fills.
-    uint32_t frames_of_tile(uint32_t first) const { return std::min(tile_frames, frames - std::min(frames, first)); }
+    // Of `count` frames from `first` on, those that the chunk fills.
+    uint32_t frames_from(uint32_t first, uint32_t count) const { return std::min(count, frames - std::min(frames, first)); }
 };
 
-// Converts and mixes one tile. Returns the peak of all of it: behind the chunk's end, `out` still holds what the
-// limiter gave in earlier calls, and that goes through the limiter again, because the limiter always advances by a
-// whole block.
-float mix_tile(const Chunk& chunk, ReadTile read, uint32_t first) {
+// Mixes one tile. Returns the peak of all of it: behind the chunk's end, `out` still holds what the limiter gave in
+// earlier calls, and that goes through the limiter again, because the limiter always advances by a whole block.
+float mix_tile(const Chunk& chunk, uint32_t first) {
     const Matrix& matrix = chunk.state.matrix;
-    const PlanarBuffer converted = chunk.state.in.from(first), mixed = chunk.state.out.from(first);
-    const uint32_t n = chunk.frames_of_tile(first);
+    const PlanarBuffer mixed = chunk.state.out.from(first);
+    const uint32_t n = chunk.frames_from(first, tile_frames);
     float peak = 0.0f;
-    if (n > 0) {
-        read(converted, chunk.in, matrix.inputs, first, n);
-        peak = mix(mixed, matrix, converted, n);
-    }
+    if (n > 0)
+        peak = mix(mixed, matrix, chunk.state.in.from(first), n);
     if (n < tile_frames)
         for (uint32_t c = 0; c < matrix.outputs; c++)
             peak = limiter::peak_of(mixed.row(c), tile_frames, peak);
@@ -40,18 +37,19 @@ float mix_tile(const Chunk& chunk, ReadTile read, uint32_t first) {
 }
 
 // The gain computer follows one tile behind the mixing; then all channels are delayed and faded in one run.
-void mix_and_limit(const Chunk& chunk, ReadTile read, uint32_t first, uint32_t tiles) {
+void mix_and_limit(const Chunk& chunk, ReadFrames read, uint32_t first, uint32_t tiles) {
     korvex_downmixer_state& state = chunk.state;
     limiter::Fade fades[group_tiles];
+    if (const uint32_t n = chunk.frames_from(first, tiles * tile_frames); n > 0)
+        read(state.in.from(first), chunk.in, state.matrix.inputs, first, n);
     for (uint32_t k = 0; k < tiles; k++)
-        fades[k] = limiter::next_fade(*state.limiter, mix_tile(chunk, read, first + k * tile_frames));
+        fades[k] = limiter::next_fade(*state.limiter, mix_tile(chunk, first + k * tile_frames));
     limiter::delay_and_fade(*state.limiter, state.out.from(first).samples, state.out.row_length, fades, tiles);
 }
 
-void write_back(const Chunk& chunk, WriteTile write, uint32_t first, uint32_t tiles) {
-    for (uint32_t k = 0; k < tiles; k++, first += tile_frames)
-        if (const uint32_t n = chunk.frames_of_tile(first); n > 0)
-            write(chunk.out, chunk.state.out.from(first), chunk.state.matrix.outputs, first, n);
+void write_back(const Chunk& chunk, WriteFrames write, uint32_t first, uint32_t tiles) {
+    if (const uint32_t n = chunk.frames_from(first, tiles * tile_frames); n > 0)
+        write(chunk.out, chunk.state.out.from(first), chunk.state.matrix.outputs, first, n);
 }
 
 // f(first frame, tiles) for every group.
@@ -65,8 +63,8 @@ template <class F> void for_each_group(uint32_t block, F f) {
 void process_staged(const Chunk& chunk) {
     const Matrix& matrix = chunk.state.matrix;
     const uint32_t block = chunk.state.block;
-    const ReadTile read = reader_of(chunk.in, matrix.inputs);
-    const WriteTile write = writer_of(chunk.out, matrix.outputs);
+    const ReadFrames read = reader_of(chunk.in, matrix.inputs);
+    const WriteFrames write = writer_of(chunk.out, matrix.outputs);
     const bool read_all_first =
         block > group_frames && share_memory(chunk.in, matrix.inputs, chunk.out, matrix.outputs, chunk.frames);
     for_each_group(block, [&](uint32_t first, uint32_t tiles) {
@@ -90,9 +88,8 @@ void process_direct(const Chunk& chunk) {
     out.channel_count = std::max(out.channel_count, state.matrix.outputs);
     void* rows[max_inputs];
     if (share_memory(in, inputs, out, out.channel_count, chunk.frames)) {
-        const ReadTile read = reader_of(in, inputs);
-        for (uint32_t first = 0; first < chunk.frames; first += tile_frames)
-            read(state.in.from(first), in, inputs, first, chunk.frames_of_tile(first));
+        const ReadFrames read = reader_of(in, inputs);
+        read(state.in, in, inputs, 0, chunk.frames);
         for (uint32_t c = 0; c < inputs; c++)
             rows[c] = state.in.row(c);
         in = {inputs, 1, KORVEX_FORMAT_FLOAT, rows};

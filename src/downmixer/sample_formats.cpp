@@ -180,8 +180,8 @@ template <class Format> void store_run(typename Format::Slot* dst, const float* 
 
 // ---- between packed frames and rows --------------------------------------------------------------------------------
 //
-// Raw lanes of a vector of frames are moved together, one, two or four neighbours at a time, or all that frames of up to
-// three lanes have. Half h of a vector of frames holds frames 4h .. 4h + 3.
+// Raw lanes of eight frames are moved together, one, two or four neighbours at a time, or all that frames of up to three
+// lanes have.
 
 // A raw lane of a packed frame: the sample of one channel.
 template <class Format> struct FrameLane : Format {
@@ -206,109 +206,117 @@ template <> struct FrameLane<Int16> {
     }
 };
 
+// A lane of eight frames. Half h of a vector of frames holds frames 4h .. 4h + 3 of it.
+constexpr uint32_t step_frames = 8;
+constexpr int vectors = step_frames / lanes<f32v>;
+struct RawLane {
+    f32v of[vectors];
+};
+
 template <class Lane, int count>
-KRL_INLINE void load_lanes(f32v (&raw)[count], const typename Lane::Slot* p, uint32_t channels) {
-    const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
-    if constexpr (count == 4) {
-        for (int i = 0; i < 4; i++)
-            raw[i] = from_halves([=](int h) { return Lane::load4(frame(h, i)); });
-        transpose(raw[0], raw[1], raw[2], raw[3]);
-    } else if constexpr (count == 2) {
-        const auto two_frames = [=](int i) {
-            return from_halves([=](int h) {
-                return __builtin_shufflevector(Lane::load2(frame(h, i)), Lane::load2(frame(h, i + 2)), 0, 1, 2, 3);
-            });
-        };
-        const auto [a, b] = transpose_pairs(two_frames(0), two_frames(1));
-        raw[0] = a, raw[1] = b;
-    } else {
-        const auto at = [=](int h, int i) { return load_bytes<float>(frame(h, i)); };
-        raw[0] = from_halves([=](int h) { return f32x4{at(h, 0), at(h, 1), at(h, 2), at(h, 3)}; });
+KRL_INLINE void load_lanes(RawLane (&raw)[count], const typename Lane::Slot* p, uint32_t channels) {
+    for (int v = 0; v < vectors; v++, p += lanes<f32v> * channels) {
+        const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
+        if constexpr (count == 4) {
+            for (int i = 0; i < 4; i++)
+                raw[i].of[v] = from_halves([=](int h) { return Lane::load4(frame(h, i)); });
+            transpose(raw[0].of[v], raw[1].of[v], raw[2].of[v], raw[3].of[v]);
+        } else if constexpr (count == 2) {
+            const auto two_frames = [=](int i) {
+                return from_halves([=](int h) {
+                    return __builtin_shufflevector(Lane::load2(frame(h, i)), Lane::load2(frame(h, i + 2)), 0, 1, 2, 3);
+                });
+            };
+            const auto [a, b] = transpose_pairs(two_frames(0), two_frames(1));
+            raw[0].of[v] = a, raw[1].of[v] = b;
+        } else {
+            const auto at = [=](int h, int i) { return load_bytes<float>(frame(h, i)); };
+            raw[0].of[v] = from_halves([=](int h) { return f32x4{at(h, 0), at(h, 1), at(h, 2), at(h, 3)}; });
+        }
     }
 }
 template <class Lane, int count>
-KRL_INLINE void store_lanes(typename Lane::Slot* p, f32v (&raw)[count], uint32_t channels) {
-    const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
-    if constexpr (count == 4)
-        transpose(raw[0], raw[1], raw[2], raw[3]);
-    if constexpr (count == 2) {
-        const auto [a, b] = transpose_pairs(raw[0], raw[1]);
-        raw[0] = a, raw[1] = b;
-    }
-    for (int h = 0; h < halves; h++)
-        for (int i = 0; i < 4; i++) {
-            if constexpr (count == 4) {
-                Lane::store4(frame(h, i), half(raw[i], h));
-            } else if constexpr (count == 2) {
-                const f32x4 two_frames = half(raw[i % 2], h);
-                Lane::store2(frame(h, i), i < 2 ? lower_pair(two_frames) : upper_pair(two_frames));
-            } else {
-                store_bytes<float>(frame(h, i), half(raw[0], h)[i]);
-            }
+KRL_INLINE void store_lanes(typename Lane::Slot* p, RawLane (&raw)[count], uint32_t channels) {
+    for (int v = 0; v < vectors; v++, p += lanes<f32v> * channels) {
+        const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
+        if constexpr (count == 4)
+            transpose(raw[0].of[v], raw[1].of[v], raw[2].of[v], raw[3].of[v]);
+        if constexpr (count == 2) {
+            const auto [a, b] = transpose_pairs(raw[0].of[v], raw[1].of[v]);
+            raw[0].of[v] = a, raw[1].of[v] = b;
         }
+        for (int h = 0; h < halves; h++)
+            for (int i = 0; i < 4; i++) {
+                if constexpr (count == 4) {
+                    Lane::store4(frame(h, i), half(raw[i].of[v], h));
+                } else if constexpr (count == 2) {
+                    const f32x4 two_frames = half(raw[i % 2].of[v], h);
+                    Lane::store2(frame(h, i), i < 2 ? lower_pair(two_frames) : upper_pair(two_frames));
+                } else {
+                    store_bytes<float>(frame(h, i), half(raw[0].of[v], h)[i]);
+                }
+            }
+    }
 }
 
-template <class Lane, int count> KRL_INLINE void load_whole(f32v (&raw)[count], const typename Lane::Slot* p) {
-    if constexpr (count == 3) {
-        const auto [a, b, c] = load_three(p);
-        raw[0] = a, raw[1] = b, raw[2] = c;
-    } else {
-        for (int i = 0; i < count; i++)
-            raw[i] = load_raw<Lane, Lane::channels>(p + i * lanes<f32v> * Lane::channels);
-    }
-    if constexpr (count == 2) {
-        const auto [a, b] = krl::deinterleave(raw[0], raw[1]);
-        raw[0] = a, raw[1] = b;
+template <class Lane, int count> KRL_INLINE void load_whole(RawLane (&raw)[count], const typename Lane::Slot* p) {
+    constexpr uint32_t slots = lanes<f32v> * Lane::channels; // in a vector
+    for (int v = 0; v < vectors; v++, p += count * slots) {
+        if constexpr (count == 1) {
+            raw[0].of[v] = load_raw<Lane, Lane::channels>(p);
+        } else if constexpr (count == 2) {
+            const auto [a, b] = krl::deinterleave(load_raw<Lane, Lane::channels>(p),
+                                                  load_raw<Lane, Lane::channels>(p + slots));
+            raw[0].of[v] = a, raw[1].of[v] = b;
+        } else {
+            const auto [a, b, c] = load_three(p);
+            raw[0].of[v] = a, raw[1].of[v] = b, raw[2].of[v] = c;
+        }
     }
 }
-template <class Lane, int count> KRL_INLINE void store_whole(typename Lane::Slot* p, f32v (&raw)[count]) {
-    if constexpr (count == 3)
-        return store_three(p, {raw[0], raw[1], raw[2]});
-    if constexpr (count == 2) {
-        const auto [lo, hi] = krl::interleave(raw[0], raw[1]);
-        raw[0] = lo, raw[1] = hi;
+template <class Lane, int count> KRL_INLINE void store_whole(typename Lane::Slot* p, RawLane (&raw)[count]) {
+    constexpr uint32_t slots = lanes<f32v> * Lane::channels;
+    for (int v = 0; v < vectors; v++, p += count * slots) {
+        if constexpr (count == 1) {
+            store_raw<Lane, Lane::channels>(p, raw[0].of[v]);
+        } else if constexpr (count == 2) {
+            const auto [lo, hi] = krl::interleave(raw[0].of[v], raw[1].of[v]);
+            store_raw<Lane, Lane::channels>(p, lo);
+            store_raw<Lane, Lane::channels>(p + slots, hi);
+        } else {
+            store_three(p, {raw[0].of[v], raw[1].of[v], raw[2].of[v]});
+        }
     }
-    for (int i = 0; i < count; i++)
-        store_raw<Lane, Lane::channels>(p + i * lanes<f32v> * Lane::channels, raw[i]);
 }
 
 template <uint32_t n> using number = std::integral_constant<uint32_t, n>;
 
-// Calls f(channels, frames), with compile-time numbers for whole tiles of the usual channel counts.
-template <class F> KRL_INLINE void with_usual_shape(uint32_t channels, uint32_t frames, F f) {
-    constexpr number<tile_frames> tile{};
-    if (frames == tile_frames)
-        switch (channels) {
-        case 2: return f(number<2>{}, tile);
-        case 6: return f(number<6>{}, tile);
-        case 8: return f(number<8>{}, tile);
-        case 12: return f(number<12>{}, tile);
-        }
-    f(channels, frames);
+// Calls f(channels), with compile-time numbers for the usual channel counts.
+template <class F> KRL_INLINE void with_usual_channels(uint32_t channels, F f) {
+    switch (channels) {
+    case 2: return f(number<2>{});
+    case 6: return f(number<6>{});
+    case 8: return f(number<8>{});
+    case 12: return f(number<12>{});
+    default: return f(channels);
+    }
 }
 
-// Walks packed frames by vectors of frames from t on: whole(n, t) where all frames have is n lanes, some(n, c, t) for n
-// lanes from channel c on, and one(c, t) for single samples.
+// Walks packed frames: whole(n) where all that frames have is n lanes, some(n, c) for n lanes from channel c on, and
+// one(c, t) for single samples of the last few frames.
 template <class Lane, class Whole, class Some, class One>
-KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Whole whole, Some some, One one) {
-    constexpr uint32_t width = lanes<f32v>;
-    const uint32_t end = frames / width * width;
+KRL_INLINE void for_each_lane(uint32_t channels, uint32_t frames, Whole whole, Some some, One one) {
     uint32_t c = 0;
     const auto whole_frames = [&](auto n) __attribute__((always_inline)) {
         if constexpr (n <= Lane::most_lanes_of_whole_frames)
             if (channels == n * Lane::channels) {
-                for (uint32_t t = 0; t < end; t += width)
-                    whole(n, t);
+                whole(n);
                 c = channels;
             }
     };
-    const auto some_at = [&](auto n, uint32_t first) __attribute__((always_inline)) {
-        for (uint32_t t = 0; t < end; t += width)
-            some(n, first, t);
-    };
     const auto some_lanes = [&](auto n) __attribute__((always_inline)) {
         for (; c + n * Lane::channels <= channels; c += n * Lane::channels)
-            some_at(n, c);
+            some(n, c);
     };
     whole_frames(number<1>{});
     whole_frames(number<2>{});
@@ -318,63 +326,92 @@ KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Whole whole, S
     if constexpr (Lane::channels == 2)
         some_lanes(number<1>{});
     if (c < channels) // an odd last one goes with its neighbour, once more
-        some_at(number<2 / Lane::channels>{}, channels - 2);
-    for (uint32_t t = end; t < frames; t++)
+        some(number<2 / Lane::channels>{}, channels - 2);
+    for (uint32_t t = frames / step_frames * step_frames; t < frames; t++)
         for (c = 0; c < channels; c++)
             one(c, t);
 }
 
+// Moves `count` lanes from channel c on, eight frames at a time: step(raw, packed frame, rows at that frame).
+template <class Lane, int count, class Slot, class Step>
+KRL_INLINE void move_lanes(Slot* packed, PlanarBuffer rows, uint32_t c, size_t channels, uint32_t frames, Step step) {
+    constexpr int n = count * Lane::channels;
+    float* row[n];
+    for (int i = 0; i < n; i++)
+        row[i] = rows.row(c + i);
+    packed += c;
+    for (uint32_t left = frames / step_frames; left > 0; left--) {
+        step(packed, row);
+        packed += step_frames * channels;
+        for (float*& r : row)
+            r += step_frames;
+    }
+}
+
+template <class Lane, int count> KRL_INLINE void decode(const RawLane (&raw)[count], float* const* row) {
+    for (const RawLane& lane : raw) {
+        f32v samples[vectors][Lane::channels];
+        for (int v = 0; v < vectors; v++)
+            Lane::decode(samples[v], lane.of[v]);
+        for (uint32_t i = 0; i < Lane::channels; i++, row++)
+            for (int v = 0; v < vectors; v++)
+                store(*row + v * lanes<f32v>, samples[v][i]);
+    }
+}
+template <class Lane, int count> KRL_INLINE void encode(RawLane (&raw)[count], const float* const* row) {
+    for (RawLane& lane : raw) {
+        f32v samples[vectors][Lane::channels];
+        for (uint32_t i = 0; i < Lane::channels; i++, row++)
+            for (int v = 0; v < vectors; v++)
+                samples[v][i] = load<f32v>(*row + v * lanes<f32v>);
+        for (int v = 0; v < vectors; v++)
+            lane.of[v] = Lane::encode(samples[v]);
+    }
+}
+
 template <class Format>
-void deinterleave(PlanarBuffer dst, const typename Format::Slot* packed, uint32_t channel_count, uint32_t frame_count) {
+void deinterleave(PlanarBuffer dst, const typename Format::Slot* packed, uint32_t channel_count, uint32_t frames) {
     using Lane = FrameLane<Format>;
-    const auto decode = [=](const auto& raw, uint32_t c, uint32_t t) __attribute__((always_inline)) {
-        for (const f32v& lane : raw) {
-            f32v samples[Lane::channels];
-            Lane::decode(samples, lane);
-            for (const f32v& sample : samples)
-                store(dst.row(c++) + t, sample);
-        }
-    };
-    with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
-        for_each_tile<Lane>(
+    with_usual_channels(channel_count, [=](auto channels) {
+        for_each_lane<Lane>(
             channels, frames,
-            [=](auto n, uint32_t t) {
-                f32v raw[n];
-                load_whole<Lane>(raw, packed + t * channels);
-                decode(raw, 0, t);
+            [=](auto n) {
+                move_lanes<Lane, n>(packed, dst, 0, channels, frames, [=](auto* p, float* const* row) {
+                    RawLane raw[n];
+                    load_whole<Lane>(raw, p);
+                    decode<Lane>(raw, row);
+                });
             },
-            [=](auto n, uint32_t c, uint32_t t) {
-                f32v raw[n];
-                load_lanes<Lane>(raw, packed + t * channels + c, channels);
-                decode(raw, c, t);
+            [=](auto n, uint32_t c) {
+                move_lanes<Lane, n>(packed, dst, c, channels, frames, [=](auto* p, float* const* row) {
+                    RawLane raw[n];
+                    load_lanes<Lane>(raw, p, channels);
+                    decode<Lane>(raw, row);
+                });
             },
             [=](uint32_t c, uint32_t t) { dst.row(c)[t] = load_one<Format>(packed + t * channels + c); });
     });
 }
 
 template <class Format>
-void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channel_count, uint32_t frame_count) {
+void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channel_count, uint32_t frames) {
     using Lane = FrameLane<Format>;
-    const auto encode = [=](auto& raw, uint32_t c, uint32_t t) __attribute__((always_inline)) {
-        for (f32v& lane : raw) {
-            f32v samples[Lane::channels];
-            for (f32v& sample : samples)
-                sample = load<f32v>(src.row(c++) + t);
-            lane = Lane::encode(samples);
-        }
-    };
-    with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
-        for_each_tile<Lane>(
+    with_usual_channels(channel_count, [=](auto channels) {
+        for_each_lane<Lane>(
             channels, frames,
-            [=](auto n, uint32_t t) {
-                f32v raw[n];
-                encode(raw, 0, t);
-                store_whole<Lane>(packed + t * channels, raw);
+            [=](auto n) {
+                move_lanes<Lane, n>(packed, src, 0, channels, frames, [=](auto* p, float* const* row) {
+                    RawLane raw[n];
+                    encode<Lane>(raw, row);
+                    store_whole<Lane>(p, raw);
+                });
             },
-            [=](auto n, uint32_t c, uint32_t t) {
-                f32v raw[n];
-                encode(raw, c, t);
-                store_lanes<Lane>(packed + t * channels + c, raw, channels);
+            [=](auto n, uint32_t c) {
+                move_lanes<Lane, n>(packed, src, c, channels, frames, [=](auto* p, float* const* row) {
+                    RawLane raw[n];
+                    encode<Lane>(raw, row);
+                    store_lanes<Lane>(p, raw, channels);
+                });
             },
             [=](uint32_t c, uint32_t t) { store_one<Format>(packed + t * channels + c, src.row(c)[t]); });
     });
@@ -488,9 +525,9 @@ Extent extent_of(const korvex_downmixer_buffer& buffer, uint32_t channels, size_
 
 } // namespace
 
-ReadTile reader_of(SampleFormat format, Arrangement arrangement) {
-    const ReadTile nothing = [](PlanarBuffer, const korvex_downmixer_buffer&, uint32_t, size_t, uint32_t) {};
-    return with_format(format, nothing, [=]<class Format>(Format) -> ReadTile {
+ReadFrames reader_of(SampleFormat format, Arrangement arrangement) {
+    const ReadFrames nothing = [](PlanarBuffer, const korvex_downmixer_buffer&, uint32_t, size_t, uint32_t) {};
+    return with_format(format, nothing, [=]<class Format>(Format) -> ReadFrames {
         switch (arrangement) {
         case Arrangement::planar: return read_planar<Format>;
         case Arrangement::packed: return read_packed<Format>;
@@ -499,9 +536,9 @@ ReadTile reader_of(SampleFormat format, Arrangement arrangement) {
     });
 }
 
-WriteTile writer_of(SampleFormat format, Arrangement arrangement) {
-    const WriteTile nothing = [](const korvex_downmixer_buffer&, PlanarBuffer, uint32_t, size_t, uint32_t) {};
-    return with_format(format, nothing, [=]<class Format>(Format) -> WriteTile {
+WriteFrames writer_of(SampleFormat format, Arrangement arrangement) {
+    const WriteFrames nothing = [](const korvex_downmixer_buffer&, PlanarBuffer, uint32_t, size_t, uint32_t) {};
+    return with_format(format, nothing, [=]<class Format>(Format) -> WriteFrames {
         switch (arrangement) {
         case Arrangement::planar: return write_planar<Format>;
         case Arrangement::packed: return write_packed<Format>;
@@ -510,11 +547,11 @@ WriteTile writer_of(SampleFormat format, Arrangement arrangement) {
     });
 }
 
-ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+ReadFrames reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
     return reader_of(format_of(src), arrangement_of(src, channels));
 }
 
-WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
+WriteFrames writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
     return writer_of(format_of(dst), arrangement_of(dst, channels));
 }
 

@@ -16,14 +16,14 @@ struct PlanarBuffer {
     PlanarBuffer from(uint32_t frame) const { return {samples + frame, row_length}; }
 };
 
-// Frames that are converted at a time.
+// Frames that are mixed at a time.
 inline constexpr uint32_t tile_frames = 32;
 
-// Converts `frames` frames, at most tile_frames, from `first` on, of the first `channels` channels of the caller's
-// buffer; the planar side starts at its frame 0.
-using ReadTile = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
+// Converts `frames` frames from `first` on, of the first `channels` channels of the caller's buffer; the planar side
+// starts at its frame 0.
+using ReadFrames = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
                           uint32_t frames);
-using WriteTile = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
+using WriteFrames = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
                            uint32_t frames);
 
 enum class SampleFormat : uint8_t {
@@ -43,12 +43,12 @@ enum class Arrangement : uint8_t {
     scattered // any other stride and places
 };
 
-ReadTile reader_of(SampleFormat format, Arrangement arrangement);
-WriteTile writer_of(SampleFormat format, Arrangement arrangement);
+ReadFrames reader_of(SampleFormat format, Arrangement arrangement);
+WriteFrames writer_of(SampleFormat format, Arrangement arrangement);
 
 // The conversion for a buffer's format and arrangement. A format without one leaves the destination as it is.
-ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
-WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
+ReadFrames reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
+WriteFrames writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
 
 // True where the memory between the first and the last sample of one buffer meets that of the other.
 bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,
