@@ -155,12 +155,12 @@ template <class Format> void store_one(typename Format::Slot* p, float x) {
     __builtin_memcpy(p, slots, sizeof slots[0]);
 }
 
-template <class Format, int slots = 1> KRL_INLINE f32v load_raw(const typename Format::Slot* p) { // of one lane
-    return from_halves([=](int h) { return Format::load4(p + 4 * h * slots); });
+template <class Format> KRL_INLINE f32v load_raw(const typename Format::Slot* p) {
+    return from_halves([=](int h) { return Format::load4(p + 4 * h); });
 }
-template <class Format, int slots = 1> KRL_INLINE void store_raw(typename Format::Slot* p, f32v raw) {
+template <class Format> KRL_INLINE void store_raw(typename Format::Slot* p, f32v raw) {
     for (int h = 0; h < halves; h++)
-        Format::store4(p + 4 * h * slots, half(raw, h));
+        Format::store4(p + 4 * h, half(raw, h));
 }
 
 template <class Format> void load_run(float* dst, const typename Format::Slot* src, uint32_t n) {
@@ -180,19 +180,21 @@ template <class Format> void store_run(typename Format::Slot* dst, const float* 
 
 // ---- between packed frames and rows --------------------------------------------------------------------------------
 //
-// Raw lanes of eight frames are moved together, one, two or four neighbours at a time, or all that frames of up to three
-// lanes have.
+// Raw lanes of eight frames are moved together: all that a frame has where that is 1, 2, 3 or 6 lanes, else four, two or
+// one neighbours at a time.
 
 // A raw lane of a packed frame: the sample of one channel.
 template <class Format> struct FrameLane : Format {
-    static constexpr uint32_t channels = 1, most_lanes_of_whole_frames = 2;
+    static constexpr uint32_t channels = 1;
+    static constexpr bool in_memory = std::is_same_v<Format, Int32> || std::is_same_v<Format, Float>; // as it is
     template <class V> static KRL_INLINE void decode(V (&samples)[1], V raw) { samples[0] = Format::decode(raw); }
     template <class V> static KRL_INLINE V encode(const V (&samples)[1]) { return Format::encode(samples[0]); }
 };
 // Two channels of 16 bits share a lane, so that there is half as much to transpose.
 template <> struct FrameLane<Int16> {
     using Slot = int16_t;
-    static constexpr uint32_t channels = 2, most_lanes_of_whole_frames = 3;
+    static constexpr uint32_t channels = 2;
+    static constexpr bool in_memory = true;
     static KRL_INLINE f32x4 load4(const Slot* p) { return load_bytes<f32x4>(p); }
     static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_bytes(p, raw); }
     static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
@@ -262,29 +264,33 @@ KRL_INLINE void store_lanes(typename Lane::Slot* p, RawLane (&raw)[count], uint3
 template <class Lane, int count> KRL_INLINE void load_whole(RawLane (&raw)[count], const typename Lane::Slot* p) {
     constexpr uint32_t slots = lanes<f32v> * Lane::channels; // in a vector
     for (int v = 0; v < vectors; v++, p += count * slots) {
+        f32v x[count];
         if constexpr (count == 1) {
-            raw[0].of[v] = load_raw<Lane, Lane::channels>(p);
-        } else if constexpr (count == 2) {
-            const auto [a, b] = krl::deinterleave(load_raw<Lane, Lane::channels>(p),
-                                                  load_raw<Lane, Lane::channels>(p + slots));
-            raw[0].of[v] = a, raw[1].of[v] = b;
+            x[0] = load_bytes<f32v>(p);
+        } else if constexpr (Lane::in_memory) {
+            load_structures(x, p);
         } else {
-            const auto [a, b, c] = load_three(p);
-            raw[0].of[v] = a, raw[1].of[v] = b, raw[2].of[v] = c;
+            const auto [a, b] = krl::deinterleave(load_raw<Lane>(p), load_raw<Lane>(p + slots));
+            x[0] = a, x[1] = b;
         }
+        for (int i = 0; i < count; i++)
+            raw[i].of[v] = x[i];
     }
 }
-template <class Lane, int count> KRL_INLINE void store_whole(typename Lane::Slot* p, RawLane (&raw)[count]) {
+template <class Lane, int count> KRL_INLINE void store_whole(typename Lane::Slot* p, const RawLane (&raw)[count]) {
     constexpr uint32_t slots = lanes<f32v> * Lane::channels;
     for (int v = 0; v < vectors; v++, p += count * slots) {
+        f32v x[count];
+        for (int i = 0; i < count; i++)
+            x[i] = raw[i].of[v];
         if constexpr (count == 1) {
-            store_raw<Lane, Lane::channels>(p, raw[0].of[v]);
-        } else if constexpr (count == 2) {
-            const auto [lo, hi] = krl::interleave(raw[0].of[v], raw[1].of[v]);
-            store_raw<Lane, Lane::channels>(p, lo);
-            store_raw<Lane, Lane::channels>(p + slots, hi);
+            store_bytes(p, x[0]);
+        } else if constexpr (Lane::in_memory) {
+            store_structures(p, x);
         } else {
-            store_three(p, {raw[0].of[v], raw[1].of[v], raw[2].of[v]});
+            const auto [lo, hi] = krl::interleave(x[0], x[1]);
+            store_raw<Lane>(p, lo);
+            store_raw<Lane>(p + slots, hi);
         }
     }
 }
@@ -308,7 +314,7 @@ template <class Lane, class Whole, class Some, class One>
 KRL_INLINE void for_each_lane(uint32_t channels, uint32_t frames, Whole whole, Some some, One one) {
     uint32_t c = 0;
     const auto whole_frames = [&](auto n) __attribute__((always_inline)) {
-        if constexpr (n <= Lane::most_lanes_of_whole_frames)
+        if constexpr (n == 2 || Lane::in_memory)
             if (channels == n * Lane::channels) {
                 whole(n);
                 c = channels;
@@ -318,9 +324,11 @@ KRL_INLINE void for_each_lane(uint32_t channels, uint32_t frames, Whole whole, S
         for (; c + n * Lane::channels <= channels; c += n * Lane::channels)
             some(n, c);
     };
-    whole_frames(number<1>{});
+    if constexpr (Lane::channels == 2)
+        whole_frames(number<1>{});
     whole_frames(number<2>{});
     whole_frames(number<3>{});
+    whole_frames(number<6>{});
     some_lanes(number<4>{});
     some_lanes(number<2>{});
     if constexpr (Lane::channels == 2)

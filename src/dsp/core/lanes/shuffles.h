@@ -134,74 +134,152 @@ KRL_INLINE f32x4 half(f32v v, int) { return v; }
 template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
 #endif
 
-// ---- three by three -------------------------------------------------------------------------------------------------
+// ---- structures in memory ------------------------------------------------------------------------------------------
 
-// Reads a0 b0 c0 a1 b1 c1 .., in memory of any alignment, as three vectors, and writes them so.
+// Reads v[0][0] v[1][0] .. v[n-1][0] v[0][1] .., in memory of any alignment, as n vectors, and writes them so: n is 2, 3 or
+// 6. What is written does not stay in v.
+template <int n> void load_structures(f32v (&v)[n], const void* memory);
+template <int n> void store_structures(void* memory, f32v (&v)[n]);
+
 #if defined(KRL_NEON)
-KRL_INLINE lane_triple<f32x4> load_three(const void* p) {
-    const float32x4x3_t v = vld3q_f32(static_cast<const float*>(p));
-    return {(f32x4)v.val[0], (f32x4)v.val[1], (f32x4)v.val[2]};
+template <> KRL_INLINE void load_structures<2>(f32v (&v)[2], const void* memory) {
+    const float32x4x2_t x = vld2q_f32(static_cast<const float*>(memory));
+    v[0] = (f32x4)x.val[0], v[1] = (f32x4)x.val[1];
 }
-KRL_INLINE void store_three(void* p, lane_triple<f32x4> v) {
-    vst3q_f32(static_cast<float*>(p), float32x4x3_t{{(float32x4_t)v.a, (float32x4_t)v.b, (float32x4_t)v.c}});
+template <> KRL_INLINE void store_structures<2>(void* memory, f32v (&v)[2]) {
+    vst2q_f32(static_cast<float*>(memory), float32x4x2_t{{(float32x4_t)v[0], (float32x4_t)v[1]}});
+}
+template <> KRL_INLINE void load_structures<3>(f32v (&v)[3], const void* memory) {
+    const float32x4x3_t x = vld3q_f32(static_cast<const float*>(memory));
+    v[0] = (f32x4)x.val[0], v[1] = (f32x4)x.val[1], v[2] = (f32x4)x.val[2];
+}
+template <> KRL_INLINE void store_structures<3>(void* memory, f32v (&v)[3]) {
+    vst3q_f32(static_cast<float*>(memory), float32x4x3_t{{(float32x4_t)v[0], (float32x4_t)v[1], (float32x4_t)v[2]}});
+}
+// Two structures are three vectors. Pairs of structures 0 and 2, and 1 and 3, are transposed.
+template <> KRL_INLINE void load_structures<6>(f32v (&v)[6], const void* memory) {
+    const auto* p = static_cast<const char*>(memory);
+    f32v x[6];
+    for (int i = 0; i < 6; i++)
+        __builtin_memcpy(&x[i], p + i * sizeof x[i], sizeof x[i]);
+    const auto put = [&](int i, f32v even, f32v odd) {
+        const auto [a, b] = transpose_pairs(even, odd);
+        v[i] = a, v[i + 1] = b;
+    };
+    put(0, lower_halves(x[0], x[3]), upper_halves(x[1], x[4]));
+    put(2, upper_halves(x[0], x[3]), lower_halves(x[2], x[5]));
+    put(4, lower_halves(x[1], x[4]), upper_halves(x[2], x[5]));
+}
+template <> KRL_INLINE void store_structures<6>(void* memory, f32v (&v)[6]) {
+    auto* p = static_cast<char*>(memory);
+    const auto [even0, odd0] = transpose_pairs(v[0], v[1]);
+    const auto [even2, odd2] = transpose_pairs(v[2], v[3]);
+    const auto [even4, odd4] = transpose_pairs(v[4], v[5]);
+    const f32v x[6] = {lower_halves(even0, even2), lower_halves(even4, odd0), lower_halves(odd2, odd4),
+                       upper_halves(even0, even2), upper_halves(even4, odd0), upper_halves(odd2, odd4)};
+    for (int i = 0; i < 6; i++)
+        __builtin_memcpy(p + i * sizeof x[i], &x[i], sizeof x[i]);
 }
 #else
 namespace detail {
 
-// Lane i of every group of four from the vector of the number that is given for it.
-template <int n0, int n1, int n2, int n3> KRL_INLINE f32x4 pick_of_three(lane_triple<f32x4> v) {
-    constexpr auto of_two = [](int n, int i) { return n == 1 ? i + 4 : i; };
-    constexpr auto of_last = [](int n, int i) { return n == 2 ? i + 4 : i; };
-    const f32x4 ab = __builtin_shufflevector(v.a, v.b, of_two(n0, 0), of_two(n1, 1), of_two(n2, 2), of_two(n3, 3));
-    return __builtin_shufflevector(ab, v.c, of_last(n0, 0), of_last(n1, 1), of_last(n2, 2), of_last(n3, 3));
+// Lanes of groups of four: two of a, then two of b; and lane i from the vector of the number that is given for it.
+template <int i0, int i1, int i2, int i3> KRL_INLINE f32x4 two_of_each(f32x4 a, f32x4 b) {
+    return __builtin_shufflevector(a, b, i0, i1, i2 + 4, i3 + 4);
 }
-template <int i0, int i1, int i2, int i3> KRL_INLINE f32x4 permute_group(f32x4 v) {
-    return __builtin_shufflevector(v, v, i0, i1, i2, i3);
+template <int n0, int n1, int n2, int n3> KRL_INLINE f32x4 pick_lanes(f32x4 a, f32x4 b) {
+    return __builtin_shufflevector(a, b, 4 * n0, 4 * n1 + 1, 4 * n2 + 2, 4 * n3 + 3);
 }
+// In groups of four: a0 b0 a1 b1, and a2 b2 a3 b3.
+KRL_INLINE lane_pair<f32x4> interleave_groups(f32x4 a, f32x4 b) { return interleave(a, b); }
 #    if KRL_LANES == 8
-template <int n0, int n1, int n2, int n3> KRL_INLINE f32x8 pick_of_three(lane_triple<f32x8> v) {
-    constexpr int second = (n0 == 1) | (n1 == 1) << 1 | (n2 == 1) << 2 | (n3 == 1) << 3;
-    constexpr int third = (n0 == 2) | (n1 == 2) << 1 | (n2 == 2) << 2 | (n3 == 2) << 3;
-    return _mm256_blend_ps(_mm256_blend_ps(v.a, v.b, second * 0x11), v.c, third * 0x11);
+KRL_INLINE lane_pair<f32x8> interleave_groups(f32x8 a, f32x8 b) {
+    return {_mm256_unpacklo_ps(a, b), _mm256_unpackhi_ps(a, b)};
 }
-template <int i0, int i1, int i2, int i3> KRL_INLINE f32x8 permute_group(f32x8 v) {
-    return _mm256_permute_ps(v, i0 | i1 << 2 | i2 << 4 | i3 << 6);
+template <int i0, int i1, int i2, int i3> KRL_INLINE f32x8 two_of_each(f32x8 a, f32x8 b) {
+    return _mm256_shuffle_ps(a, b, i0 | i1 << 2 | i2 << 4 | i3 << 6);
+}
+template <int n0, int n1, int n2, int n3> KRL_INLINE f32x8 pick_lanes(f32x8 a, f32x8 b) {
+    return _mm256_blend_ps(a, b, (n0 | n1 << 1 | n2 << 2 | n3 << 3) * 0x11);
 }
 #    endif
-
-// In a group of twelve values, a vector's lane of a stands where b's and c's do not: what each of them has is picked, and
-// one permutation sorts it.
-template <class V> KRL_INLINE lane_triple<V> split_three(lane_triple<V> v) {
-    return {permute_group<0, 3, 2, 1>(pick_of_three<0, 2, 1, 0>(v)),
-            permute_group<1, 0, 3, 2>(pick_of_three<1, 0, 2, 1>(v)),
-            permute_group<2, 1, 0, 3>(pick_of_three<2, 1, 0, 2>(v))};
+template <int n0, int n1, int n2, int n3> KRL_INLINE f32v pick_of_three(const f32v (&v)[3]) {
+    return pick_lanes<n0 == 2, n1 == 2, n2 == 2, n3 == 2>(
+        pick_lanes<n0 == 1, n1 == 1, n2 == 1, n3 == 1>(v[0], v[1]), v[2]);
 }
-template <class V> KRL_INLINE lane_triple<V> join_three(lane_triple<V> v) {
-    v = {permute_group<0, 3, 2, 1>(v.a), permute_group<1, 0, 3, 2>(v.b), permute_group<2, 1, 0, 3>(v.c)};
-    return {pick_of_three<0, 1, 2, 0>(v), pick_of_three<1, 2, 0, 1>(v), pick_of_three<2, 0, 1, 2>(v)};
+
+// The vectors of groups of four structures: n * 4 floats.
+template <int n> KRL_INLINE void load_groups_of(f32v (&v)[n], const void* memory) {
+    for (int i = 0; i < n; i++)
+        v[i] = from_halves([=](int h) {
+            f32x4 group;
+            __builtin_memcpy(&group, static_cast<const char*>(memory) + (n * h + i) * sizeof group, sizeof group);
+            return group;
+        });
+}
+template <int n> KRL_INLINE void store_groups_of(void* memory, const f32v (&v)[n]) {
+    for (int h = 0; h < halves; h++)
+        for (int i = 0; i < n; i++) {
+            const f32x4 group = half(v[i], h);
+            __builtin_memcpy(static_cast<char*>(memory) + (n * h + i) * sizeof group, &group, sizeof group);
+        }
 }
 
 } // namespace detail
 
-KRL_INLINE lane_triple<f32v> load_three(const void* memory) {
+template <> KRL_INLINE void load_structures<2>(f32v (&v)[2], const void* memory) {
     const auto* p = static_cast<const char*>(memory);
-    const auto group = [p](int i) { // vector i of every group of twelve
-        return from_halves([=](int h) {
-            f32x4 v;
-            __builtin_memcpy(&v, p + (3 * h + i) * sizeof v, sizeof v);
-            return v;
-        });
-    };
-    return detail::split_three(lane_triple<f32v>{group(0), group(1), group(2)});
+    f32v lo, hi;
+    __builtin_memcpy(&lo, p, sizeof lo);
+    __builtin_memcpy(&hi, p + sizeof lo, sizeof hi);
+    const auto [a, b] = deinterleave(lo, hi);
+    v[0] = a, v[1] = b;
 }
-KRL_INLINE void store_three(void* memory, lane_triple<f32v> v) {
+template <> KRL_INLINE void store_structures<2>(void* memory, f32v (&v)[2]) {
     auto* p = static_cast<char*>(memory);
-    v = detail::join_three(v);
-    for (int h = 0; h < halves; h++)
-        for (int i = 0; i < 3; i++) {
-            const f32x4 group = half(i == 0 ? v.a : i == 1 ? v.b : v.c, h);
-            __builtin_memcpy(p + (3 * h + i) * sizeof group, &group, sizeof group);
-        }
+    const auto [lo, hi] = interleave(v[0], v[1]);
+    __builtin_memcpy(p, &lo, sizeof lo);
+    __builtin_memcpy(p + sizeof lo, &hi, sizeof hi);
+}
+// In a group of twelve values, a vector's lane of one member stands where those of the others do not: what each has is
+// picked, and one permutation sorts it.
+template <> KRL_INLINE void load_structures<3>(f32v (&v)[3], const void* memory) {
+    f32v x[3];
+    detail::load_groups_of(x, memory);
+    const f32v a = detail::pick_of_three<0, 2, 1, 0>(x), b = detail::pick_of_three<1, 0, 2, 1>(x);
+    const f32v c = detail::pick_of_three<2, 1, 0, 2>(x);
+    v[0] = detail::two_of_each<0, 3, 2, 1>(a, a);
+    v[1] = detail::two_of_each<1, 0, 3, 2>(b, b);
+    v[2] = detail::two_of_each<2, 1, 0, 3>(c, c);
+}
+template <> KRL_INLINE void store_structures<3>(void* memory, f32v (&v)[3]) {
+    v[0] = detail::two_of_each<0, 3, 2, 1>(v[0], v[0]);
+    v[1] = detail::two_of_each<1, 0, 3, 2>(v[1], v[1]);
+    v[2] = detail::two_of_each<2, 1, 0, 3>(v[2], v[2]);
+    detail::store_groups_of<3>(memory, {detail::pick_of_three<0, 1, 2, 0>(v), detail::pick_of_three<1, 2, 0, 1>(v),
+                                        detail::pick_of_three<2, 0, 1, 2>(v)});
+}
+// Two structures are three vectors. Pairs of structures 0 and 1, and 2 and 3, are put into one vector each.
+template <> KRL_INLINE void load_structures<6>(f32v (&v)[6], const void* memory) {
+    f32v x[6];
+    detail::load_groups_of(x, memory);
+    const auto put = [&](int i, f32v first, f32v second) {
+        v[i] = detail::two_of_each<0, 2, 0, 2>(first, second);
+        v[i + 1] = detail::two_of_each<1, 3, 1, 3>(first, second);
+    };
+    put(0, detail::pick_lanes<0, 0, 1, 1>(x[0], x[1]), detail::pick_lanes<0, 0, 1, 1>(x[3], x[4]));
+    put(2, detail::two_of_each<2, 3, 0, 1>(x[0], x[2]), detail::two_of_each<2, 3, 0, 1>(x[3], x[5]));
+    put(4, detail::pick_lanes<0, 0, 1, 1>(x[1], x[2]), detail::pick_lanes<0, 0, 1, 1>(x[4], x[5]));
+}
+template <> KRL_INLINE void store_structures<6>(void* memory, f32v (&v)[6]) {
+    // Members 2i and 2i + 1 of structures 0 and 1, and of 2 and 3.
+    const auto [first0, second0] = detail::interleave_groups(v[0], v[1]);
+    const auto [first2, second2] = detail::interleave_groups(v[2], v[3]);
+    const auto [first4, second4] = detail::interleave_groups(v[4], v[5]);
+    detail::store_groups_of<6>(
+        memory, {detail::two_of_each<0, 1, 0, 1>(first0, first2), detail::pick_lanes<0, 0, 1, 1>(first4, first0),
+                 detail::two_of_each<2, 3, 2, 3>(first2, first4), detail::two_of_each<0, 1, 0, 1>(second0, second2),
+                 detail::pick_lanes<0, 0, 1, 1>(second4, second0), detail::two_of_each<2, 3, 2, 3>(second2, second4)});
 }
 #endif
 
