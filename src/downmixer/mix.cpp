@@ -21,20 +21,20 @@ float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32
     const Matrix matrix = shared_matrix; // stores to the rows cannot change the copy
     constexpr int groups = tile_frames / lanes<f32v>;
     f32v peaks[peak_chains] = {};
-    float peak[1] = {};
-    for (uint32_t o = 0; o < matrix.outputs; o++) {
-        const float* gains = matrix.gains + o * matrix.inputs;
-        const uint32_t used = matrix.used_inputs[o];
-        if (frames == tile_frames)
+    if (frames == tile_frames) {
+        for (uint32_t o = 0; o < matrix.outputs; o++)
             mix_row<f32v, groups>(
-                out.row(o), gains, used, [&](uint32_t i) { return in.row(i); }, peaks);
-        else
-            for (uint32_t t = 0; t < frames; t++)
-                mix_row<float, 1>(
-                    out.row(o) + t, gains, used, [&](uint32_t i) { return in.row(i) + t; }, peak);
+                out.row(o), matrix.gains + o * matrix.inputs, matrix.used_inputs[o],
+                [&](size_t i) { return in.row(i); }, peaks);
+        return greatest(peaks);
     }
-    const float whole = greatest(peaks);
-    return whole > peak[0] ? whole : peak[0];
+    float peak[1] = {};
+    for (uint32_t o = 0; o < matrix.outputs; o++)
+        for (uint32_t t = 0; t < frames; t++)
+            mix_row<float, 1>(
+                out.row(o) + t, matrix.gains + o * matrix.inputs, matrix.used_inputs[o],
+                [&](size_t i) { return in.row(i) + t; }, peak);
+    return peak[0];
 }
 
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,
@@ -44,12 +44,13 @@ void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const
         for (size_t t = 0; t < frames; t++)
             dst[t * out.stride] = 0.0f;
         if (o < matrix.outputs)
-            for_each_used(matrix.used_inputs[o], [&](uint32_t i) {
+            for (uint64_t used = matrix.used_inputs[o]; used != 0;) {
+                const size_t i = take_lowest(used);
                 const float gain = matrix.gains[o * matrix.inputs + i];
                 const auto* src = static_cast<const float*>(in.channels[i]);
                 for (size_t t = 0; t < frames; t++)
                     dst[t * out.stride] += src[t * in.stride] * gain;
-            });
+            }
     }
 }
 

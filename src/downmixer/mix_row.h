@@ -1,16 +1,18 @@
 // One row of a matrix at work: what everything that mixes is made of.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "dsp/core/lanes.h"
 
 namespace korla::downmixer {
 
-// f(i) for every bit i of used, ascending.
-template <class F> KRL_INLINE void for_each_used(uint32_t used, F f) {
-    for (; used != 0; used &= used - 1)
-        f(static_cast<uint32_t>(__builtin_ctz(used)));
+// The lowest input of `used`, which is taken out.
+KRL_INLINE size_t take_lowest(uint64_t& used) {
+    const auto i = static_cast<size_t>(__builtin_ctzll(used));
+    used &= used - 1;
+    return i;
 }
 
 // Mixes `groups` vectors of frames of the inputs in `used`, input i being at row_of(i), into out. Raises `peaks`, which
@@ -20,13 +22,12 @@ template <class F> KRL_INLINE void for_each_used(uint32_t used, F f) {
 //
 // Most rows have one to three terms: those are added in straight code, further ones in a loop.
 template <class V, int groups, int chains, class RowOf>
-KRL_INLINE void mix_row(float* out, const float* gains, uint32_t used, RowOf row_of, V (&peaks)[chains]) {
+KRL_INLINE void mix_row(float* out, const float* gains, uint64_t used, RowOf row_of, V (&peaks)[chains]) {
     V sum[groups];
     const float* x[3];
     float gain[3];
     const auto take = [&](int n) __attribute__((always_inline)) {
-        const auto i = static_cast<uint32_t>(__builtin_ctz(used));
-        used &= used - 1;
+        const size_t i = take_lowest(used);
         x[n] = row_of(i);
         gain[n] = gains[i];
     };

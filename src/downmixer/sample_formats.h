@@ -12,7 +12,7 @@ namespace korla::downmixer {
 struct PlanarBuffer {
     float* samples;
     size_t row_length;
-    float* row(uint32_t channel) const { return samples + channel * row_length; }
+    float* row(size_t channel) const { return samples + channel * row_length; }
     PlanarBuffer from(uint32_t frame) const { return {samples + frame, row_length}; }
 };
 

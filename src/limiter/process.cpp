@@ -17,9 +17,9 @@ constexpr float boost_scale = 256.0f; // boost is stored divided by this
 constexpr float slow_fall_threshold = 0.841400146484375f;
 constexpr float slow_fall_factor = 1.18849515914917f; // its inverse
 
-// The lesser and the greater of two numbers. A NaN in first place loses.
-KRL_INLINE float lesser(float a, float b) { return a < b ? a : b; }
-KRL_INLINE float greater(float a, float b) { return a > b ? a : b; }
+// The lesser and the greater of a and b, which is a number. A NaN in first place loses.
+KRL_INLINE float lesser(float a, float b) { return min_quick(a, b); }
+KRL_INLINE float greater(float a, float b) { return max_quick(a, b); }
 
 // ---- detection -----------------------------------------------------------------------------------------------------
 
@@ -228,15 +228,14 @@ void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* 
 float peak_of(const float* samples, uint32_t n, float peak) { return greater(abs_max<flex>(samples, n), peak); }
 
 Fade next_fade(korvex_ht_kvlim& l, float peak) {
-    Fade fade = {1.0f, 1.0f}; // without a sample rate the gain computer rests
+    float from = 1.0f, to = 1.0f; // without a sample rate the gain computer rests
     if (l.coefs) {
         advance_gain(l, peak);
-        fade = {l.prev_gain, l.gain};
+        from = l.prev_gain, to = l.gain;
     }
-    fade.from *= l.prev_boost;
-    fade.to *= l.boost;
+    const float from_boost = l.prev_boost;
     l.prev_boost = l.boost;
-    return fade;
+    return {from * from_boost, to * l.boost};
 }
 
 void delay_and_fade(korvex_ht_kvlim& l, float* rows, size_t row_length, const Fade* fades, uint32_t count) {

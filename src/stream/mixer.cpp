@@ -80,7 +80,7 @@ float Mixer::mix_steady(PlanarBuffer out, PlanarBuffer in) const {
     f32v peaks[downmixer::peak_chains] = {};
     for (uint32_t o = 0; o < outputs_; o++)
         downmixer::mix_row<f32v, groups>(
-            out.row(o), now_.of[o], used_[o], [&](uint32_t c) { return in.row(channel_[c]); }, peaks);
+            out.row(o), now_.of[o], used_[o], [&](size_t c) { return in.row(channel_[c]); }, peaks);
     return downmixer::greatest(peaks);
 }
 
