@@ -18,9 +18,6 @@ struct Matrix {
 // Fills in used_inputs: a gain that is zero now is never looked at again.
 void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs);
 
-// Mixes `frames` frames, at most tile_frames, and returns the greatest magnitude that it stored; NaN does not count.
-float mix(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t frames);
-
 // Mixes between float buffers of any stride that share no memory. Channels of out that the matrix has no row for become
 // silent.
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,

@@ -66,8 +66,8 @@ inline constexpr int peak_chains = 2;
 // The greatest of the peaks.
 template <class V, int chains> KRL_INLINE float greatest(const V (&peaks)[chains]) {
     V peak = peaks[0];
-    for (const V& p : peaks)
-        peak = krl::max_of_number(p, peak);
+    for (int i = 1; i < chains; i++)
+        peak = krl::max_of_number(peaks[i], peak);
     return krl::max_of_magnitudes(peak);
 }
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "downmixer/layouts.h"
+#include "downmixer/mix_row.h"
 #include "downmixer/state.h"
 
 namespace korla::downmixer {
@@ -21,19 +22,29 @@ struct Chunk {
     uint32_t frames_from(uint32_t first, uint32_t count) const { return std::min(count, frames - std::min(frames, first)); }
 };
 
-// Mixes one tile. Returns the peak of all of it: behind the chunk's end, `out` still holds what the limiter gave in
-// earlier calls, and that goes through the limiter again, because the limiter always advances by a whole block.
-float mix_tile(const Chunk& chunk, uint32_t first) {
-    const Matrix& matrix = chunk.state.matrix;
-    const PlanarBuffer mixed = chunk.state.out.from(first);
-    const uint32_t n = chunk.frames_from(first, tile_frames);
-    float peak = 0.0f;
-    if (n > 0)
-        peak = mix(mixed, matrix, chunk.state.in.from(first), n);
-    if (n < tile_frames)
-        for (uint32_t c = 0; c < matrix.outputs; c++)
-            peak = limiter::peak_of(mixed.row(c), tile_frames, peak);
-    return peak;
+// Mixes a whole tile. Returns the greatest magnitude that it stored; NaN does not count.
+KRL_INLINE float mix_whole(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in) {
+    krl::f32v peaks[peak_chains] = {};
+    for (uint32_t o = 0; o < matrix.outputs; o++)
+        mix_row<krl::f32v, tile_frames / krl::lanes<krl::f32v>>(
+            out.row(o), matrix.gains + o * matrix.inputs, matrix.used_inputs[o], [&](size_t i) { return in.row(i); },
+            peaks);
+    return greatest(peaks);
+}
+
+// Mixes the n frames of a tile that the chunk fills, frame by frame. Returns the peak of all of the tile: behind the chunk's
+// end, `out` still holds what the limiter gave in earlier calls, and that goes through the limiter again, because the
+// limiter always advances by a whole block.
+float mix_part(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t n) {
+    float peak[1] = {};
+    for (uint32_t o = 0; o < matrix.outputs; o++) {
+        for (uint32_t t = 0; t < n; t++)
+            mix_row<float, 1>(
+                out.row(o) + t, matrix.gains + o * matrix.inputs, matrix.used_inputs[o],
+                [&](size_t i) { return in.row(i) + t; }, peak);
+        *peak = limiter::peak_of(out.row(o), tile_frames, *peak);
+    }
+    return *peak;
 }
 
 // The gain computer follows one tile behind the mixing; then all channels are delayed and faded in one run.
@@ -42,8 +53,13 @@ void mix_and_limit(const Chunk& chunk, ReadFrames read, uint32_t first, uint32_t
     limiter::Fade fades[group_tiles];
     if (const uint32_t n = chunk.frames_from(first, tiles * tile_frames); n > 0)
         read(state.in.from(first), chunk.in, state.matrix.inputs, first, n);
-    for (uint32_t k = 0; k < tiles; k++)
-        fades[k] = limiter::next_fade(*state.limiter, mix_tile(chunk, first + k * tile_frames));
+    const Matrix matrix = state.matrix; // stores to the rows cannot change the copy
+    for (uint32_t k = 0; k < tiles; k++) {
+        const uint32_t at = first + k * tile_frames, n = chunk.frames_from(at, tile_frames);
+        const PlanarBuffer in = state.in.from(at), out = state.out.from(at);
+        const float peak = n == tile_frames ? mix_whole(out, matrix, in) : mix_part(out, matrix, in, n);
+        limiter::next_fade(*state.limiter, peak, fades[k]);
+    }
     limiter::delay_and_fade(*state.limiter, state.out.from(first).samples, state.out.row_length, fades, tiles);
 }
 

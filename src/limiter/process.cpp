@@ -178,7 +178,7 @@ void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detec
     for (uint32_t first = 0; first < l.subblock_count; first += group) {
         const uint32_t count = std::min(group, l.subblock_count - first);
         for (uint32_t k = 0; k < count; k++)
-            fades[k] = next_fade(l, detect_peak(detect, detect_channels, size_t{first + k} * n, in_stride, n));
+            next_fade(l, detect_peak(detect, detect_channels, size_t{first + k} * n, in_stride, n), fades[k]);
         for (uint32_t c = 0; c < l.num_channels; c++) {
             if (!in[c])
                 continue;
@@ -227,15 +227,15 @@ void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* 
 
 float peak_of(const float* samples, uint32_t n, float peak) { return greater(abs_max<flex>(samples, n), peak); }
 
-Fade next_fade(korvex_ht_kvlim& l, float peak) {
+void next_fade(korvex_ht_kvlim& l, float peak, Fade& fade) {
     float from = 1.0f, to = 1.0f; // without a sample rate the gain computer rests
     if (l.coefs) {
         advance_gain(l, peak);
         from = l.prev_gain, to = l.gain;
     }
-    const float from_boost = l.prev_boost;
+    fade.from = from * l.prev_boost;
+    fade.to = to * l.boost;
     l.prev_boost = l.boost;
-    return {from * from_boost, to * l.boost};
 }
 
 void delay_and_fade(korvex_ht_kvlim& l, float* rows, size_t row_length, const Fade* fades, uint32_t count) {

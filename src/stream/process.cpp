@@ -125,7 +125,7 @@ void run_tiles(korla_stream& s, uint32_t tiles) {
             take_controls(s);
         const uint32_t first = k * tile_frames;
         const float peak = s.mixer.mix(s.out.from(tile_frames + first), s.in.from(first));
-        fades[k] = limiter::next_fade(*s.limiter, peak);
+        limiter::next_fade(*s.limiter, peak, fades[k]);
         least_gain = std::min(least_gain, s.limiter->gain);
     }
     limiter::delay_and_fade(*s.limiter, s.out.row(0) + tile_frames, row_frames, fades, tiles);
