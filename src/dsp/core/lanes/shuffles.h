@@ -162,13 +162,13 @@ template <> KRL_INLINE void load_structures<6>(f32v (&v)[6], const void* memory)
     f32v x[6];
     for (int i = 0; i < 6; i++)
         __builtin_memcpy(&x[i], p + i * sizeof x[i], sizeof x[i]);
-    const auto put = [&](int i, f32v even, f32v odd) {
-        const auto [a, b] = transpose_pairs(even, odd);
-        v[i] = a, v[i + 1] = b;
-    };
-    put(0, lower_halves(x[0], x[3]), upper_halves(x[1], x[4]));
-    put(2, upper_halves(x[0], x[3]), lower_halves(x[2], x[5]));
-    put(4, lower_halves(x[1], x[4]), upper_halves(x[2], x[5]));
+    const f32v even[3] = {lower_halves(x[0], x[3]), upper_halves(x[0], x[3]), lower_halves(x[1], x[4])};
+    const f32v odd[3] = {upper_halves(x[1], x[4]), lower_halves(x[2], x[5]), upper_halves(x[2], x[5])};
+    scheduling_barrier();
+    for (int i = 0; i < 3; i++) {
+        const auto [a, b] = transpose_pairs(even[i], odd[i]);
+        v[2 * i] = a, v[2 * i + 1] = b;
+    }
 }
 template <> KRL_INLINE void store_structures<6>(void* memory, f32v (&v)[6]) {
     auto* p = static_cast<char*>(memory);
