@@ -25,10 +25,10 @@ struct Chunk {
 // Mixes a whole tile. Returns the greatest magnitude that it stored; NaN does not count.
 KRL_INLINE float mix_whole(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in) {
     krl::f32v peaks[peak_chains] = {};
-    for (uint32_t o = 0; o < matrix.outputs; o++)
+    const float* gains = matrix.gains;
+    for (uint32_t o = 0; o < matrix.outputs; o++, gains += matrix.inputs)
         mix_row<krl::f32v, tile_frames / krl::lanes<krl::f32v>>(
-            out.row(o), matrix.gains + o * matrix.inputs, matrix.used_inputs[o], [&](size_t i) { return in.row(i); },
-            peaks);
+            out.row(o), gains, matrix.used_inputs[o], [&](size_t i) { return in.row(i); }, peaks);
     return greatest(peaks);
 }
 

@@ -113,13 +113,13 @@ struct Rows {
 template <int columns>
 KRL_INLINE void crossfade_columns(const korvex_ht_kvlim& l, uint32_t column, const Rows& rows, const Fade* fades,
                                   uint32_t count) {
-    constexpr uint32_t width = lanes<f32v>;
+    constexpr int width = lanes<f32v>;
     const uint32_t n = l.subblock_len;
     f32v rising[columns], falling[columns];
+    const float *up = l.window + column, *down = l.window + n - width - column;
     for (int j = 0; j < columns; j++) {
-        const uint32_t i = column + j * width;
-        rising[j] = load<f32v>(l.window + i);
-        falling[j] = reverse(load<f32v>(l.window + n - width - i));
+        rising[j] = load<f32v>(up + j * width);
+        falling[j] = reverse(load<f32v>(down - j * width));
     }
     const auto load_columns = [](f32v(&x)[columns], const float* p) {
         for (int j = 0; j < columns; j++)
