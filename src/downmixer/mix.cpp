@@ -16,6 +16,23 @@ void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t output
     }
 }
 
+bool find_routes(Route* routes, const Matrix& matrix) {
+    if (matrix.outputs != matrix.inputs)
+        return false;
+    uint64_t all = 0;
+    for (uint32_t o = 0; o < matrix.outputs; o++) {
+        uint64_t used = matrix.used_inputs[o];
+        if (used == 0 || (used & all) != 0)
+            return false;
+        all |= used;
+        const size_t i = take_lowest(used);
+        if (used != 0)
+            return false;
+        routes[i] = {o, matrix.gains[o * matrix.inputs + i]};
+    }
+    return true;
+}
+
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,
                  uint32_t frames) {
     for (uint32_t o = 0; o < out.channel_count; o++) {

@@ -3,6 +3,7 @@
 
 #include "downmixer/layouts.h"
 #include "downmixer/mix_row.h"
+#include "downmixer/peaks.h"
 #include "downmixer/state.h"
 
 namespace korla::downmixer {
@@ -32,32 +33,49 @@ KRL_INLINE float mix_whole(PlanarBuffer out, const Matrix& matrix, PlanarBuffer 
     return greatest(peaks);
 }
 
-// Mixes the n frames of a tile that the chunk fills, frame by frame. Returns the peak of all of the tile: behind the chunk's
-// end, `out` still holds what the limiter gave in earlier calls, and that goes through the limiter again, because the
-// limiter always advances by a whole block.
+// Mixes n frames of a tile, frame by frame.
 float mix_part(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t n) {
     float peak[1] = {};
-    for (uint32_t o = 0; o < matrix.outputs; o++) {
+    for (uint32_t o = 0; o < matrix.outputs; o++)
         for (uint32_t t = 0; t < n; t++)
             mix_row<float, 1>(
                 out.row(o) + t, matrix.gains + o * matrix.inputs, matrix.used_inputs[o],
                 [&](size_t i) { return in.row(i) + t; }, peak);
-        *peak = limiter::peak_of(out.row(o), tile_frames, *peak);
-    }
     return *peak;
 }
 
+// How the chunk is read: into the input's rows, which are then mixed, or, where the matrix only routes, mixed at once.
+struct Reader {
+    ReadFrames read;
+    ReadRouted read_routed; // or null
+    explicit Reader(const Chunk& chunk) {
+        const korvex_downmixer_state& state = chunk.state;
+        read = reader_of(chunk.in, state.matrix.inputs);
+        read_routed = state.is_routing ? routed_reader_of(chunk.in, state.matrix.inputs) : nullptr;
+    }
+};
+
 // The gain computer follows one tile behind the mixing; then all channels are delayed and faded in one run.
-void mix_and_limit(const Chunk& chunk, ReadFrames read, uint32_t first, uint32_t tiles) {
+void mix_and_limit(const Chunk& chunk, const Reader& reader, uint32_t first, uint32_t tiles) {
     korvex_downmixer_state& state = chunk.state;
     limiter::Fade fades[group_tiles];
-    if (const uint32_t n = chunk.frames_from(first, tiles * tile_frames); n > 0)
-        read(state.in.from(first), chunk.in, state.matrix.inputs, first, n);
     const Matrix matrix = state.matrix; // stores to the rows cannot change the copy
+    const uint32_t filled = chunk.frames_from(first, tiles * tile_frames);
+    if (filled > 0 && !reader.read_routed)
+        reader.read(state.in.from(first), chunk.in, matrix.inputs, first, filled);
     for (uint32_t k = 0; k < tiles; k++) {
         const uint32_t at = first + k * tile_frames, n = chunk.frames_from(at, tile_frames);
         const PlanarBuffer in = state.in.from(at), out = state.out.from(at);
-        const float peak = n == tile_frames ? mix_whole(out, matrix, in) : mix_part(out, matrix, in, n);
+        float peak = 0.0f;
+        if (reader.read_routed)
+            peak = n > 0 ? reader.read_routed(out, chunk.in, state.routes, matrix.inputs, at, n) : 0.0f;
+        else
+            peak = n == tile_frames ? mix_whole(out, matrix, in) : mix_part(out, matrix, in, n);
+        // Behind the chunk's end, `out` still holds what the limiter gave in earlier calls, and that goes through the limiter
+        // again, because the limiter always advances by a whole block.
+        if (n < tile_frames)
+            for (uint32_t c = 0; c < matrix.outputs; c++)
+                peak = limiter::peak_of(out.row(c), tile_frames, peak);
         limiter::next_fade(*state.limiter, peak, fades[k]);
     }
     limiter::delay_and_fade(*state.limiter, state.out.from(first).samples, state.out.row_length, fades, tiles);
@@ -79,12 +97,12 @@ template <class F> void for_each_group(uint32_t block, F f) {
 void process_staged(const Chunk& chunk) {
     const Matrix& matrix = chunk.state.matrix;
     const uint32_t block = chunk.state.block;
-    const ReadFrames read = reader_of(chunk.in, matrix.inputs);
+    const Reader reader(chunk);
     const WriteFrames write = writer_of(chunk.out, matrix.outputs);
     const bool read_all_first =
         block > group_frames && share_memory(chunk.in, matrix.inputs, chunk.out, matrix.outputs, chunk.frames);
     for_each_group(block, [&](uint32_t first, uint32_t tiles) {
-        mix_and_limit(chunk, read, first, tiles);
+        mix_and_limit(chunk, reader, first, tiles);
         if (!read_all_first)
             write_back(chunk, write, first, tiles);
     });

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "downmixer/peaks.h"
 #include "dsp/core/lanes.h"
 
 using namespace krl;
@@ -340,30 +341,72 @@ KRL_INLINE void for_each_lane(uint32_t channels, uint32_t frames, Whole whole, S
             one(c, t);
 }
 
-// Moves `count` lanes from channel c on, eight frames at a time: step(raw, packed frame, rows at that frame).
-template <class Lane, int count, class Slot, class Step>
-KRL_INLINE void move_lanes(Slot* packed, PlanarBuffer rows, uint32_t c, size_t channels, uint32_t frames, Step step) {
-    constexpr int n = count * Lane::channels;
-    float* row[n];
-    for (int i = 0; i < n; i++)
-        row[i] = rows.row(c + i);
+// Moves `count` lanes from channel c on, eight frames at a time: step(packed frame, rows at that frame).
+template <class Lane, int count, class Slot, class Rows, class Step>
+KRL_INLINE void move_lanes(Slot* packed, Rows& rows, uint32_t c, size_t channels, uint32_t frames, Step step) {
     packed += c;
     for (uint32_t left = frames / step_frames; left > 0; left--) {
-        step(packed, row);
+        step(packed, rows);
         packed += step_frames * channels;
-        for (float*& r : row)
-            r += step_frames;
+        for (float*& row : rows.row)
+            row += step_frames;
     }
 }
 
-template <class Lane, int count> KRL_INLINE void decode(const RawLane (&raw)[count], float* const* row) {
-    for (const RawLane& lane : raw) {
+// n neighbouring rows that samples go to, or come from, as they are.
+template <int n> struct PlainRows {
+    float* row[n];
+    KRL_INLINE PlainRows(PlanarBuffer rows, uint32_t c) {
+        for (int i = 0; i < n; i++)
+            row[i] = rows.row(c + i);
+    }
+    KRL_INLINE void put(int i, int v, f32v x) { store(row[i] + v * lanes<f32v>, x); }
+};
+struct Plain {
+    PlanarBuffer rows;
+    template <int n> KRL_INLINE PlainRows<n> rows_from(uint32_t c) const { return {rows, c}; }
+    template <int n> KRL_INLINE void finish(const PlainRows<n>&) {}
+    KRL_INLINE void put_one(uint32_t c, uint32_t t, float x) const { rows.row(c)[t] = x; }
+};
+
+// Rows that n neighbouring channels are mixed to, where no other channel goes: the products start from +0 as sums do.
+template <int n> struct RoutedRows {
+    float* row[n];
+    float gain[n];
+    f32v peaks[peak_chains] = {};
+    KRL_INLINE RoutedRows(PlanarBuffer rows, const Route* routes) {
+        for (int i = 0; i < n; i++)
+            row[i] = rows.row(routes[i].row), gain[i] = routes[i].gain;
+    }
+    KRL_INLINE void put(int i, int v, f32v x) {
+        x = splat<f32v>(0.0f) + x * gain[i];
+        store(row[i] + v * lanes<f32v>, x);
+        peaks[i % peak_chains] = max_of_number(krl::abs(x), peaks[i % peak_chains]);
+    }
+};
+struct Routed {
+    PlanarBuffer rows;
+    const Route* routes;
+    float peak = 0.0f;
+    template <int n> KRL_INLINE RoutedRows<n> rows_from(uint32_t c) const { return {rows, routes + c}; }
+    template <int n> KRL_INLINE void finish(const RoutedRows<n>& done) {
+        peak = max_of_number(greatest(done.peaks), peak);
+    }
+    KRL_INLINE void put_one(uint32_t c, uint32_t t, float x) {
+        x = 0.0f + x * routes[c].gain;
+        rows.row(routes[c].row)[t] = x;
+        peak = max_of_number(krl::abs(x), peak);
+    }
+};
+
+template <class Lane, int count, class Rows> KRL_INLINE void decode(const RawLane (&raw)[count], Rows& rows) {
+    for (int k = 0; k < count; k++) {
         f32v samples[vectors][Lane::channels];
         for (int v = 0; v < vectors; v++)
-            Lane::decode(samples[v], lane.of[v]);
-        for (uint32_t i = 0; i < Lane::channels; i++, row++)
+            Lane::decode(samples[v], raw[k].of[v]);
+        for (int i = 0; i < static_cast<int>(Lane::channels); i++)
             for (int v = 0; v < vectors; v++)
-                store(*row + v * lanes<f32v>, samples[v][i]);
+                rows.put(k * Lane::channels + i, v, samples[v][i]);
     }
 }
 template <class Lane, int count> KRL_INLINE void encode(RawLane (&raw)[count], const float* const* row) {
@@ -377,27 +420,32 @@ template <class Lane, int count> KRL_INLINE void encode(RawLane (&raw)[count], c
     }
 }
 
-template <class Format>
-void deinterleave(PlanarBuffer dst, const typename Format::Slot* packed, uint32_t channel_count, uint32_t frames) {
+template <class Format, class Destination>
+KRL_INLINE void deinterleave(Destination& to, const typename Format::Slot* packed, uint32_t channel_count,
+                             uint32_t frames) {
     using Lane = FrameLane<Format>;
-    with_usual_channels(channel_count, [=](auto channels) {
+    with_usual_channels(channel_count, [&](auto channels) __attribute__((always_inline)) {
         for_each_lane<Lane>(
             channels, frames,
-            [=](auto n) {
-                move_lanes<Lane, n>(packed, dst, 0, channels, frames, [=](auto* p, float* const* row) {
+            [&](auto n) __attribute__((always_inline)) {
+                auto rows = to.template rows_from<n * Lane::channels>(0);
+                move_lanes<Lane, n>(packed, rows, 0, channels, frames, [=](auto* p, auto& rows_here) {
                     RawLane raw[n];
                     load_whole<Lane>(raw, p);
-                    decode<Lane>(raw, row);
+                    decode<Lane>(raw, rows_here);
                 });
+                to.finish(rows);
             },
-            [=](auto n, uint32_t c) {
-                move_lanes<Lane, n>(packed, dst, c, channels, frames, [=](auto* p, float* const* row) {
+            [&](auto n, uint32_t c) __attribute__((always_inline)) {
+                auto rows = to.template rows_from<n * Lane::channels>(c);
+                move_lanes<Lane, n>(packed, rows, c, channels, frames, [=](auto* p, auto& rows_here) {
                     RawLane raw[n];
                     load_lanes<Lane>(raw, p, channels);
-                    decode<Lane>(raw, row);
+                    decode<Lane>(raw, rows_here);
                 });
+                to.finish(rows);
             },
-            [=](uint32_t c, uint32_t t) { dst.row(c)[t] = load_one<Format>(packed + t * channels + c); });
+            [&](uint32_t c, uint32_t t) { to.put_one(c, t, load_one<Format>(packed + t * channels + c)); });
     });
 }
 
@@ -408,16 +456,18 @@ void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channe
         for_each_lane<Lane>(
             channels, frames,
             [=](auto n) {
-                move_lanes<Lane, n>(packed, src, 0, channels, frames, [=](auto* p, float* const* row) {
+                PlainRows<n * Lane::channels> rows(src, 0);
+                move_lanes<Lane, n>(packed, rows, 0, channels, frames, [=](auto* p, auto& rows_here) {
                     RawLane raw[n];
-                    encode<Lane>(raw, row);
+                    encode<Lane>(raw, rows_here.row);
                     store_whole<Lane>(p, raw);
                 });
             },
             [=](auto n, uint32_t c) {
-                move_lanes<Lane, n>(packed, src, c, channels, frames, [=](auto* p, float* const* row) {
+                PlainRows<n * Lane::channels> rows(src, c);
+                move_lanes<Lane, n>(packed, rows, c, channels, frames, [=](auto* p, auto& rows_here) {
                     RawLane raw[n];
-                    encode<Lane>(raw, row);
+                    encode<Lane>(raw, rows_here.row);
                     store_lanes<Lane>(p, raw, channels);
                 });
             },
@@ -451,7 +501,15 @@ void read_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t 
 template <class Format>
 void read_packed(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
                  uint32_t frames) {
-    deinterleave<Format>(dst, slot_of<Format>(src, 0, first), channels, frames);
+    Plain to = {dst};
+    deinterleave<Format>(to, slot_of<Format>(src, 0, first), channels, frames);
+}
+template <class Format>
+float read_routed(PlanarBuffer dst, const korvex_downmixer_buffer& src, const Route* routes, uint32_t channels,
+                  size_t first, uint32_t frames) {
+    Routed to = {dst, routes};
+    deinterleave<Format>(to, slot_of<Format>(src, 0, first), channels, frames);
+    return to.peak;
 }
 template <class Format>
 void read_scattered(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
@@ -561,6 +619,14 @@ ReadFrames reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
 
 WriteFrames writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
     return writer_of(format_of(dst), arrangement_of(dst, channels));
+}
+
+ReadRouted routed_reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+    if (arrangement_of(src, channels) != Arrangement::packed)
+        return nullptr;
+    return with_format(format_of(src), ReadRouted{}, []<class Format>(Format) -> ReadRouted {
+        return read_routed<Format>;
+    });
 }
 
 bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,

@@ -26,6 +26,15 @@ using ReadFrames = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src
 using WriteFrames = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
                            uint32_t frames);
 
+// Reads as ReadFrames does, but mixes: channel c, times a gain, is all of what row routes[c].row gets. Returns the greatest
+// magnitude that it stored; NaN does not count.
+struct Route {
+    uint32_t row;
+    float gain;
+};
+using ReadRouted = float (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, const Route* routes, uint32_t channels,
+                             size_t first, uint32_t frames);
+
 enum class SampleFormat : uint8_t {
     none,
     int16,
@@ -49,6 +58,9 @@ WriteFrames writer_of(SampleFormat format, Arrangement arrangement);
 // The conversion for a buffer's format and arrangement. A format without one leaves the destination as it is.
 ReadFrames reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
 WriteFrames writer_of(const korvex_downmixer_buffer& dst, uint32_t channels);
+
+// Null where there is none: only packed frames have one.
+ReadRouted routed_reader_of(const korvex_downmixer_buffer& src, uint32_t channels);
 
 // True where the memory between the first and the last sample of one buffer meets that of the other.
 bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "downmixer/mix_row.h"
+#include "downmixer/peaks.h"
 
 using namespace krl;
 using korla::downmixer::PlanarBuffer;
