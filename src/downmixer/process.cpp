@@ -60,15 +60,16 @@ void mix_and_limit(const Chunk& chunk, const Reader& reader, uint32_t first, uin
     korvex_downmixer_state& state = chunk.state;
     limiter::Fade fades[group_tiles];
     const Matrix matrix = state.matrix; // stores to the rows cannot change the copy
+    const auto [read, read_routed] = reader;
     const uint32_t filled = chunk.frames_from(first, tiles * tile_frames);
-    if (filled > 0 && !reader.read_routed)
-        reader.read(state.in.from(first), chunk.in, matrix.inputs, first, filled);
+    if (filled > 0 && !read_routed)
+        read(state.in.from(first), chunk.in, matrix.inputs, first, filled);
     for (uint32_t k = 0; k < tiles; k++) {
         const uint32_t at = first + k * tile_frames, n = chunk.frames_from(at, tile_frames);
         const PlanarBuffer in = state.in.from(at), out = state.out.from(at);
         float peak = 0.0f;
-        if (reader.read_routed)
-            peak = n > 0 ? reader.read_routed(out, chunk.in, state.routes, matrix.inputs, at, n) : 0.0f;
+        if (read_routed)
+            peak = n > 0 ? read_routed(out, chunk.in, state.routes, matrix.inputs, at, n) : 0.0f;
         else
             peak = n == tile_frames ? mix_whole(out, matrix, in) : mix_part(out, matrix, in, n);
         // Behind the chunk's end, `out` still holds what the limiter gave in earlier calls, and that goes through the limiter

@@ -69,9 +69,13 @@ KRL_INLINE void advance_gain(korvex_ht_kvlim& l, float peak) {
     const float reduced = static_cast<float>(1.0 / static_cast<double>(level)) * l.peak;
     const float target = level > l.peak ? (reduced == reduced ? reduced : 0.0f) : 1.0f;
 
-    float least_target = target; // of this and the previous history_len sub-blocks
-    for (uint32_t i = 0; i < l.history_len; i++)
-        least_target = lesser(l.gain_history[i], least_target);
+    float least_target = target; // of this and the previous history_len sub-blocks: one, two or three
+    const float* history = l.gain_history;
+    least_target = lesser(history[0], least_target);
+    if (l.history_len > 1)
+        least_target = lesser(history[1], least_target);
+    if (l.history_len > 2)
+        least_target = lesser(history[2], least_target);
     l.gain_history[l.history_pos] = target;
     l.history_pos = l.history_pos + 1 == l.history_len ? 0 : l.history_pos + 1;
 
