@@ -142,14 +142,18 @@ KRL_INLINE void crossfade_columns(const korvex_ht_kvlim& l, uint32_t column, con
         float newest[columns * width];
         load_columns(x, in);
         store_columns(newest, x);
-        for (uint32_t k = count; k-- > 0; out -= n) {
-            const Fade fade = fades[k];
-            in -= n;
-            load_columns(x, k > 0 ? in : delay);
+        const auto fade_one = [&](const float* delayed, const Fade* fade) __attribute__((always_inline)) {
+            load_columns(x, delayed);
             for (int j = 0; j < columns; j++)
-                x[j] = fma(falling[j], fade.from * x[j], (fade.to * x[j]) * rising[j]) * boost_scale;
+                x[j] = fma(falling[j], fade->from * x[j], (fade->to * x[j]) * rising[j]) * boost_scale;
             store_columns(out, x);
+        };
+        const Fade* fade = fades + count - 1;
+        for (; fade != fades; fade--, out -= n) {
+            in -= n;
+            fade_one(in, fade);
         }
+        fade_one(delay, fade);
         load_columns(x, newest);
         store_columns(delay, x);
     }
