@@ -203,6 +203,8 @@ TEST(Process, GivesTheBitsOfTheModelWhateverFormatArrangementMemoryAndRounding) 
         if (i % 4 == 0) { // a zero of either sign is no term: infinity does not become NaN, and a sum starts at +0
             layout.inputs = layout.outputs = "FL FR FC";
             matrix = custom = {0.25f, 0, -0.0f, 0, 1, 0.5f, -0.0f, 0.3f, 0};
+            if (i % 8 == 0) // every input goes to one output, which is mixed while it is read
+                matrix = custom = {0, 0.5f, -0.0f, -0.25f, 0, 0, 0, 0, 1};
         }
         const uint32_t block = any({32, 96, 288}), rate = any({24000, 48000, 192000, 22050});
         const bool rests = rate == 22050; // so that infinities do not silence what follows
