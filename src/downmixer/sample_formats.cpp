@@ -223,7 +223,6 @@ KRL_INLINE void load_lanes(RawLane (&raw)[count], const typename Lane::Slot* p, 
         if constexpr (count == 4) {
             for (int i = 0; i < 4; i++)
                 raw[i].of[v] = from_halves([=](int h) { return Lane::load4(frame(h, i)); });
-            transpose(raw[0].of[v], raw[1].of[v], raw[2].of[v], raw[3].of[v]);
         } else if constexpr (count == 2) {
             const auto two_frames = [=](int i) {
                 return from_halves([=](int h) {
@@ -237,13 +236,15 @@ KRL_INLINE void load_lanes(RawLane (&raw)[count], const typename Lane::Slot* p, 
             raw[0].of[v] = from_halves([=](int h) { return f32x4{at(h, 0), at(h, 1), at(h, 2), at(h, 3)}; });
         }
     }
+    if constexpr (count == 4)
+        transpose(raw[0].of, raw[1].of, raw[2].of, raw[3].of);
 }
 template <class Lane, int count>
 KRL_INLINE void store_lanes(typename Lane::Slot* p, RawLane (&raw)[count], uint32_t channels) {
+    if constexpr (count == 4)
+        transpose(raw[0].of, raw[1].of, raw[2].of, raw[3].of);
     for (int v = 0; v < vectors; v++, p += lanes<f32v> * channels) {
         const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
-        if constexpr (count == 4)
-            transpose(raw[0].of[v], raw[1].of[v], raw[2].of[v], raw[3].of[v]);
         if constexpr (count == 2) {
             const auto [a, b] = transpose_pairs(raw[0].of[v], raw[1].of[v]);
             raw[0].of[v] = a, raw[1].of[v] = b;

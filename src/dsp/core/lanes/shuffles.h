@@ -85,13 +85,19 @@ KRL_INLINE f32x4 upper_halves(f32x4 a, f32x4 b) {
     asm("trn2 %0.2d, %1.2d, %2.2d" : "=w"(r) : "w"(a), "w"(b));
     return r;
 }
-KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
+KRL_INLINE void transpose_2x2(f32x4& a, f32x4& b, f32x4& c, f32x4& d) { // in tiles of 2x2
     const auto [ab_even, ab_odd] = transpose_pairs(a, b);
     const auto [cd_even, cd_odd] = transpose_pairs(c, d);
-    a = lower_halves(ab_even, cd_even);
-    b = lower_halves(ab_odd, cd_odd);
-    c = upper_halves(ab_even, cd_even);
-    d = upper_halves(ab_odd, cd_odd);
+    a = ab_even, b = ab_odd, c = cd_even, d = cd_odd;
+}
+KRL_INLINE void exchange_halves(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
+    const f32x4 a_low = lower_halves(a, c), a_high = upper_halves(a, c);
+    const f32x4 b_low = lower_halves(b, d), b_high = upper_halves(b, d);
+    a = a_low, b = b_low, c = a_high, d = b_high;
+}
+KRL_INLINE void transpose(f32x4& a, f32x4& b, f32x4& c, f32x4& d) {
+    transpose_2x2(a, b, c, d);
+    exchange_halves(a, b, c, d);
 }
 #else
 KRL_INLINE f32x4 lower_halves(f32x4 a, f32x4 b) { return __builtin_shufflevector(a, b, 0, 1, 4, 5); }
@@ -116,6 +122,19 @@ KRL_INLINE void transpose(f32x8& a, f32x8& b, f32x8& c, f32x8& d) {
     d = __builtin_shufflevector(ab_hi, cd_hi, 2, 3, 10, 11, 6, 7, 14, 15);
 }
 #endif
+// Several tiles. In steps, where a CPU that executes in order would wait for each.
+template <class V, int n> KRL_INLINE void transpose(V (&a)[n], V (&b)[n], V (&c)[n], V (&d)[n]) {
+#if defined(KRL_NEON)
+    for (int i = 0; i < n; i++)
+        transpose_2x2(a[i], b[i], c[i], d[i]);
+    scheduling_barrier();
+    for (int i = 0; i < n; i++)
+        exchange_halves(a[i], b[i], c[i], d[i]);
+#else
+    for (int i = 0; i < n; i++)
+        transpose(a[i], b[i], c[i], d[i]);
+#endif
+}
 template <class V> KRL_INLINE void transpose_quads(V* r) { transpose(r[0], r[1], r[2], r[3]); }
 
 // ---- four-lane halves ----------------------------------------------------------------------------------------------
