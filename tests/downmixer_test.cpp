@@ -206,7 +206,8 @@ TEST(Process, GivesTheBitsOfTheModelWhateverFormatArrangementMemoryAndRounding) 
         }
         const size_t n = words(layout.inputs).size();
         if (i % 8 == 1 && n > 1) { // every input goes to one output, in reverse order: mixed while it is read
-            layout.outputs = layout.inputs; // more than one, because the model detects as a limiter of strided samples does
+            layout.outputs =
+                layout.inputs; // more than one, because the model detects as a limiter of strided samples does
             custom.assign(n * n, -0.0f);
             for (size_t o = 0; o < n; o++)
                 custom[o * n + n - 1 - o] = (o % 2 ? -0.25f : 0.3f) / static_cast<float>(o + 1);

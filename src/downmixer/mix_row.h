@@ -16,9 +16,9 @@ KRL_INLINE size_t take_lowest(uint64_t& used) {
 }
 
 // Mixes `groups` vectors of frames of the inputs in `used`, input i being at row_of(i), into out. Raises `peaks`, which
-// are numbers, to the greatest magnitudes stored; NaN does not count. Products are rounded and added in input order. The
-// sum starts from +0, so that a row whose products are all -0 gives +0; a zero gain is no term at all, so that it does
-// not turn an infinite sample into NaN.
+// are numbers, to the greatest magnitudes stored; NaN does not count. Products are rounded and added in input order.
+// The sum starts from +0, so that a row whose products are all -0 gives +0; a zero gain is no term at all, so that it
+// does not turn an infinite sample into NaN.
 //
 // Most rows have one to three terms: those are added in straight code, further ones in a loop.
 template <class V, int groups, int chains, class RowOf>

@@ -20,7 +20,9 @@ struct Chunk {
     uint32_t frames;
 
     // Of `count` frames from `first` on, those that the chunk fills.
-    uint32_t frames_from(uint32_t first, uint32_t count) const { return std::min(count, frames - std::min(frames, first)); }
+    uint32_t frames_from(uint32_t first, uint32_t count) const {
+        return std::min(count, frames - std::min(frames, first));
+    }
 };
 
 // Mixes a whole tile. Returns the greatest magnitude that it stored; NaN does not count.
@@ -72,8 +74,8 @@ void mix_and_limit(const Chunk& chunk, const Reader& reader, uint32_t first, uin
             peak = n > 0 ? read_routed(out, chunk.in, state.routes, matrix.inputs, at, n) : 0.0f;
         else
             peak = n == tile_frames ? mix_whole(out, matrix, in) : mix_part(out, matrix, in, n);
-        // Behind the chunk's end, `out` still holds what the limiter gave in earlier calls, and that goes through the limiter
-        // again, because the limiter always advances by a whole block.
+        // Behind the chunk's end, `out` still holds what the limiter gave in earlier calls, and that goes through the
+        // limiter again, because the limiter always advances by a whole block.
         if (n < tile_frames)
             for (uint32_t c = 0; c < matrix.outputs; c++)
                 peak = limiter::peak_of(out.row(c), tile_frames, peak);

@@ -39,9 +39,7 @@ struct Int16 {
     static constexpr float full_scale = 32768.0f;
     static KRL_INLINE f32x4 load4(const Slot* p) { return bit_cast<f32x4>(load_int16(p)); }
     static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_int16(p, bit_cast<i32x4>(raw)); }
-    template <class V> static KRL_INLINE V decode(V raw) {
-        return to_float_from_fixed<15>(bit_cast<ints_of<V>>(raw));
-    }
+    template <class V> static KRL_INLINE V decode(V raw) { return to_float_from_fixed<15>(bit_cast<ints_of<V>>(raw)); }
     template <class V> static KRL_INLINE V encode(V x) {
         return bit_cast<V>(round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 1.0f))));
     }
@@ -54,9 +52,7 @@ struct Int32 {
     static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_bytes(p, raw); }
     static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
     static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, raw); }
-    template <class V> static KRL_INLINE V decode(V raw) {
-        return to_float_from_fixed<31>(bit_cast<ints_of<V>>(raw));
-    }
+    template <class V> static KRL_INLINE V decode(V raw) { return to_float_from_fixed<31>(bit_cast<ints_of<V>>(raw)); }
     template <class V> static KRL_INLINE V encode(V x) { return bit_cast<V>(round_to_int_saturated(x * full_scale)); }
 };
 
@@ -181,8 +177,8 @@ template <class Format> void store_run(typename Format::Slot* dst, const float* 
 
 // ---- between packed frames and rows --------------------------------------------------------------------------------
 //
-// Raw lanes of eight frames are moved together: all that a frame has where that is 1, 2, 3 or 6 lanes, else four, two or
-// one neighbours at a time.
+// Raw lanes of eight frames are moved together: all that a frame has where that is 1, 2, 3 or 6 lanes, else four, two
+// or one neighbours at a time.
 
 // A raw lane of a packed frame: the sample of one channel.
 template <class Format> struct FrameLane : Format {
@@ -425,29 +421,30 @@ template <class Format, class Destination>
 KRL_INLINE void deinterleave(Destination& to, const typename Format::Slot* packed, uint32_t channel_count,
                              uint32_t frames) {
     using Lane = FrameLane<Format>;
-    with_usual_channels(channel_count, [&](auto channels) __attribute__((always_inline)) {
-        for_each_lane<Lane>(
-            channels, frames,
-            [&](auto n) __attribute__((always_inline)) {
-                auto rows = to.template rows_from<n * Lane::channels>(0);
-                move_lanes<Lane, n>(packed, rows, 0, channels, frames, [=](auto* p, auto& rows_here) {
-                    RawLane raw[n];
-                    load_whole<Lane>(raw, p);
-                    decode<Lane>(raw, rows_here);
-                });
-                to.finish(rows);
-            },
-            [&](auto n, uint32_t c) __attribute__((always_inline)) {
-                auto rows = to.template rows_from<n * Lane::channels>(c);
-                move_lanes<Lane, n>(packed, rows, c, channels, frames, [=](auto* p, auto& rows_here) {
-                    RawLane raw[n];
-                    load_lanes<Lane>(raw, p, channels);
-                    decode<Lane>(raw, rows_here);
-                });
-                to.finish(rows);
-            },
-            [&](uint32_t c, uint32_t t) { to.put_one(c, t, load_one<Format>(packed + t * channels + c)); });
-    });
+    with_usual_channels(
+        channel_count, [&](auto channels) __attribute__((always_inline)) {
+            for_each_lane<Lane>(
+                channels, frames,
+                [&](auto n) __attribute__((always_inline)) {
+                    auto rows = to.template rows_from<n * Lane::channels>(0);
+                    move_lanes<Lane, n>(packed, rows, 0, channels, frames, [=](auto* p, auto& rows_here) {
+                        RawLane raw[n];
+                        load_whole<Lane>(raw, p);
+                        decode<Lane>(raw, rows_here);
+                    });
+                    to.finish(rows);
+                },
+                [&](auto n, uint32_t c) __attribute__((always_inline)) {
+                    auto rows = to.template rows_from<n * Lane::channels>(c);
+                    move_lanes<Lane, n>(packed, rows, c, channels, frames, [=](auto* p, auto& rows_here) {
+                        RawLane raw[n];
+                        load_lanes<Lane>(raw, p, channels);
+                        decode<Lane>(raw, rows_here);
+                    });
+                    to.finish(rows);
+                },
+                [&](uint32_t c, uint32_t t) { to.put_one(c, t, load_one<Format>(packed + t * channels + c)); });
+        });
 }
 
 template <class Format>
@@ -625,9 +622,8 @@ WriteFrames writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
 ReadRouted routed_reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
     if (arrangement_of(src, channels) != Arrangement::packed)
         return nullptr;
-    return with_format(format_of(src), ReadRouted{}, []<class Format>(Format) -> ReadRouted {
-        return read_routed<Format>;
-    });
+    return with_format(format_of(src), ReadRouted{},
+                       []<class Format>(Format) -> ReadRouted { return read_routed<Format>; });
 }
 
 bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,

@@ -22,18 +22,18 @@ inline constexpr uint32_t tile_frames = 32;
 // Converts `frames` frames from `first` on, of the first `channels` channels of the caller's buffer; the planar side
 // starts at its frame 0.
 using ReadFrames = void (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
-                          uint32_t frames);
+                            uint32_t frames);
 using WriteFrames = void (*)(const korvex_downmixer_buffer& dst, PlanarBuffer src, uint32_t channels, size_t first,
-                           uint32_t frames);
+                             uint32_t frames);
 
-// Reads as ReadFrames does, but mixes: channel c, times a gain, is all of what row routes[c].row gets. Returns the greatest
-// magnitude that it stored; NaN does not count.
+// Reads as ReadFrames does, but mixes: channel c, times a gain, is all of what row routes[c].row gets. Returns the
+// greatest magnitude that it stored; NaN does not count.
 struct Route {
     uint32_t row;
     float gain;
 };
-using ReadRouted = float (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, const Route* routes, uint32_t channels,
-                             size_t first, uint32_t frames);
+using ReadRouted = float (*)(PlanarBuffer dst, const korvex_downmixer_buffer& src, const Route* routes,
+                             uint32_t channels, size_t first, uint32_t frames);
 
 enum class SampleFormat : uint8_t {
     none,

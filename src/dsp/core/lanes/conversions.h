@@ -70,8 +70,8 @@ template <int fraction> KRL_INLINE f32x8 to_float_from_fixed(i32x8 v) {
 }
 #endif
 
-// Rounds in the current rounding mode, as lrintf does, and NaN to 0 on every target. v is inside the range of int32_t for
-// round_to_int; round_to_int_saturated gives the end of that range that v exceeds.
+// Rounds in the current rounding mode, as lrintf does, and NaN to 0 on every target. v is inside the range of int32_t
+// for round_to_int; round_to_int_saturated gives the end of that range that v exceeds.
 #if defined(KRL_NEON)
 KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)vcvtq_s32_f32(vrndiq_f32((float32x4_t)v)); }
 KRL_INLINE i32x4 round_to_int_saturated(f32x4 v) { return round_to_int(v); }
@@ -121,8 +121,9 @@ KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
 #endif
 }
 
-// Two 16-bit integers a lane, a in the lower half and b in the upper one. Unpacked they become fractions of 2^15; packed are
-// multiples of 1 as round_to_int rounds them, and what is out of range becomes the end of the range that it exceeds.
+// Two 16-bit integers a lane, a in the lower half and b in the upper one. Unpacked they become fractions of 2^15;
+// packed are whole numbers as round_to_int gives them, and what is out of range becomes the end of the range that it
+// exceeds.
 template <class M> KRL_INLINE auto unpack_int16(M both) {
     using V = decltype(to_float(both));
     constexpr int32_t upper = INT32_MIN >> 15;
@@ -131,9 +132,7 @@ template <class M> KRL_INLINE auto unpack_int16(M both) {
 #if defined(KRL_NEON)
 // Numbers with 16 bits behind the point have their whole part in the upper half, where it saturates by itself.
 KRL_INLINE i32x4 pack_int16(f32x4 a, f32x4 b) {
-    const auto upper = [](f32x4 v) {
-        return vreinterpretq_s16_s32(vcvtq_n_s32_f32(vrndiq_f32((float32x4_t)v), 16));
-    };
+    const auto upper = [](f32x4 v) { return vreinterpretq_s16_s32(vcvtq_n_s32_f32(vrndiq_f32((float32x4_t)v), 16)); };
     return (i32x4)vtrn2q_s16(upper(a), upper(b));
 }
 #elif defined(KRL_X86_FMA)
@@ -145,15 +144,13 @@ KRL_INLINE i32x4 pack_int16(f32x4 a, f32x4 b) {
 }
 KRL_INLINE i32x8 pack_int16(f32x8 a, f32x8 b) {
     const auto whole = [](f32x8 v) { return (__m256i)round_to_int(min_quick(splat<f32x8>(32767.0f), v)); };
-    const __m256i order = _mm256_broadcastsi128_si256(
-        _mm_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15));
+    const __m256i order =
+        _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15));
     return (i32x8)_mm256_shuffle_epi8(_mm256_packs_epi32(whole(a), whole(b)), order);
 }
 #else
 KRL_INLINE i32x4 pack_int16(f32x4 a, f32x4 b) {
-    const auto whole = [](f32x4 v) {
-        return round_to_int(clamp(v, splat<f32x4>(-32768.0f), splat<f32x4>(32767.0f)));
-    };
+    const auto whole = [](f32x4 v) { return round_to_int(clamp(v, splat<f32x4>(-32768.0f), splat<f32x4>(32767.0f))); };
     return (whole(a) & 0xffff) | whole(b) << 16;
 }
 #endif

@@ -6,7 +6,6 @@
 namespace krl {
 
 template <class V> struct lane_pair { V a, b; };
-template <class V> struct lane_triple { V a, b, c; };
 template <class V> lane_pair(V, V) -> lane_pair<V>; // clang 14 does not deduce aggregates by itself
 
 // ---- within a vector and between two -------------------------------------------------------------------------------
@@ -155,8 +154,8 @@ template <class F> KRL_INLINE f32v from_halves(F f) { return f(0); }
 
 // ---- structures in memory ------------------------------------------------------------------------------------------
 
-// Reads v[0][0] v[1][0] .. v[n-1][0] v[0][1] .., in memory of any alignment, as n vectors, and writes them so: n is 2, 3 or
-// 6. What is written does not stay in v.
+// Reads v[0][0] v[1][0] .. v[n-1][0] v[0][1] .., in memory of any alignment, as n vectors, and writes them so: n is 2,
+// 3 or 6. What is written does not stay in v.
 template <int n> void load_structures(f32v (&v)[n], const void* memory);
 template <int n> void store_structures(void* memory, f32v (&v)[n]);
 
@@ -223,8 +222,8 @@ template <int n0, int n1, int n2, int n3> KRL_INLINE f32x8 pick_lanes(f32x8 a, f
 }
 #    endif
 template <int n0, int n1, int n2, int n3> KRL_INLINE f32v pick_of_three(const f32v (&v)[3]) {
-    return pick_lanes<n0 == 2, n1 == 2, n2 == 2, n3 == 2>(
-        pick_lanes<n0 == 1, n1 == 1, n2 == 1, n3 == 1>(v[0], v[1]), v[2]);
+    return pick_lanes<n0 == 2, n1 == 2, n2 == 2, n3 == 2>(pick_lanes<n0 == 1, n1 == 1, n2 == 1, n3 == 1>(v[0], v[1]),
+                                                          v[2]);
 }
 
 // The vectors of groups of four structures: n * 4 floats.
