@@ -36,14 +36,22 @@ KRL_INLINE float mix_whole(PlanarBuffer out, const Matrix& matrix, PlanarBuffer 
 }
 
 // Mixes n frames of a tile, frame by frame.
-float mix_part(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t n) {
-    float peak[1] = {};
+void mix_part(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t n) {
+    float peak[1] = {}; // not that of the tile
     for (uint32_t o = 0; o < matrix.outputs; o++)
         for (uint32_t t = 0; t < n; t++)
             mix_row<float, 1>(
                 out.row(o) + t, matrix.gains + o * matrix.inputs, matrix.used_inputs[o],
                 [&](size_t i) { return in.row(i) + t; }, peak);
-    return *peak;
+}
+
+// The peak of a tile that the chunk does not fill: behind the chunk's end, it still holds what the limiter gave in
+// earlier calls, and that goes through the limiter again, because the limiter always advances by a whole block.
+float peak_of_tile(PlanarBuffer out, uint32_t channels) {
+    float peak = 0.0f;
+    for (uint32_t c = 0; c < channels; c++)
+        peak = limiter::peak_of(out.row(c), tile_frames, peak);
+    return peak;
 }
 
 // How the chunk is read: into the input's rows, which are then mixed, or, where the matrix only routes, mixed at once.
@@ -66,19 +74,22 @@ void mix_and_limit(const Chunk& chunk, const Reader& reader, uint32_t first, uin
     const uint32_t filled = chunk.frames_from(first, tiles * tile_frames);
     if (filled > 0 && !read_routed)
         read(state.in.from(first), chunk.in, matrix.inputs, first, filled);
+    const uint32_t whole_tiles = filled / tile_frames;
     for (uint32_t k = 0; k < tiles; k++) {
-        const uint32_t at = first + k * tile_frames, n = chunk.frames_from(at, tile_frames);
+        const uint32_t at = first + k * tile_frames;
         const PlanarBuffer in = state.in.from(at), out = state.out.from(at);
-        float peak = 0.0f;
-        if (read_routed)
-            peak = n > 0 ? read_routed(out, chunk.in, state.routes, matrix.inputs, at, n) : 0.0f;
-        else
-            peak = n == tile_frames ? mix_whole(out, matrix, in) : mix_part(out, matrix, in, n);
-        // Behind the chunk's end, `out` still holds what the limiter gave in earlier calls, and that goes through the
-        // limiter again, because the limiter always advances by a whole block.
-        if (n < tile_frames)
-            for (uint32_t c = 0; c < matrix.outputs; c++)
-                peak = limiter::peak_of(out.row(c), tile_frames, peak);
+        float peak;
+        if (k < whole_tiles) {
+            peak = read_routed ? read_routed(out, chunk.in, state.routes, matrix.inputs, at, tile_frames)
+                               : mix_whole(out, matrix, in);
+        } else {
+            const uint32_t n = k == whole_tiles ? filled % tile_frames : 0;
+            if (read_routed && n > 0)
+                read_routed(out, chunk.in, state.routes, matrix.inputs, at, n);
+            else
+                mix_part(out, matrix, in, n);
+            peak = peak_of_tile(out, matrix.outputs);
+        }
         limiter::next_fade(*state.limiter, peak, fades[k]);
     }
     limiter::delay_and_fade(*state.limiter, state.out.from(first).samples, state.out.row_length, fades, tiles);
