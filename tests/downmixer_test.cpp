@@ -204,6 +204,15 @@ TEST(Process, GivesTheBitsOfTheModelWhateverFormatArrangementMemoryAndRounding) 
             layout.inputs = layout.outputs = "FL FR FC";
             matrix = custom = {0.25f, 0, -0.0f, 0, 1, 0.5f, -0.0f, 0.3f, 0};
         }
+        const size_t n = words(layout.inputs).size();
+        if (i % 8 == 1 && n > 1) { // every input goes to one output, in reverse order: mixed while it is read
+            layout.outputs =
+                layout.inputs; // more than one, because the model detects as a limiter of strided samples does
+            custom.assign(n * n, -0.0f);
+            for (size_t o = 0; o < n; o++)
+                custom[o * n + n - 1 - o] = (o % 2 ? -0.25f : 0.3f) / static_cast<float>(o + 1);
+            matrix = custom;
+        }
         const uint32_t block = any({32, 96, 288}), rate = any({24000, 48000, 192000, 22050});
         const bool rests = rate == 22050; // so that infinities do not silence what follows
         const uint32_t in_format = any({3, 4, 5, 6, 7, 8});

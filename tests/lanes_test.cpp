@@ -147,6 +147,8 @@ TEST(LanesShuffles, PutEveryLaneInItsPlace) {
         EXPECT_ORDER(twice_even(a), a[i & ~1]);
         EXPECT_ORDER(twice_odd(a), a[i | 1]);
         EXPECT_ORDER(even_odd(a, b), i % 2 ? b[i] : a[i]);
+        EXPECT_ORDER(transpose_pairs(a, b).a, i % 2 ? b[i - 1] : a[i]);
+        EXPECT_ORDER(transpose_pairs(a, b).b, i % 2 ? b[i] : a[i + 1]);
         EXPECT_ORDER(shift_in(a, -5.0f), i ? a[i - 1] : -5.0f);
         V rows[4] = {a, b, a + 0.5f, b + 0.5f}, tiles[4];
         std::copy_n(rows, 4, tiles);
@@ -182,6 +184,29 @@ TEST(LanesShuffles, PutEveryLaneInItsPlace) {
     EXPECT_ORDER(reverse_complex(a), a[i ^ 2]);
     EXPECT_ORDER(interleave_complex(a, b).a, i < 2 ? a[i] : b[i - 2]);
     EXPECT_ORDER(interleave_complex(a, b).b, i < 2 ? a[i + 2] : b[i]);
+    EXPECT_ORDER(lower_halves(a, b), i < 2 ? a[i] : b[i - 2]);
+    EXPECT_ORDER(upper_halves(a, b), i < 2 ? a[i + 2] : b[i]);
+}
+
+template <int members> void expect_structures() {
+    static constexpr int W = lanes<f32v>;
+    std::vector<float> ramp(members * W);
+    std::iota(ramp.begin(), ramp.end(), 1.0f);
+    for (size_t at = 0; at < 4; at++) { // bytes
+        GuardedBuffer<uint8_t> in(sizeof(float) * ramp.size(), at), out(in.size(), 3 - at);
+        std::memcpy(in.data(), ramp.data(), in.size());
+        f32v v[members];
+        load_structures(v, in.data());
+        for (int m = 0; m < members; m++)
+            EXPECT_ORDER(v[m], ramp[members * i + m]);
+        store_structures(out.data(), v);
+        EXPECT_EQ(out.values(), in.values()) << members;
+    }
+}
+TEST(LanesStructures, AreTakenApartAndPutTogether) {
+    expect_structures<2>();
+    expect_structures<3>();
+    expect_structures<6>();
 }
 
 TEST(LanesHalves, StandSideBySide) {
@@ -249,12 +274,10 @@ TEST(LanesMemory, IsReadAndWrittenInPlace) {
                          i < count ? double(x[i]) : 0.0);
     });
     for (int x : {-32768, -1, 0, 32767}) {
-        GuardedBuffer<int16_t> in(std::vector<int16_t>{static_cast<int16_t>(x), 1, -2, 300}, 1), four(4, 3), two(2, 1);
+        GuardedBuffer<int16_t> in(std::vector<int16_t>{static_cast<int16_t>(x), 1, -2, 300}, 1), four(4, 3);
         store_int16(four.data(), load_int16(in.data()));
         EXPECT_EQ(four.values(), in.values());
         EXPECT_EQ(load_int16(in.data())[0], x);
-        store_int16_pair(two.data(), load_int16_pair(in.data()));
-        EXPECT_TRUE(two[0] == in[0] && two[1] == 1);
     }
 }
 
@@ -268,24 +291,50 @@ TEST(LanesConversions, RoundOnce) {
         EXPECT_ORDER(twice_even(even_to_double(v)), double(v[i & ~1]));
         EXPECT_ORDER(twice_odd(even_to_double(v)), double(v[(i & ~1) + W]));
     });
-    const std::vector<float> values = {0.5f,  -0.5f,      1.5f,           2.5f,     -3.5f,    0.3f,
-                                       -0.7f, 8388607.5f, 0x1.fffffep30f, -0x1p31f, nan_value};
+    // The first few are in the range of int32_t, or NaN.
+    const std::vector<float> values = {0.5f,       -0.5f,          1.5f,      2.5f,      -3.5f,    0.3f,     -0.7f,
+                                       8388607.5f, 0x1.fffffep30f, -0x1p31f,  nan_value, 32767.4f, 32767.6f, -32768.5f,
+                                       32768.5f,   -40000.0f,      -1.0e-40f, 0x1p31f,   -3e9f,    infinity, -infinity};
+    constexpr size_t in_range = 17;
+    const auto saturated = [](float x, double most) {
+        return std::isnan(x) ? 0.0 : std::clamp(std::nearbyint(double(x)), -most - 1, most);
+    };
     for (int mode : {FE_TONEAREST, FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO})
         each_vector([&]<class V>() {
             for (size_t at = 0; at + lanes<V> <= values.size(); at++) {
                 std::fesetround(mode);
-                const auto rounded = std::bit_cast<std::array<int32_t, lanes<V>>>(round_to_int(load<V>(&values[at])));
-                std::array<int32_t, lanes<V>> expected;
-                for (int i = 0; i < lanes<V>; i++)
-                    expected[i] = std::isnan(values[at + i]) ? 0 : static_cast<int32_t>(std::lrint(values[at + i]));
+                using ints = std::array<int32_t, lanes<V>>;
+                using shorts = std::array<int16_t, 2 * lanes<V>>;
+                const V v = load<V>(&values[at]);
+                const auto whole = std::bit_cast<ints>(round_to_int(v));
+                const auto all = std::bit_cast<ints>(round_to_int_saturated(v));
+                const auto packed = std::bit_cast<shorts>(pack_int16(v, reverse(v)));
+                ints expected;
+                shorts expected_packed;
+                for (int i = 0; i < lanes<V>; i++) {
+                    expected[i] = static_cast<int32_t>(saturated(values[at + i], 0x1p31 - 1));
+                    expected_packed[2 * i] = static_cast<int16_t>(saturated(values[at + i], 32767));
+                    expected_packed[2 * (lanes<V> - 1 - i) + 1] = expected_packed[2 * i];
+                }
                 std::fesetround(FE_TONEAREST);
-                EXPECT_EQ(rounded, expected) << "from value " << at << " on, mode " << mode;
+                EXPECT_EQ(all, expected) << "from value " << at << " on, mode " << mode;
+                EXPECT_EQ(packed, expected_packed) << "from value " << at << " on, mode " << mode;
+                if (at + lanes<V> <= in_range) {
+                    EXPECT_EQ(whole, expected) << "from value " << at << " on, mode " << mode;
+                }
             }
         });
     each_vector([]<class V>() {
-        const auto v = to_float(lanes_of<typename lane_traits<V>::mask>([](int i) { return (1 << 24) + 2 * i - 1; }));
-        for (int i = 0; i < lanes<V>; i++)
-            EXPECT_EQ(v[i], static_cast<float>((1 << 24) + 2 * i - 1));
+        static constexpr int W = lanes<V>;
+        using M = typename lane_traits<V>::mask;
+        const M v = lanes_of<M>([](int i) { return (1 << 24) + 2 * i - 1; });
+        EXPECT_ORDER(to_float(v), static_cast<float>(v[i]));
+        EXPECT_ORDER(to_float_from_fixed<31>(v), static_cast<float>(v[i]) * 0x1p-31f);
+        EXPECT_ORDER(to_float_from_fixed<15>(-v), static_cast<float>(-v[i]) * 0x1p-15f);
+        const int16_t samples[] = {-32768, 32767, -1, 1, 0, -2, 300, -301};
+        const M both = lanes_of<M>([&](int i) { return samples[i] * 65536 + static_cast<uint16_t>(samples[7 - i]); });
+        EXPECT_ORDER(unpack_int16(both).a, samples[7 - i] / 32768.0f);
+        EXPECT_ORDER(unpack_int16(both).b, samples[i] / 32768.0f);
     });
 }
 

@@ -99,6 +99,7 @@ korvex_downmixer_state* korvex_downmixer_init(uint32_t block, uint64_t sample_ra
     auto* used_inputs = reinterpret_cast<uint16_t*>(base + at.used_inputs);
     find_used_inputs(used_inputs, matrix, outputs, speakers.count);
     state->matrix = {matrix, used_inputs, outputs, speakers.count};
+    state->is_routing = find_routes(state->routes, state->matrix);
     state->block = block;
     state->in = {reinterpret_cast<float*>(base + at.in), block};
     state->out = {reinterpret_cast<float*>(base + at.out), block};

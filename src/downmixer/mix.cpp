@@ -1,12 +1,11 @@
-// Mixing: the rows of a tile, or buffers of any stride.
+// Which gains count, and mixing between buffers of any stride.
 #include "downmixer/mix.h"
 
 #include "downmixer/layouts.h"
 #include "downmixer/mix_row.h"
 
-using namespace krl;
-
 namespace korla::downmixer {
+
 void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs) {
     static_assert(max_inputs <= 8 * sizeof *used_inputs);
     for (uint32_t o = 0; o < outputs; o++) {
@@ -17,24 +16,21 @@ void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t output
     }
 }
 
-float mix(PlanarBuffer out, const Matrix& shared_matrix, PlanarBuffer in, uint32_t frames) {
-    const Matrix matrix = shared_matrix; // stores to the rows cannot change the copy
-    constexpr int groups = tile_frames / lanes<f32v>;
-    f32v peaks = splat<f32v>(0.0f);
-    float peak = 0.0f;
+bool find_routes(Route* routes, const Matrix& matrix) {
+    if (matrix.outputs != matrix.inputs)
+        return false;
+    uint64_t all = 0;
     for (uint32_t o = 0; o < matrix.outputs; o++) {
-        const float* gains = matrix.gains + o * matrix.inputs;
-        const uint32_t used = matrix.used_inputs[o];
-        if (frames == tile_frames)
-            peaks = mix_row<f32v, groups>(
-                out.row(o), gains, used, [&](int i) { return in.row(i); }, peaks);
-        else
-            for (uint32_t t = 0; t < frames; t++)
-                peak = mix_row<float, 1>(
-                    out.row(o) + t, gains, used, [&](int i) { return in.row(i) + t; }, peak);
+        uint64_t used = matrix.used_inputs[o];
+        if (used == 0 || (used & all) != 0)
+            return false;
+        all |= used;
+        const size_t i = take_lowest(used);
+        if (used != 0)
+            return false;
+        routes[i] = {o, matrix.gains[o * matrix.inputs + i]};
     }
-    const float whole = max_of_magnitudes(peaks);
-    return whole > peak ? whole : peak;
+    return true;
 }
 
 void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const korvex_downmixer_buffer& in,
@@ -44,12 +40,13 @@ void mix_strided(const korvex_downmixer_buffer& out, const Matrix& matrix, const
         for (size_t t = 0; t < frames; t++)
             dst[t * out.stride] = 0.0f;
         if (o < matrix.outputs)
-            for_each_used(matrix.used_inputs[o], [&](uint32_t i) {
+            for (uint64_t used = matrix.used_inputs[o]; used != 0;) {
+                const size_t i = take_lowest(used);
                 const float gain = matrix.gains[o * matrix.inputs + i];
                 const auto* src = static_cast<const float*>(in.channels[i]);
                 for (size_t t = 0; t < frames; t++)
                     dst[t * out.stride] += src[t * in.stride] * gain;
-            });
+            }
     }
 }
 

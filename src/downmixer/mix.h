@@ -18,8 +18,8 @@ struct Matrix {
 // Fills in used_inputs: a gain that is zero now is never looked at again.
 void find_used_inputs(uint16_t* used_inputs, const float* gains, uint32_t outputs, uint32_t inputs);
 
-// Mixes `frames` frames, at most tile_frames, and returns the greatest magnitude that it stored; NaN does not count.
-float mix(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t frames);
+// True where every input goes to one output and every output comes from one input; then routes has that of every input.
+bool find_routes(Route* routes, const Matrix& matrix);
 
 // Mixes between float buffers of any stride that share no memory. Channels of out that the matrix has no row for become
 // silent.

@@ -2,6 +2,8 @@
 #include <algorithm>
 
 #include "downmixer/layouts.h"
+#include "downmixer/mix_row.h"
+#include "downmixer/peaks.h"
 #include "downmixer/state.h"
 
 namespace korla::downmixer {
@@ -9,7 +11,7 @@ namespace {
 
 // ---- through the work buffers --------------------------------------------------------------------------------------
 
-// Tiles are mixed, limited and written back in groups, which stay in the nearest cache on their way.
+// Tiles are read, mixed, limited and written back in groups, which stay in the nearest cache on their way.
 constexpr uint32_t group_frames = 256, group_tiles = group_frames / tile_frames;
 
 struct Chunk {
@@ -17,41 +19,85 @@ struct Chunk {
     const korvex_downmixer_buffer &in, &out;
     uint32_t frames;
 
-    // The frames of a tile that the chunk fills.
-    uint32_t frames_of_tile(uint32_t first) const { return std::min(tile_frames, frames - std::min(frames, first)); }
+    // Of `count` frames from `first` on, those that the chunk fills.
+    uint32_t frames_from(uint32_t first, uint32_t count) const {
+        return std::min(count, frames - std::min(frames, first));
+    }
 };
 
-// Converts and mixes one tile. Returns the peak of all of it: behind the chunk's end, `out` still holds what the
-// limiter gave in earlier calls, and that goes through the limiter again, because the limiter always advances by a
-// whole block.
-float mix_tile(const Chunk& chunk, ReadTile read, uint32_t first) {
-    const Matrix& matrix = chunk.state.matrix;
-    const PlanarBuffer converted = chunk.state.in.from(first), mixed = chunk.state.out.from(first);
-    const uint32_t n = chunk.frames_of_tile(first);
+// Mixes a whole tile. Returns the greatest magnitude that it stored; NaN does not count.
+KRL_INLINE float mix_whole(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in) {
+    krl::f32v peaks[peak_chains] = {};
+    const float* gains = matrix.gains;
+    for (uint32_t o = 0; o < matrix.outputs; o++, gains += matrix.inputs)
+        mix_row<krl::f32v, tile_frames / krl::lanes<krl::f32v>>(
+            out.row(o), gains, matrix.used_inputs[o], [&](size_t i) { return in.row(i); }, peaks);
+    return greatest(peaks);
+}
+
+// Mixes n frames of a tile, frame by frame.
+void mix_part(PlanarBuffer out, const Matrix& matrix, PlanarBuffer in, uint32_t n) {
+    float peak[1] = {}; // not that of the tile
+    for (uint32_t o = 0; o < matrix.outputs; o++)
+        for (uint32_t t = 0; t < n; t++)
+            mix_row<float, 1>(
+                out.row(o) + t, matrix.gains + o * matrix.inputs, matrix.used_inputs[o],
+                [&](size_t i) { return in.row(i) + t; }, peak);
+}
+
+// The peak of a tile that the chunk does not fill: behind the chunk's end, it still holds what the limiter gave in
+// earlier calls, and that goes through the limiter again, because the limiter always advances by a whole block.
+float peak_of_tile(PlanarBuffer out, uint32_t channels) {
     float peak = 0.0f;
-    if (n > 0) {
-        read(converted, chunk.in, matrix.inputs, first, n);
-        peak = mix(mixed, matrix, converted, n);
-    }
-    if (n < tile_frames)
-        for (uint32_t c = 0; c < matrix.outputs; c++)
-            peak = limiter::peak_of(mixed.row(c), tile_frames, peak);
+    for (uint32_t c = 0; c < channels; c++)
+        peak = limiter::peak_of(out.row(c), tile_frames, peak);
     return peak;
 }
 
+// How the chunk is read: into the input's rows, which are then mixed, or, where the matrix only routes, mixed at once.
+struct Reader {
+    ReadFrames read;
+    ReadRouted read_routed; // or null
+    explicit Reader(const Chunk& chunk) {
+        const korvex_downmixer_state& state = chunk.state;
+        read = reader_of(chunk.in, state.matrix.inputs);
+        read_routed = state.is_routing ? routed_reader_of(chunk.in, state.matrix.inputs) : nullptr;
+    }
+};
+
 // The gain computer follows one tile behind the mixing; then all channels are delayed and faded in one run.
-void mix_and_limit(const Chunk& chunk, ReadTile read, uint32_t first, uint32_t tiles) {
+void mix_and_limit(const Chunk& chunk, const Reader& reader, uint32_t first, uint32_t tiles) {
     korvex_downmixer_state& state = chunk.state;
     limiter::Fade fades[group_tiles];
-    for (uint32_t k = 0; k < tiles; k++)
-        fades[k] = limiter::next_fade(*state.limiter, mix_tile(chunk, read, first + k * tile_frames));
+    const Matrix matrix = state.matrix; // stores to the rows cannot change the copy
+    const auto [read, read_routed] = reader;
+    const uint32_t filled = chunk.frames_from(first, tiles * tile_frames);
+    if (filled > 0 && !read_routed)
+        read(state.in.from(first), chunk.in, matrix.inputs, first, filled);
+    const uint32_t whole_tiles = filled / tile_frames;
+    for (uint32_t k = 0; k < tiles; k++) {
+        const uint32_t at = first + k * tile_frames;
+        const PlanarBuffer in = state.in.from(at), out = state.out.from(at);
+        float peak;
+        if (k < whole_tiles) {
+            peak = read_routed ? read_routed(out, chunk.in, state.routes, matrix.inputs, at, tile_frames)
+                               : mix_whole(out, matrix, in);
+        } else {
+            const uint32_t n = k == whole_tiles ? filled % tile_frames : 0;
+            if (read_routed && n > 0)
+                read_routed(out, chunk.in, state.routes, matrix.inputs, at, n);
+            else
+                mix_part(out, matrix, in, n);
+            peak = peak_of_tile(out, matrix.outputs);
+        }
+        limiter::next_fade(*state.limiter, peak, fades[k]);
+    }
     limiter::delay_and_fade(*state.limiter, state.out.from(first).samples, state.out.row_length, fades, tiles);
 }
 
-void write_back(const Chunk& chunk, WriteTile write, uint32_t first, uint32_t tiles) {
-    for (uint32_t k = 0; k < tiles; k++, first += tile_frames)
-        if (const uint32_t n = chunk.frames_of_tile(first); n > 0)
-            write(chunk.out, chunk.state.out.from(first), chunk.state.matrix.outputs, first, n);
+void write_back(const Chunk& chunk, WriteFrames write, uint32_t first, uint32_t tiles) {
+    if (const uint32_t n = chunk.frames_from(first, tiles * tile_frames); n > 0)
+        write(chunk.out, chunk.state.out.from(first), chunk.state.matrix.outputs, first, n);
 }
 
 // f(first frame, tiles) for every group.
@@ -65,12 +111,12 @@ template <class F> void for_each_group(uint32_t block, F f) {
 void process_staged(const Chunk& chunk) {
     const Matrix& matrix = chunk.state.matrix;
     const uint32_t block = chunk.state.block;
-    const ReadTile read = reader_of(chunk.in, matrix.inputs);
-    const WriteTile write = writer_of(chunk.out, matrix.outputs);
+    const Reader reader(chunk);
+    const WriteFrames write = writer_of(chunk.out, matrix.outputs);
     const bool read_all_first =
         block > group_frames && share_memory(chunk.in, matrix.inputs, chunk.out, matrix.outputs, chunk.frames);
     for_each_group(block, [&](uint32_t first, uint32_t tiles) {
-        mix_and_limit(chunk, read, first, tiles);
+        mix_and_limit(chunk, reader, first, tiles);
         if (!read_all_first)
             write_back(chunk, write, first, tiles);
     });
@@ -90,9 +136,8 @@ void process_direct(const Chunk& chunk) {
     out.channel_count = std::max(out.channel_count, state.matrix.outputs);
     void* rows[max_inputs];
     if (share_memory(in, inputs, out, out.channel_count, chunk.frames)) {
-        const ReadTile read = reader_of(in, inputs);
-        for (uint32_t first = 0; first < chunk.frames; first += tile_frames)
-            read(state.in.from(first), in, inputs, first, chunk.frames_of_tile(first));
+        const ReadFrames read = reader_of(in, inputs);
+        read(state.in, in, inputs, 0, chunk.frames);
         for (uint32_t c = 0; c < inputs; c++)
             rows[c] = state.in.row(c);
         in = {inputs, 1, KORVEX_FORMAT_FLOAT, rows};

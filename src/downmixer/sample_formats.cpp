@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "downmixer/peaks.h"
 #include "dsp/core/lanes.h"
 
 using namespace krl;
@@ -19,6 +20,7 @@ namespace {
 // format.
 
 using f32x2 = float __attribute__((vector_size(8)));
+using i32x2 = int32_t __attribute__((vector_size(8)));
 using u8x16 = uint8_t __attribute__((vector_size(16)));
 template <class V> using ints_of = typename lane_traits<V>::mask;
 
@@ -30,17 +32,14 @@ template <class T> KRL_INLINE T load_bytes(const void* p) {
 template <class T> KRL_INLINE void store_bytes(void* p, T value) { __builtin_memcpy(p, &value, sizeof value); }
 
 KRL_INLINE f32x2 lower_pair(f32x4 v) { return __builtin_shufflevector(v, v, 0, 1); }
+KRL_INLINE f32x2 upper_pair(f32x4 v) { return __builtin_shufflevector(v, v, 2, 3); }
 
 struct Int16 {
     using Slot = int16_t;
     static constexpr float full_scale = 32768.0f;
     static KRL_INLINE f32x4 load4(const Slot* p) { return bit_cast<f32x4>(load_int16(p)); }
     static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_int16(p, bit_cast<i32x4>(raw)); }
-    static KRL_INLINE f32x2 load2(const Slot* p) { return bit_cast<f32x2>(load_int16_pair(p)); }
-    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_int16_pair(p, bit_cast<i32x2>(raw)); }
-    template <class V> static KRL_INLINE V decode(V raw) {
-        return to_float(bit_cast<ints_of<V>>(raw)) * (1.0f / full_scale);
-    }
+    template <class V> static KRL_INLINE V decode(V raw) { return to_float_from_fixed<15>(bit_cast<ints_of<V>>(raw)); }
     template <class V> static KRL_INLINE V encode(V x) {
         return bit_cast<V>(round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 1.0f))));
     }
@@ -53,14 +52,8 @@ struct Int32 {
     static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_bytes(p, raw); }
     static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
     static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, raw); }
-    template <class V> static KRL_INLINE V decode(V raw) {
-        return to_float(bit_cast<ints_of<V>>(raw)) * (1.0f / full_scale);
-    }
-    template <class V> static KRL_INLINE V encode(V x) {
-        // The greatest float below 2^31 bounds what is rounded; 1.0 and above become the greatest integer.
-        const auto rounded = round_to_int(clamp(x * full_scale, splat<V>(-full_scale), splat<V>(full_scale - 128.0f)));
-        return bit_cast<V>(select(x >= 1.0f, splat<ints_of<V>>(INT32_MAX), rounded));
-    }
+    template <class V> static KRL_INLINE V decode(V raw) { return to_float_from_fixed<31>(bit_cast<ints_of<V>>(raw)); }
+    template <class V> static KRL_INLINE V encode(V x) { return bit_cast<V>(round_to_int_saturated(x * full_scale)); }
 };
 
 // The low half of an 8-byte slot, sign-extended.
@@ -184,137 +177,297 @@ template <class Format> void store_run(typename Format::Slot* dst, const float* 
 
 // ---- between packed frames and rows --------------------------------------------------------------------------------
 //
-// Tiles of four channels by one vector of frames are transposed in registers; what is left over are a pair of channels
-// and a single one. Half h of a vector of frames holds frames 4h .. 4h + 3.
+// Raw lanes of eight frames are moved together: all that a frame has where that is 1, 2, 3 or 6 lanes, else four, two
+// or one neighbours at a time.
 
-template <class Format>
-KRL_INLINE void load_four(f32v (&rows)[4], const typename Format::Slot* packed, uint32_t channels) {
-    for (int j = 0; j < 4; j++)
-        rows[j] = from_halves([=](int h) { return Format::load4(packed + (4 * h + j) * channels); });
-    transpose(rows[0], rows[1], rows[2], rows[3]);
-    for (f32v& row : rows)
-        row = Format::decode(row);
-}
-template <class Format> KRL_INLINE void store_four(typename Format::Slot* packed, f32v (&rows)[4], uint32_t channels) {
-    for (f32v& row : rows)
-        row = Format::encode(row);
-    transpose(rows[0], rows[1], rows[2], rows[3]);
-    for (int j = 0; j < 4; j++)
-        for (int h = 0; h < halves; h++)
-            Format::store4(packed + (4 * h + j) * channels, half(rows[j], h));
-}
-
-template <class Format> KRL_INLINE lane_pair<f32v> load_pair(const typename Format::Slot* packed, uint32_t channels) {
-    auto frames = [=](int h, int first) { // channel by channel of two frames
-        const auto* p = packed + (4 * h + first) * channels;
-        return __builtin_shufflevector(Format::load2(p), Format::load2(p + channels), 0, 1, 2, 3);
-    };
-    const f32v a = from_halves([=](int h) { return krl::deinterleave(frames(h, 0), frames(h, 2)).a; });
-    const f32v b = from_halves([=](int h) { return krl::deinterleave(frames(h, 0), frames(h, 2)).b; });
-    return {Format::decode(a), Format::decode(b)};
-}
-template <class Format> KRL_INLINE void store_pair(typename Format::Slot* packed, f32v a, f32v b, uint32_t channels) {
-    a = Format::encode(a);
-    b = Format::encode(b);
-    auto store_two_frames = [=](int first, f32x4 frames) {
-        Format::store2(packed + first * channels, __builtin_shufflevector(frames, frames, 0, 1));
-        Format::store2(packed + (first + 1) * channels, __builtin_shufflevector(frames, frames, 2, 3));
-    };
-    for (int h = 0; h < halves; h++) {
-        const auto [lo, hi] = krl::interleave(half(a, h), half(b, h));
-        store_two_frames(4 * h, lo);
-        store_two_frames(4 * h + 2, hi);
+// A raw lane of a packed frame: the sample of one channel.
+template <class Format> struct FrameLane : Format {
+    static constexpr uint32_t channels = 1;
+    static constexpr bool in_memory = std::is_same_v<Format, Int32> || std::is_same_v<Format, Float>; // as it is
+    template <class V> static KRL_INLINE void decode(V (&samples)[1], V raw) { samples[0] = Format::decode(raw); }
+    template <class V> static KRL_INLINE V encode(const V (&samples)[1]) { return Format::encode(samples[0]); }
+};
+// Two channels of 16 bits share a lane, so that there is half as much to transpose.
+template <> struct FrameLane<Int16> {
+    using Slot = int16_t;
+    static constexpr uint32_t channels = 2;
+    static constexpr bool in_memory = true;
+    static KRL_INLINE f32x4 load4(const Slot* p) { return load_bytes<f32x4>(p); }
+    static KRL_INLINE void store4(Slot* p, f32x4 raw) { store_bytes(p, raw); }
+    static KRL_INLINE f32x2 load2(const Slot* p) { return load_bytes<f32x2>(p); }
+    static KRL_INLINE void store2(Slot* p, f32x2 raw) { store_bytes(p, raw); }
+    template <class V> static KRL_INLINE void decode(V (&samples)[2], V raw) {
+        const auto [a, b] = unpack_int16(bit_cast<ints_of<V>>(raw));
+        samples[0] = a, samples[1] = b;
     }
-}
+    template <class V> static KRL_INLINE V encode(const V (&samples)[2]) {
+        return bit_cast<V>(pack_int16(samples[0] * Int16::full_scale, samples[1] * Int16::full_scale));
+    }
+};
 
-// Calls f(channels, frames), with compile-time numbers for whole tiles of the usual channel counts.
-template <class F> KRL_INLINE void with_usual_shape(uint32_t channels, uint32_t frames, F f) {
-    using std::integral_constant;
-    constexpr integral_constant<uint32_t, tile_frames> tile{};
-    if (frames == tile_frames)
-        switch (channels) {
-        case 2: return f(integral_constant<uint32_t, 2>{}, tile);
-        case 6: return f(integral_constant<uint32_t, 6>{}, tile);
-        case 8: return f(integral_constant<uint32_t, 8>{}, tile);
-        case 12: return f(integral_constant<uint32_t, 12>{}, tile);
+// A lane of eight frames. Half h of a vector of frames holds frames 4h .. 4h + 3 of it.
+constexpr uint32_t step_frames = 8;
+constexpr int vectors = step_frames / lanes<f32v>;
+struct RawLane {
+    f32v of[vectors];
+};
+
+template <class Lane, int count>
+KRL_INLINE void load_lanes(RawLane (&raw)[count], const typename Lane::Slot* p, uint32_t channels) {
+    for (int v = 0; v < vectors; v++, p += lanes<f32v> * channels) {
+        const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
+        if constexpr (count == 4) {
+            for (int i = 0; i < 4; i++)
+                raw[i].of[v] = from_halves([=](int h) { return Lane::load4(frame(h, i)); });
+        } else if constexpr (count == 2) {
+            const auto two_frames = [=](int i) {
+                return from_halves([=](int h) {
+                    return __builtin_shufflevector(Lane::load2(frame(h, i)), Lane::load2(frame(h, i + 2)), 0, 1, 2, 3);
+                });
+            };
+            const auto [a, b] = transpose_pairs(two_frames(0), two_frames(1));
+            raw[0].of[v] = a, raw[1].of[v] = b;
+        } else {
+            const auto at = [=](int h, int i) { return load_bytes<float>(frame(h, i)); };
+            raw[0].of[v] = from_halves([=](int h) { return f32x4{at(h, 0), at(h, 1), at(h, 2), at(h, 3)}; });
         }
-    f(channels, frames);
+    }
+    if constexpr (count == 4)
+        transpose(raw[0].of, raw[1].of, raw[2].of, raw[3].of);
+}
+template <class Lane, int count>
+KRL_INLINE void store_lanes(typename Lane::Slot* p, RawLane (&raw)[count], uint32_t channels) {
+    if constexpr (count == 4)
+        transpose(raw[0].of, raw[1].of, raw[2].of, raw[3].of);
+    for (int v = 0; v < vectors; v++, p += lanes<f32v> * channels) {
+        const auto frame = [=](int h, int i) { return p + (4 * h + i) * channels; };
+        if constexpr (count == 2) {
+            const auto [a, b] = transpose_pairs(raw[0].of[v], raw[1].of[v]);
+            raw[0].of[v] = a, raw[1].of[v] = b;
+        }
+        for (int h = 0; h < halves; h++)
+            for (int i = 0; i < 4; i++) {
+                if constexpr (count == 4) {
+                    Lane::store4(frame(h, i), half(raw[i].of[v], h));
+                } else if constexpr (count == 2) {
+                    const f32x4 two_frames = half(raw[i % 2].of[v], h);
+                    Lane::store2(frame(h, i), i < 2 ? lower_pair(two_frames) : upper_pair(two_frames));
+                } else {
+                    store_bytes<float>(frame(h, i), half(raw[0].of[v], h)[i]);
+                }
+            }
+    }
 }
 
-// Walks packed frames by vectors of frames: four(c, t) and pair(c, t) for channels from c on, stereo(t) when there are
-// just two, and one(c, t) for single samples.
-template <class Four, class Pair, class Stereo, class One>
-KRL_INLINE void for_each_tile(uint32_t channels, uint32_t frames, Four four, Pair pair, Stereo stereo, One one) {
-    constexpr uint32_t width = lanes<f32v>;
-    const uint32_t whole = frames / width * width;
-    uint32_t c = 0;
-    if (channels == 2) {
-        for (uint32_t t = 0; t < whole; t += width)
-            stereo(t);
-        c = 2;
+template <class Lane, int count> KRL_INLINE void load_whole(RawLane (&raw)[count], const typename Lane::Slot* p) {
+    constexpr uint32_t slots = lanes<f32v> * Lane::channels; // in a vector
+    for (int v = 0; v < vectors; v++, p += count * slots) {
+        f32v x[count];
+        if constexpr (count == 1) {
+            x[0] = load_bytes<f32v>(p);
+        } else if constexpr (Lane::in_memory) {
+            load_structures(x, p);
+        } else {
+            const auto [a, b] = krl::deinterleave(load_raw<Lane>(p), load_raw<Lane>(p + slots));
+            x[0] = a, x[1] = b;
+        }
+        for (int i = 0; i < count; i++)
+            raw[i].of[v] = x[i];
     }
-    for (; c + 4 <= channels; c += 4)
-        for (uint32_t t = 0; t < whole; t += width)
-            four(c, t);
-    for (; c + 2 <= channels; c += 2)
-        for (uint32_t t = 0; t < whole; t += width)
-            pair(c, t);
+}
+template <class Lane, int count> KRL_INLINE void store_whole(typename Lane::Slot* p, const RawLane (&raw)[count]) {
+    constexpr uint32_t slots = lanes<f32v> * Lane::channels;
+    for (int v = 0; v < vectors; v++, p += count * slots) {
+        f32v x[count];
+        for (int i = 0; i < count; i++)
+            x[i] = raw[i].of[v];
+        if constexpr (count == 1) {
+            store_bytes(p, x[0]);
+        } else if constexpr (Lane::in_memory) {
+            store_structures(p, x);
+        } else {
+            const auto [lo, hi] = krl::interleave(x[0], x[1]);
+            store_raw<Lane>(p, lo);
+            store_raw<Lane>(p + slots, hi);
+        }
+    }
+}
+
+template <uint32_t n> using number = std::integral_constant<uint32_t, n>;
+
+// Calls f(channels), with compile-time numbers for the usual channel counts.
+template <class F> KRL_INLINE void with_usual_channels(uint32_t channels, F f) {
+    switch (channels) {
+    case 2: return f(number<2>{});
+    case 6: return f(number<6>{});
+    case 8: return f(number<8>{});
+    case 12: return f(number<12>{});
+    default: return f(channels);
+    }
+}
+
+// Walks packed frames: whole(n) where all that frames have is n lanes, some(n, c) for n lanes from channel c on, and
+// one(c, t) for single samples of the last few frames.
+template <class Lane, class Whole, class Some, class One>
+KRL_INLINE void for_each_lane(uint32_t channels, uint32_t frames, Whole whole, Some some, One one) {
+    uint32_t c = 0;
+    const auto whole_frames = [&](auto n) __attribute__((always_inline)) {
+        if constexpr (n == 2 || Lane::in_memory)
+            if (channels == n * Lane::channels) {
+                whole(n);
+                c = channels;
+            }
+    };
+    const auto some_lanes = [&](auto n) __attribute__((always_inline)) {
+        for (; c + n * Lane::channels <= channels; c += n * Lane::channels)
+            some(n, c);
+    };
+    if constexpr (Lane::channels == 2)
+        whole_frames(number<1>{});
+    whole_frames(number<2>{});
+    whole_frames(number<3>{});
+    whole_frames(number<6>{});
+    some_lanes(number<4>{});
+    some_lanes(number<2>{});
+    if constexpr (Lane::channels == 2)
+        some_lanes(number<1>{});
     if (c < channels) // an odd last one goes with its neighbour, once more
-        for (uint32_t t = 0; t < whole; t += width)
-            pair(c - 1, t);
-    for (uint32_t t = whole; t < frames; t++)
+        some(number<2 / Lane::channels>{}, channels - 2);
+    for (uint32_t t = frames / step_frames * step_frames; t < frames; t++)
         for (c = 0; c < channels; c++)
             one(c, t);
 }
 
-template <class Format>
-void deinterleave(PlanarBuffer dst, const typename Format::Slot* packed, uint32_t channel_count, uint32_t frame_count) {
-    constexpr uint32_t width = lanes<f32v>;
-    with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
-        for_each_tile(
-            channels, frames,
-            [=](uint32_t c, uint32_t t) {
-                f32v rows[4];
-                load_four<Format>(rows, packed + t * channels + c, channels);
-                for (int j = 0; j < 4; j++)
-                    store(dst.row(c + j) + t, rows[j]);
-            },
-            [=](uint32_t c, uint32_t t) {
-                const auto [a, b] = load_pair<Format>(packed + t * channels + c, channels);
-                store(dst.row(c) + t, a);
-                store(dst.row(c + 1) + t, b);
-            },
-            [=](uint32_t t) {
-                const auto [a, b] =
-                    krl::deinterleave(load_raw<Format>(packed + 2 * t), load_raw<Format>(packed + 2 * t + width));
-                store(dst.row(0) + t, Format::decode(a));
-                store(dst.row(1) + t, Format::decode(b));
-            },
-            [=](uint32_t c, uint32_t t) { dst.row(c)[t] = load_one<Format>(packed + t * channels + c); });
-    });
+// Moves `count` lanes from channel c on, eight frames at a time: step(packed frame, rows at that frame).
+template <class Lane, int count, class Slot, class Rows, class Step>
+KRL_INLINE void move_lanes(Slot* packed, Rows& rows, uint32_t c, size_t channels, uint32_t frames, Step step) {
+    packed += c;
+    for (uint32_t left = frames / step_frames; left > 0; left--) {
+        step(packed, rows);
+        packed += step_frames * channels;
+        for (float*& row : rows.row)
+            row += step_frames;
+    }
+}
+
+// n neighbouring rows that samples go to, or come from, as they are.
+template <int n> struct PlainRows {
+    float* row[n];
+    KRL_INLINE PlainRows(PlanarBuffer rows, uint32_t c) {
+        for (int i = 0; i < n; i++)
+            row[i] = rows.row(c + i);
+    }
+    KRL_INLINE void put(int i, int v, f32v x) { store(row[i] + v * lanes<f32v>, x); }
+};
+struct Plain {
+    PlanarBuffer rows;
+    template <int n> KRL_INLINE PlainRows<n> rows_from(uint32_t c) const { return {rows, c}; }
+    template <int n> KRL_INLINE void finish(const PlainRows<n>&) {}
+    KRL_INLINE void put_one(uint32_t c, uint32_t t, float x) const { rows.row(c)[t] = x; }
+};
+
+// Rows that n neighbouring channels are mixed to, where no other channel goes: the products start from +0 as sums do.
+template <int n> struct RoutedRows {
+    float* row[n];
+    float gain[n];
+    f32v peaks[peak_chains] = {};
+    KRL_INLINE RoutedRows(PlanarBuffer rows, const Route* routes) {
+        for (int i = 0; i < n; i++)
+            row[i] = rows.row(routes[i].row), gain[i] = routes[i].gain;
+    }
+    KRL_INLINE void put(int i, int v, f32v x) {
+        x = splat<f32v>(0.0f) + x * gain[i];
+        store(row[i] + v * lanes<f32v>, x);
+        peaks[i % peak_chains] = max_of_number(krl::abs(x), peaks[i % peak_chains]);
+    }
+};
+struct Routed {
+    PlanarBuffer rows;
+    const Route* routes;
+    float peak = 0.0f;
+    template <int n> KRL_INLINE RoutedRows<n> rows_from(uint32_t c) const { return {rows, routes + c}; }
+    template <int n> KRL_INLINE void finish(const RoutedRows<n>& done) {
+        peak = max_of_number(greatest(done.peaks), peak);
+    }
+    KRL_INLINE void put_one(uint32_t c, uint32_t t, float x) {
+        x = 0.0f + x * routes[c].gain;
+        rows.row(routes[c].row)[t] = x;
+        peak = max_of_number(krl::abs(x), peak);
+    }
+};
+
+template <class Lane, int count, class Rows> KRL_INLINE void decode(const RawLane (&raw)[count], Rows& rows) {
+    for (int k = 0; k < count; k++) {
+        f32v samples[vectors][Lane::channels];
+        for (int v = 0; v < vectors; v++)
+            Lane::decode(samples[v], raw[k].of[v]);
+        for (int i = 0; i < static_cast<int>(Lane::channels); i++)
+            for (int v = 0; v < vectors; v++)
+                rows.put(k * Lane::channels + i, v, samples[v][i]);
+    }
+}
+template <class Lane, int count> KRL_INLINE void encode(RawLane (&raw)[count], const float* const* row) {
+    for (RawLane& lane : raw) {
+        f32v samples[vectors][Lane::channels];
+        for (uint32_t i = 0; i < Lane::channels; i++, row++)
+            for (int v = 0; v < vectors; v++)
+                samples[v][i] = load<f32v>(*row + v * lanes<f32v>);
+        for (int v = 0; v < vectors; v++)
+            lane.of[v] = Lane::encode(samples[v]);
+    }
+}
+
+template <class Format, class Destination>
+KRL_INLINE void deinterleave(Destination& to, const typename Format::Slot* packed, uint32_t channel_count,
+                             uint32_t frames) {
+    using Lane = FrameLane<Format>;
+    with_usual_channels(
+        channel_count, [&](auto channels) __attribute__((always_inline)) {
+            for_each_lane<Lane>(
+                channels, frames,
+                [&](auto n) __attribute__((always_inline)) {
+                    auto rows = to.template rows_from<n * Lane::channels>(0);
+                    move_lanes<Lane, n>(packed, rows, 0, channels, frames, [=](auto* p, auto& rows_here) {
+                        RawLane raw[n];
+                        load_whole<Lane>(raw, p);
+                        decode<Lane>(raw, rows_here);
+                    });
+                    to.finish(rows);
+                },
+                [&](auto n, uint32_t c) __attribute__((always_inline)) {
+                    auto rows = to.template rows_from<n * Lane::channels>(c);
+                    move_lanes<Lane, n>(packed, rows, c, channels, frames, [=](auto* p, auto& rows_here) {
+                        RawLane raw[n];
+                        load_lanes<Lane>(raw, p, channels);
+                        decode<Lane>(raw, rows_here);
+                    });
+                    to.finish(rows);
+                },
+                [&](uint32_t c, uint32_t t) { to.put_one(c, t, load_one<Format>(packed + t * channels + c)); });
+        });
 }
 
 template <class Format>
-void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channel_count, uint32_t frame_count) {
-    constexpr uint32_t width = lanes<f32v>;
-    with_usual_shape(channel_count, frame_count, [=](auto channels, auto frames) {
-        for_each_tile(
+void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channel_count, uint32_t frames) {
+    using Lane = FrameLane<Format>;
+    with_usual_channels(channel_count, [=](auto channels) {
+        for_each_lane<Lane>(
             channels, frames,
-            [=](uint32_t c, uint32_t t) {
-                f32v rows[4];
-                for (int j = 0; j < 4; j++)
-                    rows[j] = load<f32v>(src.row(c + j) + t);
-                store_four<Format>(packed + t * channels + c, rows, channels);
+            [=](auto n) {
+                PlainRows<n * Lane::channels> rows(src, 0);
+                move_lanes<Lane, n>(packed, rows, 0, channels, frames, [=](auto* p, auto& rows_here) {
+                    RawLane raw[n];
+                    encode<Lane>(raw, rows_here.row);
+                    store_whole<Lane>(p, raw);
+                });
             },
-            [=](uint32_t c, uint32_t t) {
-                store_pair<Format>(packed + t * channels + c, load<f32v>(src.row(c) + t),
-                                   load<f32v>(src.row(c + 1) + t), channels);
-            },
-            [=](uint32_t t) {
-                const auto [lo, hi] = krl::interleave(Format::encode(load<f32v>(src.row(0) + t)),
-                                                      Format::encode(load<f32v>(src.row(1) + t)));
-                store_raw<Format>(packed + 2 * t, lo);
-                store_raw<Format>(packed + 2 * t + width, hi);
+            [=](auto n, uint32_t c) {
+                PlainRows<n * Lane::channels> rows(src, c);
+                move_lanes<Lane, n>(packed, rows, c, channels, frames, [=](auto* p, auto& rows_here) {
+                    RawLane raw[n];
+                    encode<Lane>(raw, rows_here.row);
+                    store_lanes<Lane>(p, raw, channels);
+                });
             },
             [=](uint32_t c, uint32_t t) { store_one<Format>(packed + t * channels + c, src.row(c)[t]); });
     });
@@ -346,7 +499,15 @@ void read_planar(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t 
 template <class Format>
 void read_packed(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
                  uint32_t frames) {
-    deinterleave<Format>(dst, slot_of<Format>(src, 0, first), channels, frames);
+    Plain to = {dst};
+    deinterleave<Format>(to, slot_of<Format>(src, 0, first), channels, frames);
+}
+template <class Format>
+float read_routed(PlanarBuffer dst, const korvex_downmixer_buffer& src, const Route* routes, uint32_t channels,
+                  size_t first, uint32_t frames) {
+    Routed to = {dst, routes};
+    deinterleave<Format>(to, slot_of<Format>(src, 0, first), channels, frames);
+    return to.peak;
 }
 template <class Format>
 void read_scattered(PlanarBuffer dst, const korvex_downmixer_buffer& src, uint32_t channels, size_t first,
@@ -428,9 +589,9 @@ Extent extent_of(const korvex_downmixer_buffer& buffer, uint32_t channels, size_
 
 } // namespace
 
-ReadTile reader_of(SampleFormat format, Arrangement arrangement) {
-    const ReadTile nothing = [](PlanarBuffer, const korvex_downmixer_buffer&, uint32_t, size_t, uint32_t) {};
-    return with_format(format, nothing, [=]<class Format>(Format) -> ReadTile {
+ReadFrames reader_of(SampleFormat format, Arrangement arrangement) {
+    const ReadFrames nothing = [](PlanarBuffer, const korvex_downmixer_buffer&, uint32_t, size_t, uint32_t) {};
+    return with_format(format, nothing, [=]<class Format>(Format) -> ReadFrames {
         switch (arrangement) {
         case Arrangement::planar: return read_planar<Format>;
         case Arrangement::packed: return read_packed<Format>;
@@ -439,9 +600,9 @@ ReadTile reader_of(SampleFormat format, Arrangement arrangement) {
     });
 }
 
-WriteTile writer_of(SampleFormat format, Arrangement arrangement) {
-    const WriteTile nothing = [](const korvex_downmixer_buffer&, PlanarBuffer, uint32_t, size_t, uint32_t) {};
-    return with_format(format, nothing, [=]<class Format>(Format) -> WriteTile {
+WriteFrames writer_of(SampleFormat format, Arrangement arrangement) {
+    const WriteFrames nothing = [](const korvex_downmixer_buffer&, PlanarBuffer, uint32_t, size_t, uint32_t) {};
+    return with_format(format, nothing, [=]<class Format>(Format) -> WriteFrames {
         switch (arrangement) {
         case Arrangement::planar: return write_planar<Format>;
         case Arrangement::packed: return write_packed<Format>;
@@ -450,12 +611,19 @@ WriteTile writer_of(SampleFormat format, Arrangement arrangement) {
     });
 }
 
-ReadTile reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+ReadFrames reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
     return reader_of(format_of(src), arrangement_of(src, channels));
 }
 
-WriteTile writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
+WriteFrames writer_of(const korvex_downmixer_buffer& dst, uint32_t channels) {
     return writer_of(format_of(dst), arrangement_of(dst, channels));
+}
+
+ReadRouted routed_reader_of(const korvex_downmixer_buffer& src, uint32_t channels) {
+    if (arrangement_of(src, channels) != Arrangement::packed)
+        return nullptr;
+    return with_format(format_of(src), ReadRouted{},
+                       []<class Format>(Format) -> ReadRouted { return read_routed<Format>; });
 }
 
 bool share_memory(const korvex_downmixer_buffer& a, uint32_t a_channels, const korvex_downmixer_buffer& b,

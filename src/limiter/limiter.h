@@ -43,8 +43,8 @@ struct Fade {
     float from, to;
 };
 
-// Moves the gains on by one sub-block with the given peak.
-Fade next_fade(korvex_ht_kvlim& limiter, float peak);
+// Moves the gains on by one sub-block with the given peak; stores its fade.
+void next_fade(korvex_ht_kvlim& limiter, float peak, Fade& fade);
 
 // Delays `count` consecutive sub-blocks by one sub-block, in place, and fades each. Row c starts at
 // rows[c * row_length]; all channels in one call, because they share the window.

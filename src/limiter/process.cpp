@@ -17,9 +17,9 @@ constexpr float boost_scale = 256.0f; // boost is stored divided by this
 constexpr float slow_fall_threshold = 0.841400146484375f;
 constexpr float slow_fall_factor = 1.18849515914917f; // its inverse
 
-// The lesser and the greater of two numbers. A NaN in first place loses.
-KRL_INLINE float lesser(float a, float b) { return a < b ? a : b; }
-KRL_INLINE float greater(float a, float b) { return a > b ? a : b; }
+// The lesser and the greater of a and b, which is a number. A NaN in first place loses.
+KRL_INLINE float lesser(float a, float b) { return min_quick(a, b); }
+KRL_INLINE float greater(float a, float b) { return max_quick(a, b); }
 
 // ---- detection -----------------------------------------------------------------------------------------------------
 
@@ -69,9 +69,13 @@ KRL_INLINE void advance_gain(korvex_ht_kvlim& l, float peak) {
     const float reduced = static_cast<float>(1.0 / static_cast<double>(level)) * l.peak;
     const float target = level > l.peak ? (reduced == reduced ? reduced : 0.0f) : 1.0f;
 
-    float least_target = target; // of this and the previous history_len sub-blocks
-    for (uint32_t i = 0; i < l.history_len; i++)
-        least_target = lesser(l.gain_history[i], least_target);
+    float least_target = target; // of this and the previous history_len sub-blocks: one, two or three
+    const float* history = l.gain_history;
+    least_target = lesser(history[0], least_target);
+    if (l.history_len > 1)
+        least_target = lesser(history[1], least_target);
+    if (l.history_len > 2)
+        least_target = lesser(history[2], least_target);
     l.gain_history[l.history_pos] = target;
     l.history_pos = l.history_pos + 1 == l.history_len ? 0 : l.history_pos + 1;
 
@@ -108,35 +112,50 @@ struct Rows {
 // Delays `count` consecutive sub-blocks of every row by one sub-block and fades each: the gain moves from one value to
 // the other along the window. The order of operations fixes the rounding.
 //
-// A few columns of vectors from `column` on go through all rows and sub-blocks at a time, so that the window, and what
-// a sub-block leaves to the next one, stay in registers.
+// A few columns of vectors from `column` on go through all rows and sub-blocks at a time, so that the window stays in
+// registers; the last sub-block first, so that what a sub-block takes from the one before is still there to be read.
 template <int columns>
 KRL_INLINE void crossfade_columns(const korvex_ht_kvlim& l, uint32_t column, const Rows& rows, const Fade* fades,
                                   uint32_t count) {
-    constexpr uint32_t width = lanes<f32v>;
+    constexpr int width = lanes<f32v>;
     const uint32_t n = l.subblock_len;
-    f32v rising[columns], falling[columns], delayed[columns];
+    f32v rising[columns], falling[columns];
+    const float *up = l.window + column, *down = l.window + n - width - column;
     for (int j = 0; j < columns; j++) {
-        const uint32_t i = column + j * width;
-        rising[j] = load<f32v>(l.window + i);
-        falling[j] = reverse(load<f32v>(l.window + n - width - i));
+        rising[j] = load<f32v>(up + j * width);
+        falling[j] = reverse(load<f32v>(down - j * width));
     }
+    const auto load_columns = [](f32v(&x)[columns], const float* p) {
+        for (int j = 0; j < columns; j++)
+            x[j] = load<f32v>(p + j * width);
+    };
+    const auto store_columns = [](float* p, const f32v(&x)[columns]) {
+        for (int j = 0; j < columns; j++)
+            store(p + j * width, x[j]);
+    };
     float* delay = l.delay + size_t{rows.first_channel} * n + column;
     for (uint32_t c = 0; c < rows.channels; c++, delay += n) {
-        for (int j = 0; j < columns; j++)
-            delayed[j] = load<f32v>(delay + j * width);
-        const float* in = rows.in + c * rows.length + column;
-        float* out = rows.out + c * rows.length + column;
-        for (uint32_t k = 0; k < count; k++, in += n, out += n) {
-            const Fade fade = fades[k];
-            for (int j = 0; j < columns; j++) {
-                const f32v y = delayed[j];
-                delayed[j] = load<f32v>(in + j * width);
-                store(out + j * width, fma(falling[j], fade.from * y, (fade.to * y) * rising[j]) * boost_scale);
-            }
+        const size_t last = c * rows.length + column + size_t{count - 1} * n;
+        const float* in = rows.in + last;
+        float* out = rows.out + last;
+        f32v x[columns];
+        float newest[columns * width];
+        load_columns(x, in);
+        store_columns(newest, x);
+        const auto fade_one = [&](const float* delayed, const Fade* fade) __attribute__((always_inline)) {
+            load_columns(x, delayed);
+            for (int j = 0; j < columns; j++)
+                x[j] = fma(falling[j], fade->from * x[j], (fade->to * x[j]) * rising[j]) * boost_scale;
+            store_columns(out, x);
+        };
+        const Fade* fade = fades + count - 1;
+        for (; fade != fades; fade--, out -= n) {
+            in -= n;
+            fade_one(in, fade);
         }
-        for (int j = 0; j < columns; j++)
-            store(delay + j * width, delayed[j]);
+        fade_one(delay, fade);
+        load_columns(x, newest);
+        store_columns(delay, x);
     }
 }
 
@@ -167,7 +186,7 @@ void look_ahead(korvex_ht_kvlim& l, float* const* out, const float* const* detec
     for (uint32_t first = 0; first < l.subblock_count; first += group) {
         const uint32_t count = std::min(group, l.subblock_count - first);
         for (uint32_t k = 0; k < count; k++)
-            fades[k] = next_fade(l, detect_peak(detect, detect_channels, size_t{first + k} * n, in_stride, n));
+            next_fade(l, detect_peak(detect, detect_channels, size_t{first + k} * n, in_stride, n), fades[k]);
         for (uint32_t c = 0; c < l.num_channels; c++) {
             if (!in[c])
                 continue;
@@ -216,16 +235,15 @@ void hard_clip(const korvex_ht_kvlim& l, float* const* out, const float* const* 
 
 float peak_of(const float* samples, uint32_t n, float peak) { return greater(abs_max<flex>(samples, n), peak); }
 
-Fade next_fade(korvex_ht_kvlim& l, float peak) {
-    Fade fade = {1.0f, 1.0f}; // without a sample rate the gain computer rests
+void next_fade(korvex_ht_kvlim& l, float peak, Fade& fade) {
+    float from = 1.0f, to = 1.0f; // without a sample rate the gain computer rests
     if (l.coefs) {
         advance_gain(l, peak);
-        fade = {l.prev_gain, l.gain};
+        from = l.prev_gain, to = l.gain;
     }
-    fade.from *= l.prev_boost;
-    fade.to *= l.boost;
+    fade.from = from * l.prev_boost;
+    fade.to = to * l.boost;
     l.prev_boost = l.boost;
-    return fade;
 }
 
 void delay_and_fade(korvex_ht_kvlim& l, float* rows, size_t row_length, const Fade* fades, uint32_t count) {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "downmixer/mix_row.h"
+#include "downmixer/peaks.h"
 
 using namespace krl;
 using korla::downmixer::PlanarBuffer;
@@ -77,11 +78,11 @@ float Mixer::mix(PlanarBuffer out, PlanarBuffer in) {
 }
 
 float Mixer::mix_steady(PlanarBuffer out, PlanarBuffer in) const {
-    f32v peaks = splat<f32v>(0.0f);
+    f32v peaks[downmixer::peak_chains] = {};
     for (uint32_t o = 0; o < outputs_; o++)
-        peaks = downmixer::mix_row<f32v, groups>(
-            out.row(o), now_.of[o], used_[o], [&](int c) { return in.row(channel_[c]); }, peaks);
-    return max_of_magnitudes(peaks);
+        downmixer::mix_row<f32v, groups>(
+            out.row(o), now_.of[o], used_[o], [&](size_t c) { return in.row(channel_[c]); }, peaks);
+    return downmixer::greatest(peaks);
 }
 
 float Mixer::mix_ramped(PlanarBuffer out, PlanarBuffer in) {

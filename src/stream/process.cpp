@@ -125,7 +125,7 @@ void run_tiles(korla_stream& s, uint32_t tiles) {
             take_controls(s);
         const uint32_t first = k * tile_frames;
         const float peak = s.mixer.mix(s.out.from(tile_frames + first), s.in.from(first));
-        fades[k] = limiter::next_fade(*s.limiter, peak);
+        limiter::next_fade(*s.limiter, peak, fades[k]);
         least_gain = std::min(least_gain, s.limiter->gain);
     }
     limiter::delay_and_fade(*s.limiter, s.out.row(0) + tile_frames, row_frames, fades, tiles);
@@ -157,8 +157,8 @@ uint32_t advance(korla_stream& s, const korvex_downmixer_buffer* in, size_t from
     s.fresh = false;
     if (!in)
         read_silence(s.in, inputs, s.gathered, n);
-    for (uint32_t t = 0; in && t < n; t += tile_frames)
-        s.read(s.in.from(s.gathered + t), *in, inputs, from + t, std::min(tile_frames, n - t));
+    else
+        s.read(s.in.from(s.gathered), *in, inputs, from, n);
     s.gathered += n;
 
     const uint32_t tiles = s.gathered / tile_frames, whole = tiles * tile_frames;
@@ -172,8 +172,7 @@ uint32_t advance(korla_stream& s, const korvex_downmixer_buffer* in, size_t from
     const uint32_t start = tile_frames - s.waiting + skipped, end = tile_frames + whole;
     const uint32_t ready = s.config.mode == KORLA_PUSH ? end - start : n;
     const auto written = static_cast<uint32_t>(std::min<size_t>(ready, most));
-    for (uint32_t t = 0; t < written; t += tile_frames)
-        s.write(out, s.out.from(start + t), outputs, to + t, std::min(tile_frames, written - t));
+    s.write(out, s.out.from(start), outputs, to, written);
     s.waiting = end - start - written;
     move_frames(s.out, outputs, tile_frames - s.waiting, end - s.waiting, s.waiting);
     return written;

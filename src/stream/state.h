@@ -27,8 +27,8 @@ struct korla_stream {
     bool copies;
     uint8_t source[KORLA_MAX_SPEAKERS]; // of each output channel, where the stream copies: the input channel
     korla::stream::Downmix downmix;
-    korla::downmixer::ReadTile read;
-    korla::downmixer::WriteTile write;
+    korla::downmixer::ReadFrames read;
+    korla::downmixer::WriteFrames write;
     korla::downmixer::PlanarBuffer in, out;
     void* limiter_memory;
 

@@ -7,6 +7,9 @@ namespace krl {
 
 // ---- signs ----------------------------------------------------------------------------------------------------------
 
+#if defined(KRL_NEON)
+KRL_INLINE f32x4 abs(f32x4 v) { return (f32x4)vabsq_f32((float32x4_t)v); }
+#endif
 template <class V> KRL_INLINE V abs(V v) {
     using M = typename lane_traits<V>::mask;
     using E = element_of<V>;

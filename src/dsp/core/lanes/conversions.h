@@ -1,6 +1,7 @@
 // Lanes of another type: single and double precision, 32-bit integers, 16-bit integers in memory.
 #pragma once
 
+#include "dsp/core/lanes/maximum.h"
 #include "dsp/core/lanes/shuffles.h"
 
 namespace krl {
@@ -51,68 +52,107 @@ template <class V, class F> KRL_INLINE V map_double(V v, F f) {
 
 // Exact for |v| < 2^24, otherwise rounded to nearest even.
 KRL_INLINE f32x4 to_float(i32x4 v) { return __builtin_convertvector(v, f32x4); }
+#if KRL_LANES == 8
+KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }
+#endif
 
-// Rounds in the current rounding mode, as lrintf does. v is inside the range of int32_t; NaN gives 0 on every target.
+// Fixed point with `fraction` bits behind the point to float, rounded as above.
+template <int fraction> KRL_INLINE f32x4 to_float_from_fixed(i32x4 v) {
 #if defined(KRL_NEON)
-KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)vcvtq_s32_f32(vrndiq_f32((float32x4_t)v)); }
-#elif defined(__SSE2__) && !defined(KRL_PORTABLE_LANES)
-KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)__builtin_ia32_cvtps2dq(v) & (v == v); }
+    return (f32x4)vcvtq_n_f32_s32((int32x4_t)v, fraction);
 #else
-KRL_INLINE i32x4 round_to_int(f32x4 v) {
-    i32x4 r;
-    for (int i = 0; i < 4; i++)
-        r[i] = v[i] == v[i] ? static_cast<int32_t>(__builtin_lrintf(v[i])) : 0;
-    return r;
-}
-#endif
-
-// 16-bit integers at any alignment, two or four at a time. What is stored is inside their range.
-using i16x2 = int16_t __attribute__((vector_size(4)));
-using i16x4 = int16_t __attribute__((vector_size(8)));
-using i32x2 = int32_t __attribute__((vector_size(8)));
-#if defined(KRL_X86_FMA)
-KRL_INLINE i32x4 load_int16(const int16_t* p) {
-    return (i32x4)_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
-}
-KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32((__m128i)v, (__m128i)v));
-}
-#else
-KRL_INLINE i32x4 load_int16(const int16_t* p) {
-    i16x4 v;
-    __builtin_memcpy(&v, p, sizeof(v));
-    return __builtin_convertvector(v, i32x4);
-}
-KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
-    i16x4 r = __builtin_convertvector(v, i16x4);
-    __builtin_memcpy(p, &r, sizeof(r));
-}
-#endif
-KRL_INLINE i32x2 load_int16_pair(const int16_t* p) {
-#if defined(KRL_X86_FMA)
-    int32_t both;
-    __builtin_memcpy(&both, p, sizeof(both));
-    const i32x4 v = (i32x4)_mm_cvtepi16_epi32(_mm_cvtsi32_si128(both));
-    return __builtin_shufflevector(v, v, 0, 1);
-#else
-    i16x2 v;
-    __builtin_memcpy(&v, p, sizeof(v));
-    return i32x2{v[0], v[1]};
-#endif
-}
-KRL_INLINE void store_int16_pair(int16_t* p, i32x2 v) {
-#if defined(KRL_X86_FMA)
-    const __m128i wide = (__m128i)__builtin_shufflevector(v, v, 0, 1, 0, 1);
-    const int32_t both = _mm_cvtsi128_si32(_mm_packs_epi32(wide, wide));
-    __builtin_memcpy(p, &both, sizeof(both));
-#else
-    p[0] = static_cast<int16_t>(v[0]);
-    p[1] = static_cast<int16_t>(v[1]);
+    return to_float(v) * (0.5f / (1u << (fraction - 1)));
 #endif
 }
 #if KRL_LANES == 8
-KRL_INLINE f32x8 to_float(i32x8 v) { return __builtin_convertvector(v, f32x8); }
-KRL_INLINE i32x8 round_to_int(f32x8 v) { return (i32x8)_mm256_cvtps_epi32(v) & (v == v); }
+template <int fraction> KRL_INLINE f32x8 to_float_from_fixed(i32x8 v) {
+    return to_float(v) * (0.5f / (1u << (fraction - 1)));
+}
+#endif
+
+// Rounds in the current rounding mode, as lrintf does, and NaN to 0 on every target. v is inside the range of int32_t
+// for round_to_int; round_to_int_saturated gives the end of that range that v exceeds.
+#if defined(KRL_NEON)
+KRL_INLINE i32x4 round_to_int(f32x4 v) { return (i32x4)vcvtq_s32_f32(vrndiq_f32((float32x4_t)v)); }
+KRL_INLINE i32x4 round_to_int_saturated(f32x4 v) { return round_to_int(v); }
+#else
+#    if defined(__SSE2__) && !defined(KRL_PORTABLE_LANES)
+// What is out of range becomes INT32_MIN, and so does NaN.
+KRL_INLINE i32x4 round_in_range(f32x4 v) { return (i32x4)__builtin_ia32_cvtps2dq(v); }
+#        if KRL_LANES == 8
+KRL_INLINE i32x8 round_in_range(f32x8 v) { return (i32x8)_mm256_cvtps_epi32(v); }
+#        endif
+#    else
+KRL_INLINE i32x4 round_in_range(f32x4 v) {
+    i32x4 r;
+    for (int i = 0; i < 4; i++)
+        r[i] = v[i] >= -0x1p31f && v[i] < 0x1p31f ? static_cast<int32_t>(__builtin_lrintf(v[i])) : INT32_MIN;
+    return r;
+}
+#    endif
+template <class V> KRL_INLINE auto round_to_int(V v) { return round_in_range(v) & (v == v); }
+template <class V> KRL_INLINE auto round_to_int_saturated(V v) {
+    return (round_in_range(v) ^ (v >= 0x1p31f)) & (v == v); // INT32_MIN with all bits turned is INT32_MAX
+}
+#endif
+
+// 16-bit integers at any alignment, four at a time. What is stored is inside their range.
+KRL_INLINE i32x4 load_int16(const int16_t* p) {
+#if defined(KRL_NEON)
+    return (i32x4)vmovl_s16(vld1_s16(p));
+#elif defined(KRL_X86_FMA)
+    return (i32x4)_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+#else
+    using i16x4 = int16_t __attribute__((vector_size(8)));
+    i16x4 v;
+    __builtin_memcpy(&v, p, sizeof(v));
+    return __builtin_convertvector(v, i32x4);
+#endif
+}
+KRL_INLINE void store_int16(int16_t* p, i32x4 v) {
+#if defined(KRL_NEON)
+    vst1_s16(p, vmovn_s32((int32x4_t)v));
+#elif defined(KRL_X86_FMA)
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32((__m128i)v, (__m128i)v));
+#else
+    using i16x4 = int16_t __attribute__((vector_size(8)));
+    i16x4 r = __builtin_convertvector(v, i16x4);
+    __builtin_memcpy(p, &r, sizeof(r));
+#endif
+}
+
+// Two 16-bit integers a lane, a in the lower half and b in the upper one. Unpacked they become fractions of 2^15;
+// packed are whole numbers as round_to_int gives them, and what is out of range becomes the end of the range that it
+// exceeds.
+template <class M> KRL_INLINE auto unpack_int16(M both) {
+    using V = decltype(to_float(both));
+    constexpr int32_t upper = INT32_MIN >> 15;
+    return lane_pair<V>{to_float_from_fixed<31>(both << 16), to_float_from_fixed<31>(both & upper)};
+}
+#if defined(KRL_NEON)
+// Numbers with 16 bits behind the point have their whole part in the upper half, where it saturates by itself.
+KRL_INLINE i32x4 pack_int16(f32x4 a, f32x4 b) {
+    const auto upper = [](f32x4 v) { return vreinterpretq_s16_s32(vcvtq_n_s32_f32(vrndiq_f32((float32x4_t)v), 16)); };
+    return (i32x4)vtrn2q_s16(upper(a), upper(b));
+}
+#elif defined(KRL_X86_FMA)
+// The instruction that packs saturates as well; only what does not fit into 32 bits is left to catch above.
+KRL_INLINE i32x4 pack_int16(f32x4 a, f32x4 b) {
+    const auto whole = [](f32x4 v) { return (__m128i)round_to_int(min_quick(splat<f32x4>(32767.0f), v)); };
+    const __m128i order = _mm_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
+    return (i32x4)_mm_shuffle_epi8(_mm_packs_epi32(whole(a), whole(b)), order);
+}
+KRL_INLINE i32x8 pack_int16(f32x8 a, f32x8 b) {
+    const auto whole = [](f32x8 v) { return (__m256i)round_to_int(min_quick(splat<f32x8>(32767.0f), v)); };
+    const __m256i order =
+        _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15));
+    return (i32x8)_mm256_shuffle_epi8(_mm256_packs_epi32(whole(a), whole(b)), order);
+}
+#else
+KRL_INLINE i32x4 pack_int16(f32x4 a, f32x4 b) {
+    const auto whole = [](f32x4 v) { return round_to_int(clamp(v, splat<f32x4>(-32768.0f), splat<f32x4>(32767.0f))); };
+    return (whole(a) & 0xffff) | whole(b) << 16;
+}
 #endif
 
 } // namespace krl

@@ -88,7 +88,14 @@ template <class V> KRL_INLINE V load(const element_of<V>* p) {
     __builtin_memcpy(&v, p, sizeof(V));
     return v;
 }
-template <class V> KRL_INLINE void store(element_of<V>* p, V v) { __builtin_memcpy(p, &v, sizeof(V)); }
+template <class V> KRL_INLINE void store(element_of<V>* p, V v) {
+    if constexpr (__is_class(V)) {
+        __builtin_memcpy(p, &v, sizeof(V));
+    } else { // said as a store of V, because a copy of bytes may go by way of integer registers
+        typedef V unaligned __attribute__((aligned(alignof(element_of<V>)), may_alias));
+        *reinterpret_cast<unaligned*>(p) = v;
+    }
+}
 
 // p is a multiple of sizeof(V).
 template <class V> KRL_INLINE V load_aligned(const element_of<V>* p) {
