@@ -245,6 +245,11 @@ TEST(KorlaDownmix, PassesBuffersUntilThereIsSomethingToDo) {
     Harness harness;
     gst_harness_set_caps_str(harness.get(), caps("S16LE", 6, mask_5_1).c_str(), caps("S16LE", 6, mask_5_1).c_str());
     Samples in = noise(6, KORLA_S16, 4096);
+    GstBuffer* const passed = gst_buffer_new_allocate(nullptr, 12, nullptr);
+    ASSERT_EQ(gst_harness_push(harness.get(), passed), GST_FLOW_OK);
+    GstBuffer* const pulled = gst_harness_try_pull(harness.get());
+    EXPECT_EQ(pulled, passed);
+    gst_buffer_unref(pulled);
     ASSERT_EQ(harness.push(in, 0, 100), GST_FLOW_OK);
     EXPECT_EQ(harness.latency(), 0u);
     EXPECT_EQ(harness.pull(6, KORLA_S16).frames, 100u);
@@ -270,7 +275,8 @@ TEST(KorlaDownmix, DrainsAtBreaksAndForgetsAtAFlush) {
         Samples in = noise(6, KORLA_F32, 1000);
         push_all(harness, in);
         GstHarness* const h = harness.get();
-        const GstClockTime shift = 5 * GST_SECOND;
+        // A discontinuity where the timestamps go on, nearly; the others five seconds later.
+        const GstClockTime shift = kind == discont ? Harness::time_of(1000) + 10 * GST_MSECOND : 5 * GST_SECOND;
         GstSegment time;
         gst_segment_init(&time, GST_FORMAT_TIME);
         uint32_t format = KORLA_F32;

@@ -120,6 +120,7 @@ std::pair<std::string, std::string> layouts_of(const std::string& uri) {
 Samples run(Host& host, const std::string& from, const std::string& to, Samples in, std::vector<size_t> lengths, bool in_place) {
     const korla_layout inputs = layout(from), outputs = layout(to);
     Samples out(outputs.count, KORLA_F32, true, in.frames);
+    out.fill([](size_t, size_t) { return 1.0; });
     for (size_t done = 0, k = 0; done < in.frames; k++) {
         const size_t n = std::min(lengths[k % lengths.size()], in.frames - done);
         const auto sources = in.planes(done), sinks = in_place ? sources : out.planes(done);
@@ -168,7 +169,9 @@ TEST(Lv2, EveryPluginGivesTheBitsOfTheStreamInBlocksOfAnyLength) {
 
 TEST(Lv2, PortsAreDesignatedBySpeaker) {
     const World world;
-    Host host(world, "urn:korla:downmix:7.1-to-stereo");
+    Host host(world, "urn:korla:downmix:7.1-to-stereo"), with_lfe(world, "urn:korla:downmix:7.1-to-5.1");
+    EXPECT_EQ(host["lfe"], -60.0f); // as it is heard
+    EXPECT_EQ(with_lfe["lfe"], 0.0f);
 #define PG "http://lv2plug.in/ns/ext/port-groups#"
     const std::pair<const char*, const char*> designations[] = {
         {PG "center", "in_FC"},      {PG "lowFrequencyEffects", "in_LFE"}, {PG "sideLeft", "in_SL"},

@@ -94,6 +94,7 @@ def test_controls_matrix_and_meters():
     assert meters["gain_reduction_db"] > 3 and meters["frames_in"] == 4800 and meters["output_peak"].max() <= 1.0001
     stream.limiter = False
     assert not stream.limiter
+    assert np.abs(korla.downmix(4 * noise(100, 6), "5.1", "stereo", RATE, limiter=False)).max() > 2
     own = np.float32([[0, 1], [1, 0]])
     x = 0.1 * noise(100, 2)
     assert np.allclose(korla.downmix(x, "stereo", "stereo", RATE, matrix=own), x[:, ::-1], atol=1e-6)
