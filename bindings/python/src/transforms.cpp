@@ -167,7 +167,7 @@ Complexes rfft(const Floats& x, bool scaled) {
     return out;
 }
 
-// To n real samples, from n/2 + 1 bins. Imaginary parts of the first bin and, for even n, of the last are not read.
+// To n real samples, from n/2 + 1 bins. Imaginary parts of the first bin and, for even n, of the last make no real sample.
 Floats irfft(const Complexes& x, size_t n, bool scaled) {
     const Rows rows(x);
     const size_t bins = n / 2 + 1;
@@ -190,9 +190,6 @@ Floats irfft(const Complexes& x, size_t n, bool scaled) {
             continue;
         }
         std::copy_n(from, 2 * bins, in);
-        in[1] = 0.0f;
-        if (n % 2 == 0)
-            in[n + 1] = 0.0f;
         for (size_t k = bins; k < n; k++)
             in[2 * k] = from[2 * (n - k)], in[2 * k + 1] = -from[2 * (n - k) + 1];
         if (n == 1)
