@@ -8,7 +8,7 @@ using namespace krl;
 
 namespace {
 
-auto multiply = [](auto x, auto y) { return x * y; };
+auto times = [](auto x, auto y) { return x * y; };
 auto multiply_by = [](float g) { return [g](auto x) { return x * g; }; };
 auto keep = [](auto x) { return x; };
 
@@ -17,13 +17,13 @@ inline float limited_shift(int32_t s) { return exp2_int(s > 60 ? 60 : s < -60 ? 
 
 template <class access> inline void mask_reversed(float* dst, const float* x, const float* m, int32_t n) {
     if (n > 0)
-        map_vector<access>(to(dst), static_cast<size_t>(n), multiply, from(x), from_end(m, static_cast<size_t>(n)));
+        map_vector<access>(to(dst), static_cast<size_t>(n), times, from(x), from_end(m, static_cast<size_t>(n)));
 }
 
 } // namespace
 
 KRL_PAIR(void, krl_vec_LmaskLSU_flex, KRL_vec_LmaskLSU_strict, (float* dst, const float* x, const float* m, uint32_t n),
-         map_vector<access>(to(dst), n, multiply, from(x), from(m));)
+         map_vector<access>(to(dst), n, times, from(x), from(m));)
 
 KRL_PAIR(void, krl_vec_Lmask_rev_coefLSU_flex, KRL_vec_Lmask_rev_coefLSU_strict,
          (float* dst, const float* x, const float* m, int32_t n), mask_reversed<access>(dst, x, m, n);)

@@ -5,6 +5,8 @@
 // result; so there is one function for each choice that the transforms and banks have made.
 #pragma once
 
+#include <type_traits>
+
 #include "dsp/core/lanes.h"
 
 namespace krl {
@@ -90,6 +92,27 @@ template <class V> KRL_INLINE void store_split(float* p, complex<V> z) {
     const auto [lo, hi] = join(z.re, z.im);
     store(p, lo);
     store(p + lanes<V>, hi);
+}
+
+// The same for loops that do little between load and store: in one instruction where the target has it.
+template <class V> KRL_INLINE complex<V> load_samples(const float* p) {
+#if defined(KRL_NEON)
+    if constexpr (std::is_same_v<V, f32v>) {
+        f32v v[2];
+        load_structures<2>(v, p);
+        return {v[0], v[1]};
+    }
+#endif
+    return load_split<V>(p);
+}
+template <class V> KRL_INLINE void store_samples(float* p, complex<V> z) {
+#if defined(KRL_NEON)
+    if constexpr (std::is_same_v<V, f32v>) {
+        f32v v[2] = {z.re, z.im};
+        return store_structures<2>(p, v);
+    }
+#endif
+    store_split(p, z);
 }
 
 } // namespace krl

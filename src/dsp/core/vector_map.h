@@ -9,6 +9,7 @@
 // So every element gets the same bits wherever it stands in the vector.
 #pragma once
 
+#include "dsp/core/complex_lanes.h"
 #include "dsp/core/pair.h"
 
 namespace krl {
@@ -64,12 +65,17 @@ struct from_complex {
     explicit from_complex(const float* x) : p(x) {}
     uintptr_t at(size_t i) const { return reinterpret_cast<uintptr_t>(p + 2 * i); }
     template <class access, class V> KRL_INLINE lane_pair<V> load(size_t i) const {
-        return deinterleave(access::template load<V>(p + 2 * i), access::template load<V>(p + 2 * i + lanes<V>));
+        if constexpr (lanes<V> == 4) { // whose split order is the order in memory
+            const auto [re, im] = load_samples<V>(p + 2 * i);
+            return {re, im};
+        } else {
+            return deinterleave(access::template load<V>(p + 2 * i), access::template load<V>(p + 2 * i + lanes<V>));
+        }
     }
     KRL_INLINE lane_pair<f32x4> load_first(size_t count) const {
         if (count == 1)
             return deinterleave(krl::load_first<f32x4>(p, 2), f32x4{});
-        return deinterleave(krl::load<f32x4>(p), krl::load_first<f32x4>(p + 4, 2 * count - 4));
+        return deinterleave(krl::load<f32x4>(p), count == 3 ? krl::load_first<f32x4>(p + 4, 2) : f32x4{});
     }
 };
 
@@ -81,6 +87,48 @@ struct from_real {
     uintptr_t at(size_t i) const { return reinterpret_cast<uintptr_t>(p + i / 2); }
     template <class access, class V> KRL_INLINE V load(size_t i) const { return load_twice<V>(p + i / 2); }
     KRL_INLINE f32x4 load_first(size_t) const { return splat<f32x4>(*p); } // count is 2: one sample
+};
+
+// Complex samples whose parts are worked on apart, in split order; i counts samples. With a destination of this kind goes
+// a real value for each sample, too. beyond(i): the samples from the i-th on.
+struct from_samples {
+    static constexpr size_t granule = 1;
+    const float* p;
+    explicit from_samples(const float* x) : p(x) {}
+    uintptr_t at(size_t i) const { return reinterpret_cast<uintptr_t>(p + 2 * i); }
+    from_samples beyond(size_t i) const { return from_samples(p + 2 * i); }
+    template <class access, class V> KRL_INLINE complex<V> load(size_t i) const { return load_samples<V>(p + 2 * i); }
+    KRL_INLINE complex<f32x4> load_first(size_t count) const {
+        const auto [re, im] = from_complex(p).load_first(count);
+        return {re, im};
+    }
+};
+struct from_real_samples {
+    static constexpr size_t granule = 1;
+    const float* p;
+    explicit from_real_samples(const float* x) : p(x) {}
+    uintptr_t at(size_t i) const { return reinterpret_cast<uintptr_t>(p + i); }
+    from_real_samples beyond(size_t i) const { return from_real_samples(p + i); }
+    template <class access, class V> KRL_INLINE V load(size_t i) const { return to_split_order(krl::load<V>(p + i)); }
+    KRL_INLINE f32x4 load_first(size_t count) const { return krl::load_first<f32x4>(p, count); }
+};
+struct to_samples {
+    static constexpr size_t granule = 1;
+    float* p;
+    explicit to_samples(float* x) : p(x) {}
+    uintptr_t at(size_t i) const { return reinterpret_cast<uintptr_t>(p + 2 * i); }
+    to_samples beyond(size_t i) const { return to_samples(p + 2 * i); }
+    template <class access, class V> KRL_INLINE void store(size_t i, complex<V> z) const {
+        store_samples<V>(p + 2 * i, z);
+    }
+    KRL_INLINE void store_first(complex<f32x4> z, size_t count) const {
+        const auto [lo, hi] = interleave(z.re, z.im);
+        if (count == 1)
+            return krl::store_first(p, lo, 2);
+        krl::store<f32x4>(p, lo);
+        if (count == 3)
+            krl::store_first(p + 4, hi, 2);
+    }
 };
 
 // `count` vectors one behind the other, `distance` floats apart; apart from the destination.
@@ -175,10 +223,16 @@ KRL_INLINE void map_vector(D dst, size_t n, F f, S... src) {
             dst.template store<access, f32v>(i, group(f32v{}, i));
     };
     if constexpr (access::is_strict) {
-        assert(n % 4 == 0);
+        constexpr bool by_samples = requires { dst.beyond(i); };
+        assert(n % (by_samples ? 2 : 4) == 0); // four floats
         whole_groups();
-        if (i + 4 <= n)
+        if (i + 4 <= n) {
             dst.template store<access, f32x4>(i, group(f32x4{}, i));
+            i += 4;
+        }
+        if constexpr (by_samples)
+            if (i < n)
+                dst.beyond(i).store_first(f(src.beyond(i).load_first(n - i)...), n - i);
     } else if (n >= width) {
         if (needs_backward(dst, n, src...))
             return map_backward(dst, n, f, src...);

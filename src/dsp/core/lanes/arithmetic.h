@@ -19,15 +19,6 @@ template <class V> KRL_INLINE V abs(V v) {
         return bit_cast<V>(bit_cast<M>(v) & 0x7fffffffffffffff);
 }
 
-template <class V> KRL_INLINE V negate_even(V v) {
-    using M = typename lane_traits<V>::mask;
-    constexpr auto sign_bit = sizeof(element_of<V>) == 4 ? INT32_MIN : INT64_MIN;
-    M sign = {};
-    for (int i = 0; i < lanes<V>; i += 2)
-        sign[i] = sign_bit;
-    return bit_cast<V>(bit_cast<M>(v) ^ sign);
-}
-
 // ---- fused multiply-add: a * b + c with one rounding ---------------------------------------------------------------
 
 KRL_INLINE float fma(float a, float b, float c) { return __builtin_fmaf(a, b, c); }
@@ -52,17 +43,6 @@ template <class V> KRL_INLINE V fma(V a, V b, V c) {
         r[i] = fma(a[i], b[i], c[i]);
     return r;
 }
-#endif
-
-// a * b - c in the even lanes and a * b + c in the odd ones (fma_sub_add), and the other way round; one rounding.
-#if defined(KRL_X86_FMA)
-KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmaddsub_ps(a, b, c); }
-KRL_INLINE f32x8 fma_sub_add(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmaddsub_ps(a, b, c); }
-KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) { return _mm_fmsubadd_ps(a, b, c); }
-KRL_INLINE f32x8 fma_add_sub(f32x8 a, f32x8 b, f32x8 c) { return _mm256_fmsubadd_ps(a, b, c); }
-#else
-KRL_INLINE f32x4 fma_sub_add(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, negate_even(c)); }
-KRL_INLINE f32x4 fma_add_sub(f32x4 a, f32x4 b, f32x4 c) { return fma(a, b, -negate_even(c)); }
 #endif
 
 // a * b + c and c - a * b, fused where the target does it in one instruction and rounded twice elsewhere: for

@@ -23,15 +23,6 @@ KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
 KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_cvtpd_ps(v.b), _mm256_cvtpd_ps(v.a)); }
 #endif
 
-// The even lanes of v in double, in such an order that twice_even gives those of to_double(v).a twice each, and
-// twice_odd those of to_double(v).b.
-KRL_INLINE f64x2 even_to_double(f32x4 v) { return to_double(__builtin_shufflevector(v, v, 0, 2, 0, 2)).a; }
-#if KRL_LANES == 8
-KRL_INLINE f64x4 even_to_double(f32x8 v) {
-    return (f64x4)_mm256_cvtps_pd(even_odd(first_half(v), twice_even(second_half(v))));
-}
-#endif
-
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
 template <class V> KRL_INLINE V load_as(const float* p) { return load<V>(p); }
 template <class V> KRL_INLINE V load_first_as(const float* p, size_t count) { return load_first<V>(p, count); }

@@ -19,13 +19,8 @@ KRL_INLINE lane_pair<f32x4> interleave(f32x4 a, f32x4 b) {
 KRL_INLINE lane_pair<f32x4> deinterleave(f32x4 lo, f32x4 hi) {
     return {__builtin_shufflevector(lo, hi, 0, 2, 4, 6), __builtin_shufflevector(lo, hi, 1, 3, 5, 7)};
 }
-// Pairs of lanes: the two exchanged; the even or the odd lane of each twice; the even lanes of a beside the odd lanes
-// of b.
+// Pairs of lanes: the two exchanged; the even lanes of a beside the odd lanes of b.
 KRL_INLINE f32x4 swap_pairs(f32x4 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2); }
-KRL_INLINE f32x4 twice_even(f32x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
-KRL_INLINE f32x4 twice_odd(f32x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
-KRL_INLINE f64x2 twice_even(f64x2 v) { return __builtin_shufflevector(v, v, 0, 0); }
-KRL_INLINE f64x2 twice_odd(f64x2 v) { return __builtin_shufflevector(v, v, 1, 1); }
 // Transposes 2x2 tiles: the even lanes of a and b in turns, and the odd ones.
 KRL_INLINE lane_pair<f32x4> transpose_pairs(f32x4 a, f32x4 b) {
     return {__builtin_shufflevector(a, b, 0, 4, 2, 6), __builtin_shufflevector(a, b, 1, 5, 3, 7)};
@@ -54,10 +49,6 @@ KRL_INLINE lane_pair<f32x8> deinterleave(f32x8 lo, f32x8 hi) {
             swap_middle_quarters(__builtin_shufflevector(lo, hi, 1, 3, 9, 11, 5, 7, 13, 15))};
 }
 KRL_INLINE f32x8 swap_pairs(f32x8 v) { return __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6); }
-KRL_INLINE f32x8 twice_even(f32x8 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2, 4, 4, 6, 6); }
-KRL_INLINE f32x8 twice_odd(f32x8 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3, 5, 5, 7, 7); }
-KRL_INLINE f64x4 twice_even(f64x4 v) { return __builtin_shufflevector(v, v, 0, 0, 2, 2); }
-KRL_INLINE f64x4 twice_odd(f64x4 v) { return __builtin_shufflevector(v, v, 1, 1, 3, 3); }
 KRL_INLINE lane_pair<f32x8> transpose_pairs(f32x8 a, f32x8 b) {
     return {__builtin_shufflevector(a, b, 0, 8, 2, 10, 4, 12, 6, 14),
             __builtin_shufflevector(a, b, 1, 9, 3, 11, 5, 13, 7, 15)};
