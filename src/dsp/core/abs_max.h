@@ -18,14 +18,14 @@ template <class access, class V> KRL_INLINE auto magnitude_key(V v) {
         return bits | (v != v); // NaN becomes -1
 }
 
-template <class access> inline float abs_max(const float* x, uint32_t n) {
+template <class access> inline float abs_max(const float* x, size_t n) {
     using K = typename lane_traits<f32v>::mask;
-    constexpr uint32_t width = lanes<f32v>;
+    constexpr size_t width = lanes<f32v>;
     int32_t best = access::is_strict ? 0 : -1;
     if (n >= width) {
-        auto key = [x](uint32_t i) { return magnitude_key<access>(load<f32v>(x + i)); };
+        auto key = [x](size_t i) { return magnitude_key<access>(load<f32v>(x + i)); };
         K k0 = key(0), k1 = k0, k2 = k0, k3 = k0;
-        uint32_t i = width;
+        size_t i = width;
         for (; i + 4 * width <= n; i += 4 * width) {
             k0 = max_int(k0, key(i));
             k1 = max_int(k1, key(i + width));
@@ -37,7 +37,7 @@ template <class access> inline float abs_max(const float* x, uint32_t n) {
         k0 = max_int(max_int(k0, k1), max_int(max_int(k2, k3), key(n - width)));
         best = max_of_lanes(k0);
     } else {
-        for (uint32_t i = 0; i < n; i++) {
+        for (size_t i = 0; i < n; i++) {
             const int32_t bits = bit_cast<int32_t>(x[i]) & 0x7fffffff;
             const int32_t key = !access::is_strict && x[i] != x[i] ? -1 : bits;
             best = key > best ? key : best;

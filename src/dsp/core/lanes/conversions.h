@@ -7,6 +7,15 @@
 namespace krl {
 
 // Single to double (exact), and back with one rounding.
+#if defined(KRL_NEON) // of a conversion of vectors GCC 12 makes one of each lane
+KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
+    const auto x = (float32x4_t)v;
+    return {(f64x2)vcvt_f64_f32(vget_low_f32(x)), (f64x2)vcvt_high_f64_f32(x)};
+}
+KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
+    return (f32x4)vcvt_high_f32_f64(vcvt_f32_f64((float64x2_t)v.a), (float64x2_t)v.b);
+}
+#else
 KRL_INLINE lane_pair<f64x2> to_double(f32x4 v) {
     return {__builtin_convertvector(__builtin_shufflevector(v, v, 0, 1), f64x2),
             __builtin_convertvector(__builtin_shufflevector(v, v, 2, 3), f64x2)};
@@ -16,6 +25,7 @@ KRL_INLINE f32x4 to_single(lane_pair<f64x2> v) {
     const f32x2 a = __builtin_convertvector(v.a, f32x2), b = __builtin_convertvector(v.b, f32x2);
     return __builtin_shufflevector(a, b, 0, 1, 2, 3);
 }
+#endif
 #if KRL_LANES == 8
 KRL_INLINE lane_pair<f64x4> to_double(f32x8 v) {
     return {(f64x4)_mm256_cvtps_pd(_mm256_castps256_ps128(v)), (f64x4)_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))};
@@ -26,7 +36,13 @@ KRL_INLINE f32x8 to_single(lane_pair<f64x4> v) { return _mm256_set_m128(_mm256_c
 // As many floats as V has lanes, widened where V holds doubles: all of them, or the first few and zeros.
 template <class V> KRL_INLINE V load_as(const float* p) { return load<V>(p); }
 template <class V> KRL_INLINE V load_first_as(const float* p, size_t count) { return load_first<V>(p, count); }
-template <> KRL_INLINE f64x2 load_as(const float* p) { return f64x2{p[0], p[1]}; }
+template <> KRL_INLINE f64x2 load_as(const float* p) {
+#if defined(KRL_NEON)
+    return (f64x2)vcvt_f64_f32(vld1_f32(p));
+#else
+    return f64x2{p[0], p[1]};
+#endif
+}
 template <> KRL_INLINE f64x2 load_first_as(const float* p, size_t) { return f64x2{p[0], 0.0}; }
 #if KRL_LANES == 8
 template <> KRL_INLINE f64x4 load_as(const float* p) { return (f64x4)_mm256_cvtps_pd(load<f32x4>(p)); }
