@@ -295,14 +295,23 @@ template <class Lane, int count> KRL_INLINE void store_whole(typename Lane::Slot
 
 template <uint32_t n> using number = std::integral_constant<uint32_t, n>;
 
-// Calls f(channels), with compile-time numbers for the usual channel counts.
-template <class F> KRL_INLINE void with_usual_channels(uint32_t channels, F f) {
+template <class F, class N> __attribute__((noinline)) void call_apart(F& f, N n) { f(n); }
+
+// Calls f(channels), with compile-time numbers for the usual channel counts. Each call is a function of its own for samples
+// of three bytes, which go through memory on some targets: in one function that of all counts would add up.
+template <class Format, class F> KRL_INLINE void with_usual_channels(uint32_t channels, F f) {
+    const auto call = [&](auto n) __attribute__((always_inline)) {
+        if constexpr (sizeof(typename Format::Slot) == 3)
+            call_apart(f, n);
+        else
+            f(n);
+    };
     switch (channels) {
-    case 2: return f(number<2>{});
-    case 6: return f(number<6>{});
-    case 8: return f(number<8>{});
-    case 12: return f(number<12>{});
-    default: return f(channels);
+    case 2: return call(number<2>{});
+    case 6: return call(number<6>{});
+    case 8: return call(number<8>{});
+    case 12: return call(number<12>{});
+    default: return call(channels);
     }
 }
 
@@ -421,7 +430,7 @@ template <class Format, class Destination>
 KRL_INLINE void deinterleave(Destination& to, const typename Format::Slot* packed, uint32_t channel_count,
                              uint32_t frames) {
     using Lane = FrameLane<Format>;
-    with_usual_channels(
+    with_usual_channels<Format>(
         channel_count, [&](auto channels) __attribute__((always_inline)) {
             for_each_lane<Lane>(
                 channels, frames,
@@ -450,7 +459,7 @@ KRL_INLINE void deinterleave(Destination& to, const typename Format::Slot* packe
 template <class Format>
 void interleave(typename Format::Slot* packed, PlanarBuffer src, uint32_t channel_count, uint32_t frames) {
     using Lane = FrameLane<Format>;
-    with_usual_channels(channel_count, [=](auto channels) {
+    with_usual_channels<Format>(channel_count, [=](auto channels) {
         for_each_lane<Lane>(
             channels, frames,
             [=](auto n) {
