@@ -72,7 +72,7 @@ void beside_the_module() {
     for (const auto& pair : pairs)
         for (Sample sample : {Sample::int16, Sample::int32, Sample::float32})
             for (const Mode& mode : modes)
-                for (int frames : sizes({64, 256, 1024, 4096}, 1024)) {
+                for (int frames : counted ? std::vector{64, 1024} : std::vector{64, 256, 1024, 4096}) {
                     StreamOf stream(pair.from, pair.to, sample, mode.mode);
                     ModuleStream module(pair.module, sample);
                     const int module_frames = std::max(frames, 256);
