@@ -8,6 +8,7 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 
@@ -22,7 +23,8 @@ OFF = ["INSTALL", "HOST", "TESTS", "BENCHMARKS", "GSTREAMER", "LV2", "ALSA"]
 class CMakeBuild(build_ext):
     def build_extension(self, extension):
         build = pathlib.Path(self.build_temp).resolve()
-        subprocess.run(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release", "-DBUILD_SHARED_LIBS=OFF",
+        generator = ["-G", "Ninja"] if shutil.which("ninja") else []
+        subprocess.run(["cmake", *generator, "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release", "-DBUILD_SHARED_LIBS=OFF",
                         f"-DKORLA_PYTHON_EXECUTABLE={sys.executable}", *(f"-DKORLA_{name}=OFF" for name in OFF),
                         *shlex.split(os.environ.get("CMAKE_ARGS", ""))], check=True)
         subprocess.run(["cmake", "--build", build, "--target", "korla_python", f"-j{os.cpu_count()}"], check=True)

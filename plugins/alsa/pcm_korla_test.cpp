@@ -2,21 +2,13 @@
 #include <alsa/asoundlib.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdarg>
 #include <cstdlib>
 #include <fstream>
 #include <string>
 
+#include "counted_allocations.h"
 #include "stream_host.h"
-
-#ifndef KORLA_SANITIZED // whose allocator is its own
-static std::atomic<int> allocations{0};
-extern "C" {
-void* __libc_malloc(size_t);
-void* malloc(size_t n) { return allocations++, __libc_malloc(n); }
-}
-#endif
 
 using namespace korla_test;
 
