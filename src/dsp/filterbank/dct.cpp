@@ -5,6 +5,7 @@
 
 #include "dsp/core/complex_lanes.h"
 #include "dsp/core/exp2.h"
+#include "dsp/fft/short_transforms.h"
 #include "dsp/filterbank/given_fft.h"
 #include "dsp/filterbank/sweep.h"
 
@@ -14,14 +15,14 @@ namespace {
 constexpr uint32_t in_place_limit = 2048;
 
 // The even samples in order, then the odd ones reversed.
-void even_then_reversed_odd(float* out, const float* in, uint32_t N) {
+KRL_INLINE void even_then_reversed_odd(float* out, const float* in, uint32_t N) {
     sweep(0, N / 2, [=]<class V>(lane_tag<V>, uint32_t j) {
         const auto [even, odd] = load_complex<V>(in + 2 * j);
         store(out + j, even);
         store_backwards(out + N - 1 - j, odd);
     });
 }
-void undo_even_then_reversed_odd(float* out, const float* in, uint32_t N) {
+KRL_INLINE void undo_even_then_reversed_odd(float* out, const float* in, uint32_t N) {
     sweep(0, N / 2, [=]<class V>(lane_tag<V>, uint32_t j) {
         store_complex<V>(out + 2 * j, {load<V>(in + j), load_backwards<V>(in + N - 1 - j)});
     });
@@ -58,13 +59,39 @@ template <class V> struct SplitBins {
     }
 };
 
-// gain is that of the whole transform behind the FFT.
-void transform_2(krl_fft_kernel* fft, const float* table, float* out, float* in, uint32_t N, float gain) {
-    if (N == 0 || N % 4 != 0 || !fft)
+// The FFT of N/2 points and N itself: by the caller's kernel, or known to the compiler, which then makes straight code of the
+// shortest transforms, whose loops and calls would cost more than their work.
+struct GivenFft {
+    krl_fft_kernel* kernel;
+    uint32_t N;
+    void operator()(float* out, float* in) const { kernel(out, in, N / 2); }
+};
+template <uint32_t length, bool scaled> struct ShortFft {
+    static constexpr uint32_t N = length;
+    KRL_INLINE void operator()(float* out, float* in) const {
+        fft::short_transform<length / 2, fft::direction::forward, scaled>(out, in);
+    }
+};
+
+// Calls transform with the one or the other for a length that the transforms take, with the first for the length `but`.
+template <bool scaled, uint32_t but = 0, class Transform> KRL_INLINE void with_fft(const krl_fft_pair* pair, uint32_t N, Transform transform) {
+    krl_fft_kernel* const kernel = scaled ? scaled_fft(pair, N / 2) : unscaled_fft(pair, N / 2);
+    if (N == 0 || N % 4 != 0 || !kernel)
         return;
-    const uint32_t H = N / 2;
+    if (N == 4 && kernel == (scaled ? KRL_r4_fft_2_s : KRL_r4_fft_2))
+        return transform(ShortFft<4, scaled>{});
+    if (N == 8 && but != 8 && kernel == (scaled ? KRL_r4_fft_4_s : KRL_r4_fft_4))
+        return transform(ShortFft<8, scaled>{});
+    if (N == 12 && kernel == (scaled ? KRL_r4_fft_6_s : KRL_r4_fft_6))
+        return transform(ShortFft<12, scaled>{});
+    transform(GivenFft{kernel, N});
+}
+
+// gain is that of the whole transform behind the FFT.
+template <class Fft> KRL_INLINE void transform_2(Fft fft, const float* table, float* out, float* in, float gain) {
+    const uint32_t N = fft.N, H = N / 2;
     even_then_reversed_odd(out, in, N);
-    fft(in, out, H);
+    fft(in, out);
 
     out[0] = gain * (in[0] + in[1]);
     out[H] = gain * table[H] * (in[0] - in[1]);
@@ -82,10 +109,8 @@ void transform_2(krl_fft_kernel* fft, const float* table, float* out, float* in,
     });
 }
 
-void transform_3(krl_fft_kernel* fft, const float* table, float* out, float* in, uint32_t N) {
-    if (N == 0 || N % 4 != 0 || !fft)
-        return;
-    const uint32_t H = N / 2;
+template <class Fft> KRL_INLINE void transform_3(Fft fft, const float* table, float* out, float* in) {
+    const uint32_t N = fft.N, H = N / 2;
     const float middle = table[H] * in[H];
     out[0] = 0.5f * (in[0] + middle);
     out[1] = 0.5f * (in[0] - middle);
@@ -99,7 +124,7 @@ void transform_3(krl_fft_kernel* fft, const float* table, float* out, float* in,
         store_complex(out + 2 * k, quarter * Y.far);
         store_complex_backwards(out + 2 * m, quarter * Y.near);
     });
-    fft(in, out, H);
+    fft(in, out);
     undo_even_then_reversed_odd(out, in, N);
 }
 
@@ -143,13 +168,15 @@ void postmodulate(float* out, const float* z, const float* s, const float* c, fl
 using namespace krl;
 
 void krl_dctII_scaled(const krl_fft_pair* pair, const float* table, float* out, float* in, uint32_t N) {
-    transform_2(scaled_fft(pair, N / 2), table, out, in, N, 0.5f);
+    with_fft<true>(pair, N, [=](auto fft) { transform_2(fft, table, out, in, 0.5f); });
 }
 void krl_dctII_unscaled(const krl_fft_pair* pair, const float* table, float* out, float* in, uint32_t N) {
-    transform_2(unscaled_fft(pair, N / 2), table, out, in, N, 1.0f);
+    with_fft<false>(pair, N, [=](auto fft) { transform_2(fft, table, out, in, 1.0f); });
 }
 void krl_dctIII_scaled(const krl_fft_pair* pair, const float* table, float* out, float* in, uint32_t N) {
-    transform_3(scaled_fft(pair, N / 2), table, out, in, N);
+    // With eight lanes straight code of 8 points would wait for the single stores before the FFT's vectors.
+    constexpr uint32_t by_call = lanes<f32v> == 8 ? 8 : 0;
+    with_fft<true, by_call>(pair, N, [=](auto fft) { transform_3(fft, table, out, in); });
 }
 
 void _krl_ldct2_scaled_iplu(const krl_fft_pair* pair, const float* table, float* data, uint32_t N) {
