@@ -114,7 +114,15 @@ use_installed "$shared"
 if [[ -x $shared/bin/korla-host ]]; then
   "$shared/bin/korla-host" info | grep -q "^Library .*$shared/" || fail "the installed host takes another library"
 fi
-echo "installed: pkg-config, find_package, korla-host"
+# Wrappers of this build stand below the prefix and find the library there.
+for wrapper in "$build"/gstreamer-1.0/*.so "$build"/lv2/korla.lv2/*.so "$build"/alsa-lib/*.so "$build"/python/korla/*.so; do
+  if [[ -e $wrapper ]]; then
+    installed=$(find "$shared" -name "$(basename "$wrapper")")
+    [[ -n $installed ]] || fail "$(basename "$wrapper") is not installed below the prefix"
+    ldd "$installed" | grep -q "libkorlastream.* => $shared/" || fail "$(basename "$wrapper") takes another library"
+  fi
+done
+echo "installed: pkg-config, find_package, korla-host, wrappers"
 
 documents=$shared/share/doc/korladownmixer
 pages=$(cat "$shared"/include/korla/*.h "$shared"/include/korla/dsp/*.h "$documents/README.md" |
