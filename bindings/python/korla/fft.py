@@ -81,7 +81,8 @@ def _rows(x, n, axis, dtype):
     x = _np.asarray(x)
     if x.ndim == 0:
         raise ValueError("a transform takes an array of one dimension at least")
-    moved = _np.moveaxis(x, axis, -1)
+    last = axis in (-1, x.ndim - 1)  # moving an axis costs more than a transform
+    moved = x if last else _np.moveaxis(x, axis, -1)
     if n is not None and n != moved.shape[-1]:
         if n < 1:
             raise ValueError(f"no transform of length {n}")
@@ -91,7 +92,11 @@ def _rows(x, n, axis, dtype):
         moved = filled
     outer = moved.shape[:-1]
     rows = _np.ascontiguousarray(moved, dtype).reshape(-1, moved.shape[-1])
-    return rows, lambda result: _np.moveaxis(result.reshape(*outer, result.shape[1]), -1, axis)
+
+    def back(result):
+        result = result.reshape(*outer, result.shape[1])
+        return result if last else _np.moveaxis(result, -1, axis)
+    return rows, back
 
 
 def _scaling(norm, n, inverse):

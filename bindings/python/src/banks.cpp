@@ -45,7 +45,7 @@ const QmfDesign qmf_designs[] = {
     {"P4", 64, 4, krl_qmf_filter_coeff_P4_vec_ana, krl_qmf_filter_coeff_P4_vec_syn},
 };
 
-class Qmf {
+class Qmf : public Object {
 public:
     Qmf(uint32_t bands, const std::string& design, bool is_complex, uint32_t mode) : bands_(bands), is_complex_(is_complex) {
         const QmfDesign* chosen = nullptr;
@@ -129,12 +129,11 @@ private:
     Memory analysis_memory_[3], synthesis_memory_[3];
     krl_qmf_analysis* analysis_;
     krl_qmf_synthesis* synthesis_;
-    std::atomic<bool> in_use_{false};
 };
 
 // ---- hybrid ----------------------------------------------------------------------------------------------------------
 
-class Hybrid {
+class Hybrid : public Object {
 public:
     Hybrid(int bands, bool interleaved) : bands_(bands) {
         if ((bands != 10 && bands != 16) || (interleaved && bands != 16))
@@ -182,7 +181,6 @@ private:
     Memory state_, analysis_memory_, synthesis_memory_;
     krl_hybrid_analysis* analysis_;
     krl_hybrid_synthesis* synthesis_;
-    std::atomic<bool> in_use_{false};
 };
 
 // ---- modulated -------------------------------------------------------------------------------------------------------
@@ -221,7 +219,7 @@ const MfbPrototype mfb_prototypes[] = {
     {"P4_319SC", 256, KRL_MFB_P10KM_P4_319SC_256M},
 };
 
-class Mfb {
+class Mfb : public Object {
 public:
     Mfb(uint32_t bands, const std::string& variant, const std::optional<std::string>& prototype,
         const std::optional<std::string>& twiddle)
@@ -307,7 +305,6 @@ private:
     Memory scratch_, analysis_memory_, synthesis_memory_;
     krl_mfb_analysis* analysis_;
     krl_mfb_synthesis* synthesis_;
-    std::atomic<bool> in_use_{false};
 };
 
 // The prototype filters by name, as the library has them in memory: docs/prototype-filters.md.

@@ -1,5 +1,5 @@
-// What the parts of the extension module share: arrays as numpy has them, memory for the library's instances, and a word
-// for those who use one object from two threads at once.
+// What the parts of the extension module share: arrays as numpy has them, and objects that a second thread or a missing
+// constructor cannot break.
 #pragma once
 
 #include <pybind11/numpy.h>
@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace korla_python {
@@ -24,6 +25,12 @@ using Complexes = py::array_t<Complex, py::array::c_style | py::array::forcecast
 
 inline const float* data(const Complexes& x) { return reinterpret_cast<const float*>(x.data()); }
 inline float* data(Complexes& x) { return reinterpret_cast<float*>(x.mutable_data()); }
+
+// The base of every class that Python makes objects of.
+class Object {
+protected:
+    std::atomic<bool> in_use_{false};
+};
 
 // Python's lock is released while the library works, so that two threads may meet in one object. The second is refused.
 class InUse {
@@ -57,3 +64,17 @@ void add_banks(py::module_& module);
 void add_filters(py::module_& module);
 
 } // namespace korla_python
+
+// Python can make an object whose constructor never ran: K.__new__(K), or a class of one's own that forgets the call. For
+// such a one pybind11 hands out memory as it comes; here it is refused.
+template <class T>
+class pybind11::detail::type_caster<T, std::enable_if_t<std::is_base_of_v<korla_python::Object, T>>>
+    : public type_caster_base<T> {
+public:
+    bool load(handle source, bool convert) {
+        if (source && isinstance<T>(source) &&
+            !reinterpret_cast<instance*>(source.ptr())->get_value_and_holder(get_type_info(typeid(T))).holder_constructed())
+            throw type_error("__init__ of the object's class was not called");
+        return type_caster_base<T>::load(source, convert);
+    }
+};

@@ -13,7 +13,7 @@
 namespace korla_python {
 namespace {
 
-class Limiter {
+class Limiter : public Object {
 public:
     Limiter(uint32_t channels, uint32_t rate, uint32_t subblock, float peak, float boost) : channels_(channels), subblock_(subblock) {
         if (channels == 0)
@@ -81,10 +81,9 @@ private:
     uint32_t channels_, subblock_;
     std::vector<std::byte> memory_;
     korvex_ht_kvlim* limiter_;
-    std::atomic<bool> in_use_{false};
 };
 
-class Phase90 {
+class Phase90 : public Object {
 public:
     explicit Phase90(uint32_t block) : block_(block) {
         size_t instance, work, history;
@@ -117,7 +116,6 @@ private:
     uint32_t block_;
     Phase90Hilbert instance_;
     std::vector<float> work_, history_;
-    std::atomic<bool> in_use_{false};
 };
 
 // ---- second-order sections -------------------------------------------------------------------------------------------
@@ -147,7 +145,7 @@ Coefficients coefficients(const std::string& form, const std::array<double, 3>& 
     throw py::value_error("no form '" + form + "'; known are ssv1, ssv2, ssv3, df1");
 }
 
-class Biquad {
+class Biquad : public Object {
 public:
     Biquad(const std::vector<double>& b, const std::vector<double>& a, const std::string& form) : form_(form) {
         if (b.size() != 3 || a.size() != 3 || !(a[0] != 0.0))
@@ -193,7 +191,6 @@ private:
     Coefficients coefficients_;
     krl_iir2df1_state direct_;
     krl_iir2ss_state state_;
-    std::atomic<bool> in_use_{false};
 };
 
 } // namespace

@@ -79,7 +79,7 @@ constexpr Control controls[] = {
     {KORLA_CEILING_DB, "ceiling_db", "The level that peaks keep to, -60..0 dB of full scale."},
 };
 
-class Stream {
+class Stream : public Object {
 public:
     Stream(const py::object& in, const py::object& out, uint32_t rate, const py::dtype& dtype,
            const std::optional<py::dtype>& out_dtype, const std::string& mode, bool controllable,
@@ -217,7 +217,6 @@ private:
     korla_layout in_ = {}, out_ = {};
     uint32_t mode_ = KORLA_PUSH;
     std::shared_ptr<korla_stream> stream_;
-    std::atomic<bool> in_use_{false};
 };
 
 py::dict layouts() {

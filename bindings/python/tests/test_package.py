@@ -4,11 +4,25 @@ import pathlib
 import subprocess
 import sys
 
+import korla
 import numpy as np
 import pytest
 import soundfile
 
 HERE = pathlib.Path(__file__).resolve().parent.parent
+
+
+@pytest.mark.parametrize("kind", [value for value in vars(korla).values() if isinstance(value, type)])
+def test_an_object_without_constructor_refuses_everything(kind):
+    for name in set(dir(kind)) - set(dir(object)) - {"__module__"}:
+        if isinstance(getattr(kind, name), int):
+            continue  # the class's own
+        refusals = []
+        for arguments in ((), (np.zeros((64, 2)),)):  # as the methods take them
+            with pytest.raises(TypeError) as refusal:
+                getattr(kind.__new__(kind), name)(*arguments)
+            refusals.append("__init__ of" in str(refusal.value))
+        assert any(refusals), name
 
 
 @pytest.mark.parametrize("example", sorted(path.name for path in (HERE / "examples").glob("*.py")))
