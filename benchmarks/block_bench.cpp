@@ -181,7 +181,7 @@ template <class T, class F> double latency(F operation) {
                                        for (int i = 0; i < repeats; i++) {
 #pragma GCC unroll 32
                                            for (int j = 0; j < 32; j++) {
-                                               v = operation(v);
+                                               v = static_cast<T>(operation(v));
                                                PIN(v);
                                            }
                                        }

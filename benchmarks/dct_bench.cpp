@@ -43,8 +43,8 @@ std::vector<float> rotations(int N, double gain) {
 // A plain DCT-II on a real FFT: from `in` to `out`.
 class PlainDct2 {
 public:
-    explicit PlainDct2(int N)
-        : N(N), rotation(rotations(N, 1.0)),
+    explicit PlainDct2(int length)
+        : N(length), rotation(rotations(N, 1.0)),
           fft(fftwf_plan_dft_r2c_1d(N, out.data, reinterpret_cast<fftwf_complex*>(work.data),
                                     fftw_effort | FFTW_DESTROY_INPUT),
               fftwf_destroy_plan) {}
@@ -71,8 +71,8 @@ private:
 // A plain scaled DCT-III on a real inverse FFT.
 class PlainDct3 {
 public:
-    explicit PlainDct3(int N)
-        : N(N), rotation(rotations(N, 0.5 / N)),
+    explicit PlainDct3(int length)
+        : N(length), rotation(rotations(N, 0.5 / N)),
           fft(fftwf_plan_dft_c2r_1d(N, reinterpret_cast<fftwf_complex*>(work.data), in.data,
                                     fftw_effort | FFTW_DESTROY_INPUT),
               fftwf_destroy_plan) {}
@@ -139,8 +139,8 @@ double compare(const char* name, std::vector<Contender> contenders, int N) {
     clear();
     measure(contenders);
     const double peer = std::min(contenders[1].ns, contenders[2].ns), ratio = peer / contenders[0].ns;
-    std::printf("%-20s %5d  %s %9.1f  GFLOP/s %6.2f  redft %9.1f  rfft+rotation %9.1f  ratio %5.2f\n", name, N,
-                unit(), contenders[0].ns, 2.5 * N * std::log2(N) / contenders[0].ns, contenders[1].ns, contenders[2].ns, ratio);
+    std::printf("%-20s %5d  %s %9.1f  GFLOP/s %6.2f  redft %9.1f  rfft+rotation %9.1f  ratio %5.2f\n", name, N, unit(),
+                contenders[0].ns, 2.5 * N * std::log2(N) / contenders[0].ns, contenders[1].ns, contenders[2].ns, ratio);
     return ratio;
 }
 

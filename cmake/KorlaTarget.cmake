@@ -8,7 +8,12 @@ set_property(CACHE KORLA_X86_LEVEL PROPERTY STRINGS auto v3 baseline)
 
 add_library(korla_options INTERFACE)
 target_compile_features(korla_options INTERFACE cxx_std_20 c_std_99)
-target_compile_options(korla_options INTERFACE -ffp-contract=off -Wall -Wextra -Wno-psabi)
+target_compile_options(korla_options INTERFACE -ffp-contract=off
+  -Wall -Wextra -Wconversion -Wno-sign-conversion -Wshadow -Wno-psabi)
+option(KORLA_WARNINGS_ARE_ERRORS "A warning ends the build" OFF)
+if(KORLA_WARNINGS_ARE_ERRORS)
+  target_compile_options(korla_options INTERFACE -Werror)
+endif()
 set(CMAKE_CXX_EXTENSIONS OFF)
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")

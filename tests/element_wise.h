@@ -131,7 +131,7 @@ TEST_P(ElementWise, DestinationMayOverlapASource) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Family, ElementWise, ::testing::ValuesIn(operations),
-                         [](const auto& info) { return info.param.names[1] + "_" + std::to_string(info.index); });
+                         [](const auto& test) { return test.param.names[1] + "_" + std::to_string(test.index); });
 
 // The names in a table and those of members with tests of their own.
 std::set<std::string> names_of(const auto& table, const auto&... further) {

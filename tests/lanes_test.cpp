@@ -29,7 +29,7 @@ template <class V> using numbers_of = std::array<element_of<V>, lanes<V>>;
 template <class V> V lanes_of(auto f) {
     numbers_of<V> x;
     for (int k = 0; k < lanes<V>; k++)
-        x[k] = f(k);
+        x[k] = static_cast<element_of<V>>(f(k));
     return std::bit_cast<V>(x);
 }
 
@@ -70,16 +70,12 @@ TEST(LanesArithmetic, FollowsTheNumbers) {
         EXPECT_LANES(krl::abs(a), std::fabs(a));
         EXPECT_LANES(krl::fma(a, b, c), std::fma(a, b, c));
     });
-    each<f32x4, f64x2, f32v, f64v>([]<class V>() {
-        EXPECT_LANES(select(a > b, a, c), a > b ? a : c);
-    });
+    each<f32x4, f64x2, f32v, f64v>([]<class V>() { EXPECT_LANES(select(a > b, a, c), a > b ? a : c); });
     each_width([]<class V>() {
         EXPECT_LANES(mul_add(a, b, c), fused ? std::fma(a, b, c) : a * b + c);
         EXPECT_LANES(mul_sub_from(a, b, c), fused ? std::fma(-a, b, c) : c - a * b);
     });
-    each_vector([]<class V>() {
-        EXPECT_LANES(conjugate(a), k % 2 ? -a : a);
-    });
+    each_vector([]<class V>() { EXPECT_LANES(conjugate(a), k % 2 ? -a : a); });
 }
 
 TEST(LanesMaximum, FollowsItsRuleForNaNAndZeros) {

@@ -296,7 +296,7 @@ TEST(Limiter, NothingExceedsThePeak) {
             feed([=](uint32_t i) { return i / period % 2 ? -1.0f : 1.0f; });
         Random random(n);
         for (int i = 0; i < 200; i++) // levels of every mantissa, over what the slow gain made of the past
-            feed([level = random.uniform(0.6f, 2.0f)](uint32_t i) { return i % 2 ? -level : level; });
+            feed([level = random.uniform(0.6f, 2.0f)](uint32_t k) { return k % 2 ? -level : level; });
         EXPECT_LE(greatest, 0.5f * (1.0f + 0x1p-21f)) << "eight roundings, as the header says";
         EXPECT_GE(greatest, 0.5f * 0.999f) << "the limiter takes away more than it has to";
     });

@@ -30,8 +30,8 @@ template <auto query_mem, auto query_scratch, auto init, size_t in_per_band, siz
     GuardedBuffer<uint8_t> memory, scratch;
     decltype(init(0, 0, 0, nullptr)) bank;
 
-    Bank(uint32_t m, uint32_t channels, Tables tables = design, size_t misalignment = 5)
-        : m(m), channels(channels), tables(tables), memory(query_mem(channels, 99, m), misalignment),
+    Bank(uint32_t bands, uint32_t signals, Tables of = design, size_t misalignment = 5)
+        : m(bands), channels(signals), tables(of), memory(query_mem(channels, 99, m), misalignment),
           scratch(query_scratch(99, 99, m), misalignment), bank(init(channels, 99, m, memory.data())) {}
 
     // In calls of so many slots, then one more each time, up to 5 and round again.
@@ -196,7 +196,7 @@ TEST(ModulatedBank, MemorySizesAndRefusedSizes) {
     EXPECT_EQ(KRL_mfb_p10km_analysisL_query_mem(2, 99, 64), 4772u);
     EXPECT_EQ(KRL_mfb_p10km_synthesisCL_query_mem(2, 99, 64), 4764u);
     EXPECT_EQ(KRL_mfb_p10km_synthesisCL_query_mem(UINT32_MAX, 0, UINT32_MAX), SIZE_MAX);
-    for (size_t misalignment = 0; misalignment < 96; misalignment++) { // the canaries watch
+    for (uint32_t misalignment = 0; misalignment < 96; misalignment++) { // the canaries watch
         Analysis(64, misalignment % 3, design, misalignment);
         Synthesis(64, misalignment % 3, design, misalignment);
     }

@@ -119,12 +119,12 @@ TEST_P(Phase90, RefusalsAreCodeTwoAndTouchNothing) {
     float *const w = work.data(), *const h = history.data();
     auto misaligned = [](auto* p) { return reinterpret_cast<decltype(p)>(reinterpret_cast<uintptr_t>(p) + 2); };
     const auto before = memory.values();
-    auto refuses = [&](uint32_t length, void* m, float* w, float* h, bool refused_size = true) {
+    auto refuses = [&](uint32_t length, void* memory_at, float* work_at, float* history_at, bool refused_size = true) {
         Phase90Hilbert* refused = filter;
-        EXPECT_EQ(init_Phase90Hilbert(&refused, length, m, w, h), 2);
+        EXPECT_EQ(init_Phase90Hilbert(&refused, length, memory_at, work_at, history_at), 2);
         EXPECT_TRUE(refused == nullptr && memory.values() == before);
-        EXPECT_EQ(getRequiredBufferSize_Phase90Hilbert(length, m ? &sizes[0] : nullptr, w ? &sizes[1] : nullptr,
-                                                       h ? &sizes[2] : nullptr),
+        EXPECT_EQ(getRequiredBufferSize_Phase90Hilbert(length, memory_at ? &sizes[0] : nullptr,
+                                                       work_at ? &sizes[1] : nullptr, history_at ? &sizes[2] : nullptr),
                   refused_size ? 2 : 0);
     };
     for (uint32_t length : {0u, 1u, 256u, 511u, 513u, 4096u, 65536u + 512u, UINT32_MAX})

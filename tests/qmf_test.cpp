@@ -151,7 +151,7 @@ TEST_P(Qmf, EveryFormOfCallEqualsTheDefinition) {
     const Configuration single{M, P, mode};
     for (bool real : {true, false}) {
         const auto model = qmf_model(M, P, prototype.data(), mode, real);
-        const auto x = noise(M, 18), Z = noise(single.width(real), 18);
+        const auto x = noise(M, 18), Z = noise(static_cast<uint32_t>(single.width(real)), 18);
         const auto X = Banks(single).analyse(real, x), y = Banks(single).synthesise(real, Z);
         expect_rows(single.what("analysis", real), M, real ? 1 : 2, X, model.analyse(x), 1.5e-6);
         expect_rows(single.what("synthesis", real), M, 1, y, model.synthesise(Z), 2e-6 * std::sqrt(2.0 * P * M));
@@ -330,7 +330,7 @@ TEST(QmfModulation, StepsEqualTheirSumsAndUndoEachOther) {
         krl_inverseModulationComplex(V.data(), reversed.data(), scratch.data(), M, 8, nullptr, KRL_r4_cplx_fwd_pair(M));
         std::vector<double> expected;
         for (uint32_t i = 0; i < 2 * M; i++)
-            expected.push_back(M * x[(2 * M - i / 2 * 2) % (2 * M) + i % 2]);
+            expected.push_back(static_cast<float>(M) * x[(2 * M - i / 2 * 2) % (2 * M) + i % 2]);
         expect_rows(bands + "complex, both", M, 2, reversed.values(), expected, 2e-6 * M);
     }
 }

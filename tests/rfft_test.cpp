@@ -112,7 +112,7 @@ TEST_P(RealFft, UnsupportedLengthsWriteNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, RealFft, ::testing::ValuesIn(transforms),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST(RealFftByHand, FourSamples) {
     GuardedBuffer<float> in({1, 2, 4, 8}), out(4);

@@ -37,7 +37,8 @@ inline std::vector<std::vector<float>> stimuli(size_t n) {
     std::vector<float> impulse(n), sweep(n);
     impulse[n / 3] = 1.0f;
     for (size_t i = 0; i < n; i++)
-        sweep[i] = static_cast<float>(0.5 * std::sin(1.5707963267948966 * static_cast<double>(i) * i / n));
+        sweep[i] = static_cast<float>(
+            0.5 * std::sin(1.5707963267948966 * static_cast<double>(i * i) / static_cast<double>(n)));
     return {Random(n).vector(n), impulse, sweep};
 }
 

@@ -140,8 +140,8 @@ TEST(VectorLiterals, MaskIsTurnedAroundEqualityHasATolerance) {
     std::vector<float> a(48, 0.5f), b(48, 1.0f);
     a[1] = nan_value, a[2] = b[2] = infinity;
     for (uint32_t n : {3, 8, 48})
-        for (auto [tolerance, equal] : {std::pair{0.5f, 1}, {std::nextafter(0.5f, 0.0f), 0}, {nan_value, 1}})
-            EXPECT_EQ(krl_vec_IeqLLU_flex(a.data(), b.data(), n, tolerance), equal);
+        for (auto [difference, equal] : {std::pair{0.5f, 1}, {std::nextafter(0.5f, 0.0f), 0}, {nan_value, 1}})
+            EXPECT_EQ(krl_vec_IeqLLU_flex(a.data(), b.data(), n, difference), equal);
     EXPECT_EQ(krl_vec_IeqLLU_flex(&a[1], &b[1], 2, -1.0f), 1);
 
     for (auto [value, bits] : {std::pair{0.3f, 1u}, {0.5f, 0u}, {-4.0f, 0u}, {0x1p-60f, 59u}, {1e-45f, 60u}})

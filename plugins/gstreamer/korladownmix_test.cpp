@@ -19,8 +19,8 @@ struct Format {
     uint32_t code;
     const char* name;
 };
-constexpr Format formats[] = {{KORLA_S16, "S16LE"},    {KORLA_S24, "S24LE"}, {KORLA_S24_32, "S24_32LE"},
-                              {KORLA_S32, "S32LE"},    {KORLA_F32, "F32LE"}, {KORLA_F64, "F64LE"}};
+constexpr Format formats[] = {{KORLA_S16, "S16LE"}, {KORLA_S24, "S24LE"}, {KORLA_S24_32, "S24_32LE"},
+                              {KORLA_S32, "S32LE"}, {KORLA_F32, "F32LE"}, {KORLA_F64, "F64LE"}};
 
 std::string caps(const char* format, int channels, uint64_t mask, bool planar = false) {
     char text[200];
@@ -73,6 +73,7 @@ public:
         GST_BUFFER_FLAG_SET(buffer, flags);
         return gst_harness_push(harness_, buffer);
     }
+    static double nanoseconds(GstClockTime time) { return static_cast<double>(time); }
     static GstClockTime time_of(size_t frame) { return gst_util_uint64_scale_round(frame, GST_SECOND, rate); }
 
     // What came out so far, as one piece; every buffer stands in time where its first frame does.
@@ -87,8 +88,9 @@ public:
         Samples out(channels, format, planar, frames);
         for (GstBuffer* buffer : buffers) {
             const size_t n = gst_buffer_get_size(buffer) / frame, planes = planar ? channels : 1;
-            EXPECT_NEAR(GST_BUFFER_PTS(buffer), shift + time_of(done), 1); // ns
-            EXPECT_NEAR(GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer), shift + time_of(done + n), 1);
+            EXPECT_NEAR(nanoseconds(GST_BUFFER_PTS(buffer)), nanoseconds(shift + time_of(done)), 1);
+            EXPECT_NEAR(nanoseconds(GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer)),
+                        nanoseconds(shift + time_of(done + n)), 1);
             EXPECT_EQ(gst_buffer_get_audio_meta(buffer) != nullptr, planar);
             for (size_t c = 0; c < planes; c++)
                 gst_buffer_extract(buffer, c * n * frame / planes, out.planes(done)[c], n * frame / planes);
@@ -314,7 +316,8 @@ TEST(KorlaDownmix, DrainsAtBreaksAndForgetsAtAFlush) {
         KorlaStream stream(config_of("5.1", "stereo", format, format));
         const Samples all = stream.run(more), rest = harness.pull(2, format, false, shift + Harness::time_of(448));
         ASSERT_EQ(rest.frames, 52u); // 500 frames, of which 14 tiles were ready at once
-        EXPECT_TRUE(std::equal(rest.bytes.begin(), rest.bytes.end(), all.bytes.end() - static_cast<long>(rest.bytes.size())));
+        EXPECT_TRUE(
+            std::equal(rest.bytes.begin(), rest.bytes.end(), all.bytes.end() - static_cast<long>(rest.bytes.size())));
     }
 }
 
@@ -354,13 +357,15 @@ TEST(KorlaDownmix, FollowsItsControlsWhileRunning) {
 // A live pipeline reports the source's latency and 63 frames, and renders every buffer in time.
 TEST(KorlaDownmix, RunsLiveWithTheLatencyItReports) {
     GstElement* pipeline = gst_parse_launch(
-        "audiotestsrc is-live=true num-buffers=20 samplesperbuffer=480 ! audio/x-raw,format=F32LE,rate=48000,channels=6,"
-        "channel-mask=(bitmask)0xc0f ! korladownmix layout=stereo ! fakesink name=sink sync=true processing-deadline=0", nullptr);
+        "audiotestsrc is-live=true num-buffers=20 samplesperbuffer=480 ! "
+        "audio/x-raw,format=F32LE,rate=48000,channels=6,"
+        "channel-mask=(bitmask)0xc0f ! korladownmix layout=stereo ! fakesink name=sink sync=true processing-deadline=0",
+        nullptr);
     ASSERT_NE(pipeline, nullptr);
     ASSERT_NE(gst_element_set_state(pipeline, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
     GstBus* bus = gst_element_get_bus(pipeline);
-    GstMessage* message =
-        gst_bus_timed_pop_filtered(bus, 20 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    GstMessage* message = gst_bus_timed_pop_filtered(bus, 20 * GST_SECOND,
+                                                     static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
     ASSERT_NE(message, nullptr);
     EXPECT_EQ(GST_MESSAGE_TYPE(message), GST_MESSAGE_EOS);
     GstQuery* query = gst_query_new_latency();

@@ -1,5 +1,6 @@
 // Writes the bundle's turtle from the table of ports.h.
 // usage: korla-lv2-turtle FOLDER
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,12 +16,10 @@ struct Place {
     const char *speaker, *name, *designation; // designation: of the port-groups extension; null where it has none
 };
 constexpr Place places[] = {
-    {"FL", "Front Left", "left"},          {"FR", "Front Right", "right"},
-    {"FC", "Front Centre", "center"},      {"LFE", "LFE", "lowFrequencyEffects"},
-    {"SL", "Side Left", "sideLeft"},       {"SR", "Side Right", "sideRight"},
-    {"BL", "Back Left", "rearLeft"},       {"BR", "Back Right", "rearRight"},
-    {"TFL", "Top Front Left", nullptr},    {"TFR", "Top Front Right", nullptr},
-    {"TBL", "Top Back Left", nullptr},     {"TBR", "Top Back Right", nullptr},
+    {"FL", "Front Left", "left"},          {"FR", "Front Right", "right"},    {"FC", "Front Centre", "center"},
+    {"LFE", "LFE", "lowFrequencyEffects"}, {"SL", "Side Left", "sideLeft"},   {"SR", "Side Right", "sideRight"},
+    {"BL", "Back Left", "rearLeft"},       {"BR", "Back Right", "rearRight"}, {"TFL", "Top Front Left", nullptr},
+    {"TFR", "Top Front Right", nullptr},   {"TBL", "Top Back Left", nullptr}, {"TBR", "Top Back Right", nullptr},
 };
 
 // The port-groups class of a layout, whose 5.1 has one pair of surrounds and calls it rear.
@@ -45,7 +44,12 @@ public:
     }
     File(const File&) = delete;
     File& operator=(const File&) = delete;
-    template <class... A> void print(const char* format, A... arguments) { std::fprintf(file_, format, arguments...); }
+    [[gnu::format(printf, 2, 3)]] void print(const char* format, ...) {
+        va_list arguments;
+        va_start(arguments, format);
+        std::vfprintf(file_, format, arguments);
+        va_end(arguments);
+    }
 
 private:
     std::FILE* file_;
@@ -53,7 +57,8 @@ private:
 
 void write_manifest(const std::string& folder) {
     File file(folder, "manifest.ttl");
-    file.print("@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n");
+    file.print(
+        "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n");
     for (const Pair& pair : pairs)
         file.print("\n<%s>\n\ta lv2:Plugin ;\n\tlv2:binary <korla.so> ;\n\trdfs:seeAlso <korla.ttl> .\n", pair.uri);
 }
@@ -84,10 +89,11 @@ void write_plugin(File& file, const Pair& pair) {
     const Layouts layouts = layouts_of(pair);
     file.print("\n<%s#in>\n\ta pg:InputGroup , %s ;\n\tlv2:symbol \"in\" ;\n\tlv2:name \"%s\" .\n", pair.uri,
                group_class(pair.from), pair.from);
-    file.print("\n<%s#out>\n\ta pg:OutputGroup , %s ;\n\tpg:source <%s#in> ;\n\tlv2:symbol \"out\" ;\n\tlv2:name \"%s\" .\n",
-               pair.uri, group_class(pair.to), pair.uri, pair.to);
-    file.print("\n<%s>\n\ta lv2:Plugin , lv2:MixerPlugin ;\n\tdoap:name \"Downmix %s to %s\" ;\n",
-               pair.uri, pair.from, pair.to);
+    file.print(
+        "\n<%s#out>\n\ta pg:OutputGroup , %s ;\n\tpg:source <%s#in> ;\n\tlv2:symbol \"out\" ;\n\tlv2:name \"%s\" .\n",
+        pair.uri, group_class(pair.to), pair.uri, pair.to);
+    file.print("\n<%s>\n\ta lv2:Plugin , lv2:MixerPlugin ;\n\tdoap:name \"Downmix %s to %s\" ;\n", pair.uri, pair.from,
+               pair.to);
     file.print("\tlv2:minorVersion %d ;\n\tlv2:microVersion 0 ;\n", KORLA_MINOR * 2 + 2);
     file.print("\tlv2:optionalFeature lv2:hardRTCapable , log:log , opts:options , urid:map , "
                "bufsz:powerOf2BlockLength ;\n\topts:supportedOption bufsz:minBlockLength ;\n");
@@ -97,22 +103,24 @@ void write_plugin(File& file, const Pair& pair) {
     write_audio(file, pair, layouts.out, false, index);
     for (const Control& c : controls) {
         const bool is_switch = c.control == KORLA_LIMITER;
-        file.print(" , [\n\t\ta lv2:InputPort , lv2:ControlPort ;\n\t\tlv2:index %u ;\n\t\tlv2:symbol \"%s\" ;\n", index++,
-                   c.symbol);
+        file.print(" , [\n\t\ta lv2:InputPort , lv2:ControlPort ;\n\t\tlv2:index %u ;\n\t\tlv2:symbol \"%s\" ;\n",
+                   index++, c.symbol);
         file.print("\t\tlv2:name \"%s\" ;\n\t\trdfs:comment \"%s\" ;\n\t\tlv2:default %.1f ;\n", c.name, c.comment,
                    double(initial_value(c, layouts.out)));
         file.print("\t\tlv2:minimum %.1f ;\n\t\tlv2:maximum %.1f ;\n\t\t%s\n\t]", double(c.low), double(c.high),
                    is_switch ? "lv2:portProperty lv2:toggled , lv2:integer" : "units:unit units:db");
     }
-    file.print(" , [\n\t\ta lv2:OutputPort , lv2:ControlPort ;\n\t\tlv2:index %u ;\n\t\tlv2:symbol \"gain_reduction\" ;\n"
-               "\t\tlv2:name \"Gain Reduction\" ;\n\t\trdfs:comment \"The limiter's greatest in the last block.\" ;\n"
-               "\t\tlv2:default 0.0 ;\n\t\tlv2:minimum 0.0 ;\n\t\tlv2:maximum %.1f ;\n\t\tunits:unit units:db\n\t]",
-               index++, double(-off_db));
-    file.print(" , [\n\t\ta lv2:OutputPort , lv2:ControlPort ;\n\t\tlv2:index %u ;\n\t\tlv2:symbol \"latency\" ;\n"
-               "\t\tlv2:name \"Latency\" ;\n\t\tlv2:designation lv2:latency ;\n\t\tlv2:default 63.0 ;\n\t\tlv2:minimum 0.0 ;\n"
-               "\t\tlv2:maximum 63.0 ;\n\t\tlv2:portProperty lv2:reportsLatency , lv2:integer ;\n"
-               "\t\tunits:unit units:frame\n\t] .\n",
-               index++);
+    file.print(
+        " , [\n\t\ta lv2:OutputPort , lv2:ControlPort ;\n\t\tlv2:index %u ;\n\t\tlv2:symbol \"gain_reduction\" ;\n"
+        "\t\tlv2:name \"Gain Reduction\" ;\n\t\trdfs:comment \"The limiter's greatest in the last block.\" ;\n"
+        "\t\tlv2:default 0.0 ;\n\t\tlv2:minimum 0.0 ;\n\t\tlv2:maximum %.1f ;\n\t\tunits:unit units:db\n\t]",
+        index++, double(-off_db));
+    file.print(
+        " , [\n\t\ta lv2:OutputPort , lv2:ControlPort ;\n\t\tlv2:index %u ;\n\t\tlv2:symbol \"latency\" ;\n"
+        "\t\tlv2:name \"Latency\" ;\n\t\tlv2:designation lv2:latency ;\n\t\tlv2:default 63.0 ;\n\t\tlv2:minimum 0.0 ;\n"
+        "\t\tlv2:maximum 63.0 ;\n\t\tlv2:portProperty lv2:reportsLatency , lv2:integer ;\n"
+        "\t\tunits:unit units:frame\n\t] .\n",
+        index++);
 }
 
 } // namespace

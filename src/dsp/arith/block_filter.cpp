@@ -42,9 +42,9 @@ auto iir2_direct = [](const float* c) {
 enum class form { v1, v2, v3 };
 template <form f, class V> struct section {
     V c0, c1, c2, c3, c4, output_scale;
-    explicit section(const float* c, float output_scale = 2.0f)
+    explicit section(const float* c, float scale = 2.0f)
         : c0(splat<V>(c[0])), c1(splat<V>(c[1])), c2(splat<V>(c[2])), c3(splat<V>(c[3])), c4(splat<V>(c[4])),
-          output_scale(splat<V>(output_scale)) {}
+          output_scale(splat<V>(scale)) {}
 
     V output(const auto& s, V x) const { return output_scale * fma(-c0, x, f == form::v1 ? s.s0 + s.s1 : s.s0); }
     void advance(auto& s, V x) const {

@@ -37,8 +37,8 @@ void fold(float* v, float* const (&ring)[state_blocks], const float* prototype, 
         const V newest =
             splat<V>(0.5f) * (form.reversed_input ? reverse(load<V>(in + bands - lanes<V> - k)) : load<V>(in + k));
 
-        auto [c_even, c_odd] = taps(0);
-        V even = c_even * past(0), odd = c_odd * past(1);
+        const auto [first_even, first_odd] = taps(0);
+        V even = first_even * past(0), odd = first_odd * past(1);
         for (uint32_t j = 2; j < 8; j += 2) {
             const auto [c_even, c_odd] = taps(j);
             even = j % 4 != 0 ? mul_sub_from(c_even, past(j), even) : mul_add(c_even, past(j), even);
