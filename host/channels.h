@@ -51,6 +51,7 @@ FileOrder file_order(const ChannelMap& map);
 
 template <class T> std::vector<T> reordered(const std::vector<T>& values, const std::vector<size_t>& order) {
     std::vector<T> result;
+    result.reserve(order.size());
     for (size_t source : order)
         result.push_back(values[source]);
     return result;

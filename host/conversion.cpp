@@ -22,7 +22,7 @@ ChannelMap choose_input_map(const std::string& asked, const char* option, const 
                             std::vector<std::string>& notices) {
     const size_t channels = reader.channels();
     if (!asked.empty()) {
-        const ChannelMap map = parse_map(asked);
+        ChannelMap map = parse_map(asked);
         if (map.size() != channels)
             throw Error(Status::layout, format_text("%s names %zu channels, %s has %zu; name them all, in file order",
                                                     option, map.size(), reader.path().c_str(), channels));
@@ -30,7 +30,7 @@ ChannelMap choose_input_map(const std::string& asked, const char* option, const 
     }
     if (const auto stated = reader.speakers())
         return *stated;
-    const ChannelMap map = customary_speakers(channels);
+    ChannelMap map = customary_speakers(channels);
     if (map.empty())
         throw Error(Status::layout, format_text("%s does not say which speakers its %zu channels are for; name them "
                                                 "with %s FL,FR,...",

@@ -161,7 +161,8 @@ double draw_time(Canvas& canvas, double y, uint64_t frames, uint32_t rate) {
                         : raw <= 2 * decade ? 2 * decade
                         : raw <= 5 * decade ? 5 * decade
                                             : 10 * decade;
-    for (double t = 0; t <= seconds * 1.0001; t += step) {
+    for (int i = 0; i * step <= seconds * 1.0001; i++) {
+        const double t = i * step;
         const double x = plot_left + (plot_right - plot_left) * t / seconds;
         canvas.line(x, y - 10, x, y - 5, faint);
         canvas.text(x, y + 4, format_text("%g s", t), faint, 11, 0.5);
@@ -178,7 +179,7 @@ double draw_matrix(Canvas& canvas, double y, const Matrix& matrix) {
         canvas.text(plot_left + cell_width * (static_cast<double>(i) + 0.5), y, speaker_name(matrix.inputs[i]), ink, 12,
                     0.5);
     y += 12;
-    for (size_t o = 0; o < matrix.outputs.size(); o++, y += cell_height) {
+    for (size_t o = 0; o < matrix.outputs.size(); o++) {
         canvas.text(plot_left - 10, y + cell_height / 2, speaker_name(matrix.outputs[o]), ink, 12, 1);
         for (size_t i = 0; i < matrix.inputs.size(); i++) {
             const double x = plot_left + cell_width * static_cast<double>(i), db = in_db(std::fabs(matrix.gain[o][i]));
@@ -189,6 +190,7 @@ double draw_matrix(Canvas& canvas, double y, const Matrix& matrix) {
             if (shade > 0)
                 canvas.text(x + cell_width / 2, y + cell_height / 2, db_text(db), shade > 0.55 ? paper : ink, 12, 0.5);
         }
+        y += cell_height;
     }
     return y;
 }

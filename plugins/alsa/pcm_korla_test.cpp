@@ -102,7 +102,7 @@ Samples noise(unsigned channels, uint32_t format, bool planar = false) {
 }
 
 // Everything but the last 63 frames, which stay inside, 63 frames late.
-void expect_mixed(const Samples& out, const std::string& from, const std::string& to, Samples in) {
+void expect_mixed(const Samples& out, const std::string& from, const std::string& to, const Samples& in) {
     auto config = stream_config(from, to);
     config.in_format = config.out_format = in.format;
     config.in_planar = in.planar;

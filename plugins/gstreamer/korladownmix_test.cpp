@@ -107,7 +107,7 @@ public:
             return "";
         GError* error = nullptr;
         gst_message_parse_error(message, &error, nullptr);
-        const std::string text = error->message;
+        std::string text = error->message;
         g_error_free(error);
         gst_message_unref(message);
         return text;

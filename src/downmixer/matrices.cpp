@@ -22,7 +22,7 @@ constexpr auto explicit_layouts = [] {
     auto nth_bed = [](int i) { return bed(2 + i / 2, i % 2); };
     for (int i = 0; i < bed_count; i++)
         for (int o = 0; o < bed_count; o++)
-            pairs[static_cast<size_t>(i * bed_count + o)] = {i == 0 ? mono : nth_bed(i), nth_bed(o)};
+            pairs[size_t{bed_count} * i + o] = {i == 0 ? mono : nth_bed(i), nth_bed(o)};
     return pairs;
 }();
 

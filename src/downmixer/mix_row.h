@@ -48,7 +48,7 @@ KRL_INLINE void mix_row(float* out, const float* gains, uint64_t used, RowOf row
     } else {
         take(2);
         start_with(3);
-        while (used != 0) {
+        while (used != 0) { // NOLINT(bugprone-infinite-loop): take() takes from it
             take(0);
             for (int g = 0; g < groups; g++)
                 sum[g] = sum[g] + term(0, g);

@@ -186,7 +186,7 @@ private:
         const bool is_mono = x.ndim() == 1 && in_.count == 1;
         if (!is_mono && (x.ndim() != 2 || x.shape(1) != in_.count))
             throw py::value_error("the samples must have the shape (frames, " + std::to_string(in_.count) + ")");
-        const py::array contiguous = py::array::ensure(x, py::array::c_style);
+        py::array contiguous = py::array::ensure(x, py::array::c_style);
         if (!contiguous)
             throw py::error_already_set();
         return contiguous;

@@ -15,7 +15,7 @@ inline bool is_aligned(const void* p, size_t alignment) {
 
 // The next multiple of alignment, a power of two, at or above p.
 template <class T = void> inline T* align_up(void* p, size_t alignment) {
-    return reinterpret_cast<T*>((reinterpret_cast<uintptr_t>(p) + (alignment - 1)) & ~(uintptr_t{alignment} - 1));
+    return reinterpret_cast<T*>(static_cast<char*>(p) + (-reinterpret_cast<uintptr_t>(p) & (alignment - 1)));
 }
 
 } // namespace krl
