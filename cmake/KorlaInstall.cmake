@@ -1,17 +1,21 @@
 # What `cmake --install` puts into a prefix: the libraries, their headers, the CMake package, the pkg-config files and
-# the documents. korla-host adds itself.
+# the documents. korla-host and the wrappers add themselves. The components are the packages of KorlaPackages.cmake.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS korladownmixer korlastream EXPORT KorlaTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY include/korla DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS korladownmixer EXPORT KorlaTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT module NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(TARGETS korlastream EXPORT KorlaTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT stream NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(DIRECTORY include/korla DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Korla)
-install(EXPORT KorlaTargets NAMESPACE Korla:: DESTINATION ${package_folder})
+install(EXPORT KorlaTargets NAMESPACE Korla:: DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(cmake/KorlaConfig.cmake.in KorlaConfig.cmake INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(KorlaConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KorlaConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/KorlaConfigVersion.cmake
-  DESTINATION ${package_folder})
+  DESTINATION ${package_folder} COMPONENT development)
 
 # The prefix is relative to where the .pc file stands, so that an installed tree may be moved. Who links a static library
 # links what it stands on.
@@ -26,11 +30,11 @@ function(korla_pkg_config name description requires)
     set(KORLA_PC_REQUIRES "${requires}")
   endif()
   configure_file(cmake/korla.pc.in ${name}.pc @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endfunction()
 korla_pkg_config(korladownmixer "${PROJECT_DESCRIPTION}" "")
 korla_pkg_config(korlastream "Downmixing from any speakers to any speakers, in calls of any length" korladownmixer)
 
 # Headers and README name documents as docs/PAGE.md: the folder keeps its name.
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
