@@ -37,4 +37,5 @@ korla_pkg_config(korlastream "Downmixing from any speakers to any speakers, in c
 
 # Headers and README name documents as docs/PAGE.md: the folder keeps its name.
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents
+  PATTERN CMakeLists.txt EXCLUDE PATTERN Doxyfile.in EXCLUDE)

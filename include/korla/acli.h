@@ -28,7 +28,9 @@
 
 KRL_BEGIN_DECLS
 
+/** What the exported object begins with. */
 #define ACLI_MAGIC "TLCA"
+/** The version of this interface. */
 #define ACLI_INTERFACE_VERSION 0x00000100u
 
 /** Channels in a map. */
@@ -96,28 +98,28 @@ typedef struct acli_media_format {
 
 /** The value record of set_param. */
 typedef struct acli_param_value {
-    uint32_t mode; /**< ACLI_MODE_* */
-    uint32_t reserved_4;
-    acli_media_format* format;
+    uint32_t mode;             /**< ACLI_MODE_* */
+    uint32_t reserved_4;       /**< not interpreted */
+    acli_media_format* format; /**< the block, read and written */
 } acli_param_value;
 
 /** A host buffer. Only the named fields are read or written; a host's record may go on behind them. */
 typedef struct acli_buffer {
-    uint32_t reserved_0;
-    uint32_t bytes; /**< input: valid bytes. Output: capacity on entry, bytes produced after success. */
-    void* data;     /**< samples, at any alignment */
-    uint8_t reserved_16[32];
-    uint32_t channels; /**< input only */
-    uint8_t reserved_52[32];
+    uint32_t reserved_0;      /**< not touched */
+    uint32_t bytes;           /**< input: valid bytes. Output: capacity on entry, bytes produced after success. */
+    void* data;               /**< samples, at any alignment */
+    uint8_t reserved_16[32];  /**< not touched */
+    uint32_t channels;        /**< input only */
+    uint8_t reserved_52[32];  /**< not touched */
     uint32_t bits_per_sample; /**< input only: 16 or 32 */
 } acli_buffer;
 
 /** The exported object: 120 bytes. */
 typedef struct acli_descriptor {
-    char magic[4]; /**< ACLI_MAGIC without its NUL */
-    uint32_t interface_version;
-    const char* name;   /**< "KorlaDownmixer" */
-    const char* vendor; /**< "NRX" */
+    char magic[4];              /**< ACLI_MAGIC without its NUL */
+    uint32_t interface_version; /**< ACLI_INTERFACE_VERSION */
+    const char* name;           /**< "KorlaDownmixer" */
+    const char* vendor;         /**< "NRX" */
 
     /** id 1: stores a new copy of the module name through out and returns it; the caller gives it to free_name. Any
      * other id, no memory: stores and returns null. */
@@ -138,6 +140,7 @@ typedef struct acli_descriptor {
      * first two arguments are ignored. */
     int32_t (*create)(uintptr_t, uintptr_t, void** out_handle);
 
+    /** Not offered: -1 for a null handle, else -2. */
     int32_t (*unsupported_5)(void* handle, ...);
 
     /** Mixes one buffer. Returns 0, and stores the bytes produced in out->bytes, or -1.
@@ -180,6 +183,7 @@ typedef struct acli_descriptor {
      * -1: null handle, or null value or block with parameter ACLI_PARAM_MEDIA_FORMAT. */
     int32_t (*set_param)(void* handle, uint32_t param_id, uintptr_t, uintptr_t, const acli_param_value* value);
 
+    /** Not offered: -1 for a null handle, else -2. */
     int32_t (*unsupported_8)(void* handle, ...);
 
     /** Frees the instance. Null: -1. */

@@ -31,12 +31,13 @@ enum {
 
 /** Samples of a chunk: sample t of channel c is element t * stride of channels[c]. */
 typedef struct korvex_downmixer_buffer {
-    uint32_t channel_count;
-    uint64_t stride; /**< in samples: the channel count for interleaved data, 1 for one channel after another */
-    uint32_t format; /**< KORVEX_FORMAT_* */
-    void** channels; /**< one data pointer per channel */
+    uint32_t channel_count; /**< of the data, at most as many as pointers */
+    uint64_t stride;        /**< in samples: the channel count for interleaved data, 1 for one channel after another */
+    uint32_t format;        /**< KORVEX_FORMAT_* */
+    void** channels;        /**< one data pointer per channel */
 } korvex_downmixer_buffer;
 
+/** An engine, in memory of the caller. */
 typedef struct korvex_downmixer_state korvex_downmixer_state;
 
 /** Stores the output channel count of the built-in mode for a map (2, 6, 8, 10 or 12) and returns 0.

@@ -39,10 +39,15 @@
 
 KRL_BEGIN_DECLS
 
+/** A limiter, in memory of the caller. */
 typedef struct korvex_ht_kvlim korvex_ht_kvlim;
 
+/** A version in four numbers. */
 typedef struct korvex_ht_kvlim_version {
-    uint32_t major, minor, patch, build;
+    uint32_t major; /**< changed meaning */
+    uint32_t minor; /**< new functions */
+    uint32_t patch; /**< mended faults */
+    uint32_t build; /**< 0 */
 } korvex_ht_kvlim_version;
 
 /** The version of the limiter, a constant record. */
@@ -130,25 +135,25 @@ KRL_API void korvex_ht_kvlim_process_indirect(korvex_ht_kvlim* limiter, float* c
                                               uint32_t detect_channels);
 
 /** Rising crossfade window of each sub-block length: sin^2(pi (i + 0.5) / (2N)) in steps of 1/32768. */
-extern KRL_API const float korvex_ht_a_kvlim_win_32[32];
-extern KRL_API const float korvex_ht_a_kvlim_win_40[40];
-extern KRL_API const float korvex_ht_a_kvlim_win_64[64];
-extern KRL_API const float korvex_ht_a_kvlim_win_128[128];
-extern KRL_API const float korvex_ht_a_kvlim_win_256[256];
+KRL_API extern const float korvex_ht_a_kvlim_win_32[32];
+KRL_API extern const float korvex_ht_a_kvlim_win_40[40];
+KRL_API extern const float korvex_ht_a_kvlim_win_64[64];
+KRL_API extern const float korvex_ht_a_kvlim_win_128[128];
+KRL_API extern const float korvex_ht_a_kvlim_win_256[256];
 
 /** Smoothing coefficients of each sub-block length at 192000, 176400, 96000, 88200, 64000, 48000, 44100, 32000 and
  * 24000 Hz; null where a rate is not offered. A set is eight floats: slow-gain fall (two, sum 1), slow-gain recovery
  * (two, sum 1), release, an unused one, two zeros. The first of the two and the release are what a sub-block of T ms
  * leaves, 2^(-T / half-life) in steps of 1/32768: half-lives are 40, 160 and 5 ms. */
-extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_32[9];
-extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_40[9];
-extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_64[9];
-extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_128[9];
-extern KRL_API const float* const korvex_ht_ap_kvlim_coefs_256[9];
+KRL_API extern const float* const korvex_ht_ap_kvlim_coefs_32[9];
+KRL_API extern const float* const korvex_ht_ap_kvlim_coefs_40[9];
+KRL_API extern const float* const korvex_ht_ap_kvlim_coefs_64[9];
+KRL_API extern const float* const korvex_ht_ap_kvlim_coefs_128[9];
+KRL_API extern const float* const korvex_ht_ap_kvlim_coefs_256[9];
 
 /** Unity on the boost scale: 1/256. */
-extern KRL_API const float korvex_ht_KVLIM_ONE_OVER_256_S;
-extern KRL_API const float korvex_ht_KVLIM_ONE_OVER_256_L;
+KRL_API extern const float korvex_ht_KVLIM_ONE_OVER_256_S;
+KRL_API extern const float korvex_ht_KVLIM_ONE_OVER_256_L;
 
 KRL_END_DECLS
 

@@ -80,18 +80,20 @@ enum {
 
 /** What a stream is to be. Zero it, then fill in what differs. */
 typedef struct korla_stream_config {
-    uint32_t size;        /**< sizeof(korla_stream_config) */
-    uint32_t rate;        /**< Hz, not 0 */
-    korla_layout in, out; /**< 1..12 different speakers each, in frame order */
-    uint32_t in_format;   /**< KORLA_S16, ... */
-    uint32_t out_format;  /**< KORLA_S16, ... */
-    uint32_t in_planar;   /**< 0: frame by frame, in one buffer; else one buffer a channel */
-    uint32_t out_planar;  /**< the same for the output */
-    uint32_t mode;        /**< KORLA_PUSH, ... */
-    uint32_t flags;       /**< 0 or KORLA_CONTROLLABLE */
-    const float* matrix;  /**< [out.count][in.count] linear gains, row by row, read by open only; null: by rule */
+    uint32_t size;       /**< sizeof(korla_stream_config) */
+    uint32_t rate;       /**< Hz, not 0 */
+    korla_layout in;     /**< 1..12 different speakers, in frame order */
+    korla_layout out;    /**< the same of the output */
+    uint32_t in_format;  /**< KORLA_S16, ... */
+    uint32_t out_format; /**< KORLA_S16, ... */
+    uint32_t in_planar;  /**< 0: frame by frame, in one buffer; else one buffer a channel */
+    uint32_t out_planar; /**< the same for the output */
+    uint32_t mode;       /**< KORLA_PUSH, ... */
+    uint32_t flags;      /**< 0 or KORLA_CONTROLLABLE */
+    const float* matrix; /**< [out.count][in.count] linear gains, row by row, read by open only; null: by rule */
 } korla_stream_config;
 
+/** A stream, in memory of its own or of the caller. */
 typedef struct korla_stream korla_stream;
 
 /** The bytes that a stream of this config needs, slack for alignment included; 0 for a config that open refuses. */
@@ -172,7 +174,8 @@ typedef struct korla_meters {
     float gain_reduction_db;               /**< the greatest, 0 for none, INFINITY for silence */
     float input_peak[KORLA_MAX_SPEAKERS];  /**< by input channel, linear, 1 is full scale */
     float output_peak[KORLA_MAX_SPEAKERS]; /**< by output channel, before the conversion to the output's format */
-    uint64_t frames_in, frames_out;        /**< since open or reset */
+    uint64_t frames_in;                    /**< since open or reset */
+    uint64_t frames_out;                   /**< since open or reset */
     uint64_t silenced;                     /**< samples since open or reset that were no numbers, infinite or huge */
 } korla_meters;
 

@@ -34,9 +34,10 @@ KRL_BEGIN_DECLS
  * Coefficients b0, b1, a1: H(z) = (b0 + b1 z^-1) / (1 - a1 z^-1), stable for |a1| < 1. _setup zeroes the state.
  */
 
+/** The past of a first-order filter. */
 typedef struct krl_iir1_state {
-    float x1; /* x[n-1] */
-    float y1; /* y[n-1] */
+    float x1; /**< x[n-1] */
+    float y1; /**< y[n-1] */
 } krl_iir1_state;
 
 /** y[n] = fma(b0, x[n], fma(b1, x[n-1], a1 * y[n-1])). */
@@ -63,9 +64,10 @@ KRL_API void KRL_blk_Liir1_shl_addLL_strict(float* dst, const float* x, const fl
 KRL_API void KRL_blk_Liir1_shl_addLL_setup(krl_iir1_state* state);
 KRL_API void KRL_blk_Liir1_shl_addLL_set_coef(const float* coef);
 
+/** The past of a first-order filter in double precision. */
 typedef struct krl_iir1x_state {
-    float x1;  /* x[n-1] */
-    double y1; /* y[n-1], before it is rounded to single */
+    float x1;  /**< x[n-1] */
+    double y1; /**< y[n-1], before it is rounded to single */
 } krl_iir1x_state;
 
 /** The first-order filter in double precision, for poles close to the unit circle: coefficients and x widened,
@@ -78,11 +80,12 @@ KRL_API void KRL_blk_Liir1xL_set_coef(const float* coef);
 
 /* ---- second-order section, direct form I ------------------------------------------------------------------------ */
 
+/** The past of a second-order section in direct form I. */
 typedef struct krl_iir2df1_state {
-    float x1; /* x[n-1] */
-    float x2; /* x[n-2] */
-    float y1; /* y[n-1] */
-    float y2; /* y[n-2] */
+    float x1; /**< x[n-1] */
+    float x2; /**< x[n-2] */
+    float y1; /**< y[n-1] */
+    float y2; /**< y[n-2] */
 } krl_iir2df1_state;
 
 /** Coefficients b0, b1, b2, a1/2, a2: H(z) = (b0 + b1 z^-1 + b2 z^-2) / (1 - a1 z^-1 - a2 z^-2). a1 is stored halved so
@@ -139,9 +142,10 @@ KRL_API void KRL_blk_Liir2df1L_set_coef(const float* coef);
  *   ssv3    -0.001958063    0.007470680     0.1137891      0.9076705    -0.1142364
  */
 
+/** The state of a second-order section in state-space form. */
 typedef struct krl_iir2ss_state {
-    float s0;
-    float s1;
+    float s0; /**< first state variable */
+    float s1; /**< second state variable */
 } krl_iir2ss_state;
 
 /** Section ssv1. */
@@ -214,8 +218,9 @@ KRL_API void KRL_blk_Liir2ssv3aLU_inplace_set_coef(const float* coef);
 
 /* ---- transversal filters ---------------------------------------------------------------------------------------- */
 
+/** The past of two taps. */
 typedef struct krl_fir2_state {
-    float x1; /* x[n-1] */
+    float x1; /**< x[n-1] */
 } krl_fir2_state;
 
 /** Coefficients h0, h1: y[n] = fma(h0, x[n], h1 * x[n-1]). _setup zeroes the state. */
@@ -224,9 +229,10 @@ KRL_API void KRL_blk_Lfir2L_strict(float* dst, const float* x, const float* coef
 KRL_API void KRL_blk_Lfir2L_setup(krl_fir2_state* state);
 KRL_API void KRL_blk_Lfir2L_set_coef(const float* coef);
 
+/** The past of three taps. */
 typedef struct krl_fir3_state {
-    float x1; /* x[n-1] */
-    float x2; /* x[n-2] */
+    float x1; /**< x[n-1] */
+    float x2; /**< x[n-2] */
 } krl_fir3_state;
 
 /** Coefficients h0, h1, h2: y[n] = fma(h0, x[n], fma(h1, x[n-1], h2 * x[n-2])). _setup zeroes the state. */
@@ -249,8 +255,9 @@ KRL_API void KRL_blk_LfirUL_set_coef(const float* coef);
 
 /* ---- envelope followers ----------------------------------------------------------------------------------------- */
 
+/** The state of an envelope follower. */
 typedef struct krl_envelope_state {
-    double e; /* the envelope, before it is rounded to single */
+    double e; /**< the envelope, before it is rounded to single */
 } krl_envelope_state;
 
 /** The larger of two one-pole smoothers, in double precision with x widened:
@@ -278,8 +285,9 @@ KRL_API void KRL_blk_Lattack_decay_peak_iir1L_set_coef(const float* coef);
 
 /* ---- integrator and reciprocal ---------------------------------------------------------------------------------- */
 
+/** The state of an integrator. */
 typedef struct krl_integrator_state {
-    float acc;
+    float acc; /**< the sum so far */
 } krl_integrator_state;
 
 /** acc = minNum(maxNum(acc + x[n], lo), hi), dst[n] = acc. Coefficients hi, lo, in this order. _setup sets acc to 0. */
@@ -288,8 +296,9 @@ KRL_API void KRL_blk_LintegrateL_strict(float* dst, const float* x, const float*
 KRL_API void KRL_blk_LintegrateL_setup(krl_integrator_state* state);
 KRL_API void KRL_blk_LintegrateL_set_coef(const float* coef);
 
+/** The state of a running reciprocal. */
 typedef struct krl_reciprocal_state {
-    float r;
+    float r; /**< the reciprocal so far */
 } krl_reciprocal_state;
 
 /** Running reciprocal: one Newton-Raphson step per sample drives r towards 2^-u / x[n]; dst[n] = r.
@@ -305,9 +314,10 @@ KRL_API void KRL_blk_LnrrecipLU_setup(krl_reciprocal_state* state, uint32_t u);
 
 /* ---- crossfade gain --------------------------------------------------------------------------------------------- */
 
+/** Where a crossfade stands. */
 typedef struct krl_crossfade_state {
-    uint32_t pos; /* where the next block starts in the window */
-    uint32_t len; /* entries in the window */
+    uint32_t pos; /**< where the next block starts in the window */
+    uint32_t len; /**< entries in the window */
 } krl_crossfade_state;
 
 /** dst[i] = g * x[i] with g = fma(window[len-1 - (pos+i)], a, b * window[pos+i]): with a rising window the gain moves
@@ -329,10 +339,11 @@ KRL_API void KRL_blk_Lcrossfade_gainLS_setup(krl_crossfade_state* state, const f
  * a read that starts near the end of the ring goes on in the guard, so no read wraps.
  */
 
+/** A delay line. */
 typedef struct krl_delay_state {
-    uint32_t pos; /* where the newest block starts in the ring */
-    uint32_t len; /* samples in the ring */
-    float* buf;   /* len + 32 samples, owned by the caller */
+    uint32_t pos; /**< where the newest block starts in the ring */
+    uint32_t len; /**< samples in the ring */
+    float* buf;   /**< len + 32 samples, owned by the caller */
 } krl_delay_state;
 
 /** len = max_delay rounded up to a multiple of 32, plus 32; pos = 0. buf holds len + 32 floats and is not touched:

@@ -54,6 +54,7 @@ KRL_BEGIN_DECLS
     KRL_API extern const float krl_dct_twiddle_table16_L##L##_1[L];                                                    \
     KRL_API extern const float krl_dct_twiddle_table16_L##L##_2[L];
 #define KRL_DCT_DECLARE_TWIDDLES_COSINE(L) KRL_API extern const float krl_dct_twiddle_table16_L##L##_cos[L];
+/** One table of a length; its form is said above. */
 KRL_DCT_TWIDDLE_LENGTHS_ALL(KRL_DCT_DECLARE_TWIDDLES_ALL)
 KRL_DCT_TWIDDLE_LENGTHS_SINE(KRL_DCT_DECLARE_TWIDDLES_SINE)
 KRL_DCT_TWIDDLE_LENGTHS_COSINE(KRL_DCT_DECLARE_TWIDDLES_COSINE)

@@ -108,6 +108,7 @@ enum {
  * The radix-8 family gives the same transforms as the radix-4 family with full-precision twiddle factors at every
  * length; callers prefer it where it exists.
  */
+/** A kernel: `out`, `in` and a number that it ignores. */
 typedef void krl_fft_kernel(float* out, float* in, uint32_t n);
 
 #define KRL_FFT_DECLARE_KERNELS(radix, N)                                                                              \
@@ -117,6 +118,7 @@ typedef void krl_fft_kernel(float* out, float* in, uint32_t n);
     KRL_API void KRL_##radix##_inv_fft_##N##_s(float* out, float* in, uint32_t n);
 #define KRL_FFT_DECLARE_RADIX4(N) KRL_FFT_DECLARE_KERNELS(r4, N)
 #define KRL_FFT_DECLARE_RADIX8(N) KRL_FFT_DECLARE_KERNELS(r8, N)
+/** One kernel of a family, length and direction; the ends of the names are said above. */
 KRL_FFT_POWERS_OF_TWO(KRL_FFT_DECLARE_RADIX4)
 KRL_FFT_MIXED_LENGTHS(KRL_FFT_DECLARE_RADIX4)
 KRL_FFT_RADIX8_POWERS_OF_TWO(KRL_FFT_DECLARE_RADIX8)
@@ -126,8 +128,8 @@ KRL_FFT_RADIX8_MIXED_LENGTHS(KRL_FFT_DECLARE_RADIX8)
 
 /** The unscaled and the scaled kernel of one length, direction and family. Pairs are constant data of the library. */
 typedef struct krl_fft_pair {
-    krl_fft_kernel* unscaled;
-    krl_fft_kernel* scaled;
+    krl_fft_kernel* unscaled; /**< the plain sum */
+    krl_fft_kernel* scaled;   /**< divided by the length */
 } krl_fft_pair;
 
 /** The radix-4 kernel of length n: KRL_r4_fft_N, KRL_r4_fft_N_s, KRL_r4_inv_fft_N, KRL_r4_inv_fft_N_s; or null. */
@@ -162,6 +164,7 @@ KRL_API int32_t krl_valid_pair_ptr(const krl_fft_pair* pair);
  *
  * Mixed lengths: work is ignored; in is the work area and must not overlap out (length 6 may run in place).
  */
+/** An entry: `out`, `in` and `work`. */
 typedef void krl_fft_entry(float* out, float* in, float* work);
 
 #define KRL_FFT_DECLARE_ENTRIES(N)                                                                                     \
@@ -169,6 +172,7 @@ typedef void krl_fft_entry(float* out, float* in, float* work);
     KRL_API void krl_fft_fwd_usc_##N(float* out, float* in, float* work);                                              \
     KRL_API void krl_fft_inv_scl_##N(float* out, float* in, float* work);                                              \
     KRL_API void krl_fft_inv_usc_##N(float* out, float* in, float* work);
+/** One entry of a length and direction; the parts of the names are said above. */
 KRL_FFT_ENTRY_POWERS_OF_TWO(KRL_FFT_DECLARE_ENTRIES)
 KRL_FFT_MIXED_LENGTHS(KRL_FFT_DECLARE_ENTRIES)
 
@@ -207,6 +211,7 @@ enum {
     KRL_FFT_REAL_INV_UNSCALED = 0x80
 };
 
+/** A length and its kernels, in memory of the caller. */
 typedef struct krl_fft_state krl_fft_state;
 
 /** 1 when a state for n complex samples can run every transform of the mask, else 0.

@@ -41,7 +41,9 @@ enum {
     KRL_HYBRID_INTERLEAVED = 4 /* joined with one of the above by "or" */
 };
 
+/** An analysis bank, in memory of the caller. */
 typedef struct krl_hybrid_analysis krl_hybrid_analysis;
+/** A synthesis bank, in memory of the caller. */
 typedef struct krl_hybrid_synthesis krl_hybrid_synthesis;
 
 /** The prototypes, oldest sample first.

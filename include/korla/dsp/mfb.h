@@ -69,7 +69,9 @@
 
 KRL_BEGIN_DECLS
 
+/** An analysis bank, in memory of the caller. */
 typedef struct krl_mfb_analysis krl_mfb_analysis;
+/** A synthesis bank, in memory of the caller. */
 typedef struct krl_mfb_synthesis krl_mfb_synthesis;
 
 /* ---- twiddle tables -------------------------------------------------------------------------------------------------

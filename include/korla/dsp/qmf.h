@@ -71,7 +71,9 @@
 
 KRL_BEGIN_DECLS
 
+/** An analysis bank, in memory of the caller. */
 typedef struct krl_qmf_analysis krl_qmf_analysis;
+/** A synthesis bank, in memory of the caller. */
 typedef struct krl_qmf_synthesis krl_qmf_synthesis;
 
 /* ---- analysis -------------------------------------------------------------------------------------------------- */
