@@ -211,6 +211,8 @@ TEST(Process, GivesTheBitsOfTheModelWhateverFormatArrangementMemoryAndRounding) 
             custom.assign(n * n, -0.0f);
             for (size_t o = 0; o < n; o++)
                 custom[o * n + n - 1 - o] = (o % 2 ? -0.25f : 0.3f) / static_cast<float>(o + 1);
+            if (i % 16 == 1) // but one input to two outputs, and one nowhere
+                custom[n * n - 1] = 0.2f, custom[n * n - n] = 0.0f;
             matrix = custom;
         }
         const uint32_t block = any({32, 96, 288}), rate = any({24000, 48000, 192000, 22050});

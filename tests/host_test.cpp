@@ -444,16 +444,18 @@ TEST_F(Host, ReportsWhatHappened) {
 }
 
 // What korla-stream makes of all samples in one call.
-Samples through_library(const char* from, const char* to, const Samples& in, float dialogue_db) {
+template <class T>
+std::vector<T> through_library(const char* from, const char* to, const std::vector<T>& in, float dialogue_db,
+                               uint32_t format = KORLA_F32) {
     korla_stream_config config = {};
     config.size = sizeof config, config.rate = 48000;
-    config.in_format = config.out_format = KORLA_F32;
+    config.in_format = config.out_format = format;
     EXPECT_EQ(korla_layout_parse(from, &config.in, nullptr, 0) + korla_layout_parse(to, &config.out, nullptr, 0), 0);
     korla_stream* stream = nullptr;
     EXPECT_EQ(korla_stream_open(&config, nullptr, 0, &stream, nullptr, 0), KORLA_OK);
     korla_stream_set(stream, KORLA_DIALOGUE_DB, dialogue_db);
     const size_t frames = in.size() / config.in.count;
-    Samples out(frames * config.out.count);
+    std::vector<T> out(frames * config.out.count);
     const void* source = in.data();
     void* sink = out.data();
     size_t ready = 0, rest = 0;
@@ -479,6 +481,15 @@ TEST_F(Host, MixGivesTheSamplesOfTheStreamLibraryAndShowsWhatItDid) {
         EXPECT_EQ(slurp("levels.png").substr(1, 3), "PNG");
         fs::remove("levels.png");
     }
+    write("whole.wav", wav24, 6, noise(20011 * 6, 1.0f)); // 24 bits are rounded once
+    report_of("mix whole.wav out.wav --to quad");
+    const auto as_24_bits = [](std::vector<int> samples) { // of the 32 that the file reader gives
+        for (int& sample : samples)
+            sample >>= 8;
+        return samples;
+    };
+    EXPECT_EQ(as_24_bits(read<int>("out.wav")),
+              through_library("5.1", "quad", as_24_bits(read<int>("whole.wav")), 0.0f, KORLA_S24_32));
     host("mix in.wav out.wav --to stereo --plot levels.svg");
     EXPECT_TRUE(contains(slurp("levels.svg"), "<svg") && contains(slurp("levels.svg"), "</svg>"));
     EXPECT_EQ(report_of("mix in.wav copy.wav --to 5.1")["copies"], true);
@@ -494,8 +505,11 @@ TEST_F(Host, PipesTakeAndGiveWavWhoseLengthIsOpen) {
     for (size_t at : {size_t{4}, open.find("data") + 4})
         open.replace(at, 4, 4, '\xff');
     std::ofstream("open.wav", std::ios::binary) << open;
+    for (size_t at : {size_t{4}, open.find("data") + 4})
+        open.replace(at, 4, 4, '\0');
+    std::ofstream("zero.wav", std::ios::binary) << open;
     for (const char* command : {"mix IN OUT --to stereo", "run IN OUT --layout stereo"})
-        for (const char* input : {"in.wav", "open.wav"}) {
+        for (const char* input : {"in.wav", "open.wav", "zero.wav"}) {
             const auto with = [&](std::string in, const std::string& out) {
                 std::string arguments = command;
                 return arguments.replace(arguments.find("IN"), 2, in).replace(arguments.find("OUT"), 3, out);
@@ -537,6 +551,7 @@ TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {
         {"run other.caf old.wav", 5, "number 130"},
         {"run good.wav old.wav --map FL,FR,FC,LFE,SL,XX", 5, "unknown speaker 'XX'"},
         {"run good.wav old.wav --map FL,FL,FC,LFE,SL,SR", 5, "no automatic layout"},
+        {"run good.wav old.wav --map FL,FR,FC,LFE,SL,SR,BL", 5, "names 7 channels"},
         {"run good.wav old.wav --layout 9.1", 5, "unknown layout"},
         {"run twelve.wav old.wav --layout stereo --planar", 5, "--planar"},
         {"mix good.wav old.wav --to FL,FX", 5, "no speaker 'FX'"},

@@ -162,6 +162,7 @@ TEST(Downmix, MatricesThatPeopleCheckByEye) {
         {"6.1", "stereo", "FL", {1, 0, h, 0, h, 0, q}},
         {"7.1(wide)", "5.1", "FL", {1, 0, 0, 0, 0, 0, 1, 0}},
         {"5.1.2", "5.1.4", "TBL", {0, 0, 0, 0, 0, 0, h, 0}},
+        {"7.1.4", "FL,FR,HL,HR", "HL", {0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}}, // within the ring, at full level
     };
     for (const auto& row : rows) {
         const Matrix m(row.from, row.to);
@@ -173,6 +174,13 @@ TEST(Downmix, MatricesThatPeopleCheckByEye) {
 }
 
 TEST(Downmix, SetsWithoutARuleGoToTheNearest) {
+    for (uint32_t input = 1; input <= 48; input++) // never into an LFE, which a dialogue would be lost in
+        for (uint32_t output = 1; output <= 48; output++)
+            if (const char* from = korla_speaker_name(input), *to = korla_speaker_name(output);
+                from && to && std::string(from) != "LFE" && std::string(to) != "LFE") {
+                const Matrix m(from, std::string(to) + ",LFE");
+                EXPECT_TRUE(m.gain(from, to) > 0.3f && m.gain(from, "LFE") == 0.0f) << from << " to " << to;
+            }
     for (const char* nearest : {"TFL", "TFR"})
         EXPECT_NEAR(Matrix("FC", "SL,SR,TFL,TFR").gain("FC", nearest), std::sqrt(0.5), 1e-3) << nearest;
     EXPECT_EQ(Matrix("FL,SR", "BR,FC").gain("SR", "BR"), 1.0f);

@@ -312,6 +312,24 @@ TEST(Stream, AControlMakesNoStep) {
     }
 }
 
+TEST(Stream, ARampIsALineOf20Milliseconds) {
+    KorlaStream stream(stream_config("5.1", "stereo"));
+    Samples in = stream.input(4800);
+    in.fill([](size_t, size_t c) { return c == 2 ? 0.1 : 0.0; });
+    size_t calls = 0;
+    const Samples out = stream.run(in, [&] {
+        if (++calls == 20)
+            stream.set(KORLA_DIALOGUE_DB, -INFINITY);
+        return size_t{100};
+    });
+    constexpr size_t length = 960;
+    size_t begin = 1000;
+    while (out.get(begin, 0) == out.get(999, 0))
+        begin++;
+    for (size_t k = 0; k <= length; k++) // the first frame after the change has moved by a step
+        EXPECT_NEAR(out.get(begin + k, 0), out.get(999, 0) * std::fmax(0.0, 1.0 - double(k + 1) / length), 1e-6) << k;
+}
+
 TEST(Stream, MetersShowWhatHappened) {
     KorlaStream stream(stream_config("5.1", "stereo"));
     Samples in = stream.input(640);
@@ -332,6 +350,12 @@ TEST(Stream, MetersShowWhatHappened) {
     EXPECT_EQ(meters.gain_reduction_db, 0.0f);
     EXPECT_EQ(meters.input_peak[4], 0.0f);
     EXPECT_EQ(meters.frames_in, 640u);
+    // A peak in the last frame counts, too.
+    in.fill([](size_t t, size_t c) { return t == 639 && c == 1 ? 0.5 : 0.0; });
+    ASSERT_EQ(korla_stream_reset(stream), KORLA_OK);
+    const Samples last = stream.run(in);
+    EXPECT_EQ(stream.meters().output_peak[1], static_cast<float>(peak(last)));
+    EXPECT_GT(peak(last), 0.4);
 }
 
 TEST(Stream, ShowsItsMatrixAndTakesAnother) {
