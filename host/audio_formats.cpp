@@ -28,7 +28,7 @@ constexpr struct {
     int container;
 } writable[] = {
     {"WAV", ".wav", SF_FORMAT_WAVEX}, {"W64", ".w64", SF_FORMAT_W64},    {"RF64", ".rf64", SF_FORMAT_RF64},
-    {"CAF", ".caf", SF_FORMAT_CAF},   {"FLAC", ".flac", SF_FORMAT_FLAC},
+    {"CAF", ".caf", SF_FORMAT_CAF},   {"FLAC", ".flac", SF_FORMAT_FLAC}, {"raw PCM", ".raw", SF_FORMAT_RAW},
 };
 
 // libsndfile's name of a container or encoding, empty when it has none: it does not know the format.

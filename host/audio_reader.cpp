@@ -51,13 +51,39 @@ void refuse_unreadable(const std::string& path) {
         throw Error(Status::input, format_text("cannot read %s: %s", path.c_str(), std::strerror(errno)));
 }
 
+// "s16:6:48000"
+SF_INFO raw_format(const std::string& text) {
+    constexpr struct {
+        const char* name;
+        int encoding;
+    } encodings[] = {
+        {"s16", SF_FORMAT_PCM_16}, {"s24", SF_FORMAT_PCM_24}, {"s32", SF_FORMAT_PCM_32}, {"f32", SF_FORMAT_FLOAT}};
+    char name[5] = "";
+    SF_INFO info{};
+    int end = 0;
+    if (std::sscanf(text.c_str(), "%4[a-z0-9]:%d:%d%n", name, &info.channels, &info.samplerate, &end) == 3 &&
+        static_cast<size_t>(end) == text.size() && info.channels >= 1 && info.channels <= 256 && info.samplerate >= 1)
+        for (const auto& known : encodings)
+            if (std::strcmp(name, known.name) == 0) {
+                info.format = SF_FORMAT_RAW | known.encoding | SF_ENDIAN_LITTLE;
+                return info;
+            }
+    throw Error(Status::usage,
+                "--raw: '" + text +
+                    "' is no format; write s16, s24, s32 or f32, the channels and the rate, as in s16:6:48000");
+}
+
 } // namespace
 
-AudioReader::AudioReader(const std::string& path, bool accept_truncated)
+AudioReader::AudioReader(const std::string& path, bool accept_truncated, const std::string& raw)
     : path_(path), accept_truncated_(accept_truncated) {
+    if (!raw.empty())
+        info_ = raw_format(raw);
     if (path == "-") {
         path_ = "the standard input";
-        pipe_ = std::make_unique<WavePipe>(STDIN_FILENO);
+        pipe_ =
+            raw.empty() ? std::make_unique<WavePipe>(STDIN_FILENO) : std::make_unique<WavePipe>(STDIN_FILENO, info_);
+        info_ = {};
         file_.reset(pipe_->open(info_));
         if (!file_)
             throw Error(Status::input, format_text("cannot read the standard input: %s", sf_strerror(nullptr)));
@@ -85,7 +111,10 @@ std::optional<ChannelMap> AudioReader::speakers() const { return file_speakers(f
 
 SampleFormat AudioReader::natural_samples() const {
     const int bits = integer_bits(info_.format);
-    return bits == 0 ? SampleFormat::f32 : bits <= 16 ? SampleFormat::s16 : bits <= 24 ? SampleFormat::s24 : SampleFormat::s32;
+    return bits == 0    ? SampleFormat::f32
+           : bits <= 16 ? SampleFormat::s16
+           : bits <= 24 ? SampleFormat::s24
+                        : SampleFormat::s32;
 }
 
 // libsndfile would cut off the bits that are too many.

@@ -24,8 +24,9 @@ using SoundFile = std::unique_ptr<SNDFILE, CloseSound>;
 
 class AudioReader {
 public:
-    // path "-": WAV from the standard input. Throws Error, also for a file that is shorter than its header says, unless `accept_truncated`.
-    AudioReader(const std::string& path, bool accept_truncated);
+    // path "-": from the standard input, WAV. raw: what to take samples without a header for, "s16:6:48000"; empty: they have one.
+    // Throws Error, also for a file that is shorter than its header says, unless `accept_truncated`.
+    AudioReader(const std::string& path, bool accept_truncated, const std::string& raw = "");
 
     const std::string& path() const { return path_; }
     size_t channels() const { return static_cast<size_t>(info_.channels); }
@@ -35,6 +36,8 @@ public:
         return accept_truncated_ ? 0 : frames();
     } // reading fails when fewer come; 0: none
     int format() const { return info_.format; }
+    // A text of the file, SF_STR_TITLE and so on, or null.
+    const char* tag(int which) const { return sf_get_string(file_.get(), which); }
     // The stream format that loses nothing.
     SampleFormat natural_samples() const;
 

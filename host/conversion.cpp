@@ -13,7 +13,15 @@ SampleFormat choose_samples(const ConversionOptions& options, const AudioReader&
     for (const SampleFormat samples : {SampleFormat::s16, SampleFormat::s24, SampleFormat::s32, SampleFormat::f32})
         if (options.samples == format_name(samples))
             return samples;
-    const SampleFormat natural = reader.natural_samples();
+    SampleFormat natural = reader.natural_samples();
+    // A deeper file wants a deeper stream.
+    const std::string& depth = options.writer.depth;
+    if (depth == "float")
+        natural = SampleFormat::f32;
+    else if (depth == "32" && bits_of(natural) > 0)
+        natural = SampleFormat::s32;
+    else if (depth == "24" && natural == SampleFormat::s16)
+        natural = SampleFormat::s24;
     return natural == SampleFormat::s24 && !options.takes_s24 ? SampleFormat::s32 : natural;
 }
 
@@ -107,6 +115,7 @@ void describe_output(Conversion& c, const AudioWriter& writer, const FileOrder& 
     c.output_mask = order.mask;
     c.output_format = format_description(writer.format());
     c.integer_output = integer_bits(writer.format()) > 0;
+    c.dithered = writer.dithers();
     if (order.top_pair_renamed)
         c.notices.push_back(
             "channel masks have no top side pair: TSL and TSR are marked as top front left and right in "
@@ -127,7 +136,7 @@ void convert(Conversion& c, const ConversionOptions& options, AudioReader& reade
             if (clipping)
                 clipping->add(data, frames);
         },
-        [&](auto data, size_t frames) { output.add(data, frames); });
+        [&](auto data, size_t frames) { output.add(data, frames); }, !options.quiet);
     c.frames = done.frames;
     c.process_seconds = done.process_seconds;
     c.input_levels = input.levels();

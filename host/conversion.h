@@ -21,6 +21,9 @@ struct ConversionOptions {
     size_t block_frames = 4096;
     bool accept_truncated = false;
     bool true_peak = false;
+    std::string raw; // of an input without a header; empty: it has one
+    WriterOptions writer;
+    bool quiet = false; // no progress
 };
 
 // What happened.
@@ -32,6 +35,7 @@ struct Conversion {
     ChannelMap input_map, output_map; // in file order
     uint32_t output_mask = 0;         // WAVE_FORMAT_EXTENSIBLE
     bool integer_output = false;      // the file clips what is above full scale
+    bool dithered = false;
     Matrix matrix;
     uint64_t frames = 0;
     std::vector<Level> input_levels, output_levels; // in file order

@@ -125,13 +125,17 @@ ChannelMap customary_speakers(size_t channels) {
     return channels < std::size(wave_orders) ? parse_map(wave_orders[channels]) : ChannelMap{};
 }
 
+bool comment_is_taken(const SF_INFO& info, uint32_t mask) {
+    return container(info.format) == SF_FORMAT_FLAC && needs_flac_tag(mask);
+}
+
 bool mark_speakers(SNDFILE* file, const SF_INFO& info, uint32_t mask) {
     const auto channels = static_cast<size_t>(info.channels);
     if (container(info.format) == SF_FORMAT_CAF)
         return mark_core_audio(file, mask, channels);
     if (container(info.format) == SF_FORMAT_FLAC) {
         // Keeps the place of the tag, which libsndfile cannot write: a comment of the same length.
-        if (needs_flac_tag(mask))
+        if (comment_is_taken(info, mask))
             sf_set_string(file, SF_STR_COMMENT, flac_entry(mask).c_str() + std::strlen("comment="));
         return true;
     }
@@ -143,7 +147,7 @@ bool mark_speakers(SNDFILE* file, const SF_INFO& info, uint32_t mask) {
 }
 
 bool finish_marks(const SF_INFO& info, uint32_t mask, const std::string& path) {
-    if (container(info.format) != SF_FORMAT_FLAC || !needs_flac_tag(mask))
+    if (!comment_is_taken(info, mask))
         return true;
     const FlacIterator blocks(FLAC__metadata_simple_iterator_new(), FLAC__metadata_simple_iterator_delete);
     if (!blocks || !FLAC__metadata_simple_iterator_init(blocks.get(), path.c_str(), false, false))

@@ -21,6 +21,8 @@ ChannelMap customary_speakers(size_t channels);
 // Names the speakers of a file that is being written, before its first sample: channel c is for bit c of those set in
 // the WAVE_FORMAT_EXTENSIBLE mask. False when the format cannot.
 bool mark_speakers(SNDFILE* file, const SF_INFO& info, uint32_t mask);
+// Whether the comment of the file holds the place of the speakers until then, and no other comment may be set.
+bool comment_is_taken(const SF_INFO& info, uint32_t mask);
 // The rest of it, when the file is closed. False when that failed.
 bool finish_marks(const SF_INFO& info, uint32_t mask, const std::string& path);
 

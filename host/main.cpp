@@ -73,6 +73,19 @@ void add_conversion(CLI::App& command, ConversionOptions& options) {
         ->type_name("FILE");
     command.add_flag("--true-peak", options.true_peak, "Measure true peaks (ITU-R BS.1770)");
     command.add_flag("--accept-truncated", options.accept_truncated, "Process what is there of a damaged file");
+    command
+        .add_option("--raw", options.raw,
+                    "The input has no header: s16, s24, s32 or f32, channels and rate, as s16:6:48000")
+        ->type_name("FORMAT");
+    command.add_flag("--raw-out", options.writer.raw, "The output gets none, whatever its name");
+    command.add_option("--depth", options.writer.depth, "Bits of the output (default: as many as the stream has)")
+        ->check(CLI::IsMember({"16", "24", "32", "float"}));
+    command.add_flag_callback(
+        "--no-dither", [&] { options.writer.dither = false; }, "Round without noise where --depth takes bits away");
+    command.add_flag_callback(
+        "--no-overwrite", [&] { options.writer.overwrite = false; },
+        "Leave an output file alone that is there already");
+    command.add_flag("--quiet", options.quiet, "No report and no progress; errors only");
     command.footer("IN and OUT may be -: WAV from the standard input, whose length may be left open, and WAV to the "
                    "standard output;\nthe report then goes to the standard error.");
 }
@@ -87,7 +100,8 @@ template <class Options, class Command> void set_command(Request& request, Optio
             TruePeakMeter(1, 48000); // throws
         if (!options.plot.empty())
             check_plot(options.plot);
-        return shown(command(options), request.as_json);
+        const std::string report = shown(command(options), request.as_json);
+        return options.quiet ? std::string() : report;
     };
 }
 
@@ -158,7 +172,8 @@ void add_mix(CLI::App& app, Request& request) {
                 },
                 level_controls[i].help)
             ->type_name("DB");
-    mix_command->add_flag("!--no-limiter", options.limiter, "Let peaks pass; integers then clip");
+    mix_command->add_flag_callback(
+        "--no-limiter", [&options] { options.limiter = false; }, "Let peaks pass; integers then clip");
     mix_command->add_option("--block", options.block_frames, "Frames a call")
         ->capture_default_str()
         ->check(CLI::Range(1, 1 << 20))

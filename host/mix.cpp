@@ -153,7 +153,7 @@ MixReport mix(const MixOptions& options) {
     const auto start = Clock::now();
     flush_to_zero();
     const FileOrder order = file_order(parse_speakers(options.to, "--to"));
-    AudioReader reader(options.input, options.accept_truncated);
+    AudioReader reader(options.input, options.accept_truncated, options.raw);
     MixReport report;
     ConversionOptions in_names = options;
     if (!options.map.empty())
@@ -170,7 +170,7 @@ MixReport mix(const MixOptions& options) {
     report.matrix = mixer.matrix(report.input_map, report.output_map, report.matrix_source);
     if (report.copies)
         report.notices.push_back("nothing is to be changed: samples are copied as they are");
-    AudioWriter writer(options.output, reader, report.samples, order.mask);
+    AudioWriter writer(options.output, reader, report.samples, order.mask, options.writer);
     describe_output(report, writer, order);
     run_mixer(report, options, mixer, reader, writer);
     if (report.silenced > 0)

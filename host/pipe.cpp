@@ -38,6 +38,19 @@ bool leaves_length_open(uint64_t bytes) {
     return bytes == 0 || (bytes >= 0x7ffff000 && bytes <= 0x7fffffff) || bytes >= 0xfffff000;
 }
 
+bool is_float(const SF_INFO& info) { return encoding(info.format) == SF_FORMAT_FLOAT; }
+uint64_t bits_of_sample(const SF_INFO& info) {
+    return static_cast<uint64_t>(is_float(info) ? 32 : integer_bits(info.format));
+}
+
+// A format chunk of 16 bytes, which says nothing of speakers.
+std::string format_chunk(const SF_INFO& info) {
+    const auto channels = static_cast<uint64_t>(info.channels), rate = static_cast<uint64_t>(info.samplerate);
+    const uint64_t bits = bits_of_sample(info), frame_bytes = channels * bits / 8;
+    return "fmt " + bytes_of(16, 4) + bytes_of(is_float(info) ? 3 : 1, 2) + bytes_of(channels, 2) + bytes_of(rate, 4) +
+           bytes_of(rate * frame_bytes, 4) + bytes_of(frame_bytes, 2) + bytes_of(bits, 2);
+}
+
 [[noreturn]] void refuse(const char* why) {
     throw Error(Status::input,
                 format_text("cannot read the standard input: %s; send WAV, such as `sox FILE -t wav -` or "
@@ -92,7 +105,15 @@ WavePipe::WavePipe(int descriptor) : descriptor_(descriptor) {
         refuse("its header has no format");
     open_ = rf64 ? length_ == 0 || length_ >= endless : leaves_length_open(length_);
     length_ = open_ ? endless : length_;
-    // RF64, because a stream may be longer than RIFF can say.
+    put_header(format);
+}
+
+WavePipe::WavePipe(int descriptor, const SF_INFO& raw) : descriptor_(descriptor), length_(endless), open_(true) {
+    put_header(format_chunk(raw));
+}
+
+// RF64, because a stream may be longer than RIFF can say.
+void WavePipe::put_header(const std::string& format) {
     kept_ = "RF64" + bytes_of(open_length, 4) + "WAVEds64" + bytes_of(28, 4) +
             bytes_of(length_ + 12 + 36 + format.size() + 8 - 8, 8) + bytes_of(length_, 8) + bytes_of(0, 8) +
             bytes_of(0, 4) + format + "data" + bytes_of(open_length, 4);
@@ -140,16 +161,15 @@ SNDFILE* WavePipe::open(SF_INFO& info) {
 }
 
 std::string wave_header(const SF_INFO& info, uint32_t mask, uint64_t frames) {
-    const bool is_float = encoding(info.format) == SF_FORMAT_FLOAT;
-    const auto bits = static_cast<uint64_t>(is_float ? 32 : integer_bits(info.format));
+    const uint64_t bits = bits_of_sample(info);
     const auto channels = static_cast<uint64_t>(info.channels), rate = static_cast<uint64_t>(info.samplerate);
     const uint64_t frame_bytes = channels * bits / 8, samples = frames * frame_bytes, rest = 4 + 48 + 8;
     const bool open = frames == 0 || samples + rest >= 0x7ffff000;
     return "RIFF" + bytes_of(open ? open_length : samples + rest, 4) + "WAVEfmt " + bytes_of(40, 4) +
            bytes_of(0xfffe, 2) + bytes_of(channels, 2) + bytes_of(rate, 4) + bytes_of(rate * frame_bytes, 4) +
            bytes_of(frame_bytes, 2) + bytes_of(bits, 2) + bytes_of(22, 2) + bytes_of(bits, 2) + bytes_of(mask, 4) +
-           bytes_of(is_float ? 3 : 1, 4) + bytes_of(0x00100000, 4) + bytes_of(0xaa000080, 4) + bytes_of(0x719b3800, 4) +
-           "data" + bytes_of(open ? open_length : samples, 4);
+           bytes_of(is_float(info) ? 3 : 1, 4) + bytes_of(0x00100000, 4) + bytes_of(0xaa000080, 4) +
+           bytes_of(0x719b3800, 4) + "data" + bytes_of(open ? open_length : samples, 4);
 }
 
 bool write_fully(int descriptor, const std::string& bytes) {

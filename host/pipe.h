@@ -14,6 +14,8 @@ class WavePipe {
 public:
     // Reads the header. Throws Error when there is none.
     explicit WavePipe(int descriptor);
+    // Samples without a header. raw: channels, rate and encoding.
+    WavePipe(int descriptor, const SF_INFO& raw);
 
     // For as long as this object lives. The container is told as WAV whatever stands in for it.
     SNDFILE* open(SF_INFO& info);
@@ -23,6 +25,7 @@ private:
     static WavePipe& self(void* pipe) { return *static_cast<WavePipe*>(pipe); }
     size_t read(char* data, size_t bytes); // from where the stream stands
     size_t read_at_position(char* data, size_t bytes);
+    void put_header(const std::string& format); // the chunk
     void read_exactly(std::string& to, size_t bytes);
 
     int descriptor_;

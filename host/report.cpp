@@ -86,8 +86,9 @@ std::string input_text(const Conversion& r) {
 }
 
 std::string output_text(const Conversion& r, const std::string& layout) {
-    return format_text("Output        %s: %s, layout %s\n  file order  %s  (mask 0x%X)\n", r.output.c_str(),
-                       r.output_format.c_str(), layout.c_str(), speaker_names(r.output_map).c_str(), r.output_mask);
+    return format_text("Output        %s: %s%s, layout %s\n  file order  %s  (mask 0x%X)\n", r.output.c_str(),
+                       r.output_format.c_str(), r.dithered ? ", dithered" : "", layout.c_str(),
+                       speaker_names(r.output_map).c_str(), r.output_mask);
 }
 
 std::string stream_text(const RunReport& r) {
@@ -176,6 +177,7 @@ Json input_json(const Conversion& r) {
 Json output_json(const Conversion& r) {
     return {{"path", r.output},
             {"format", r.output_format},
+            {"dithered", r.dithered},
             {"channels", names(r.output_map)},
             {"channel_mask", r.output_mask}};
 }

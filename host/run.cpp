@@ -98,14 +98,14 @@ RunReport run(const RunOptions& options) {
     const auto start = Clock::now();
     flush_to_zero();
     const Module module(options.library);
-    AudioReader reader(options.input, options.accept_truncated);
+    AudioReader reader(options.input, options.accept_truncated, options.raw);
     RunReport report = plan(options, module, reader);
     Stream stream(module);
     stream.configure(report.stream);
 
     const FileOrder order = file_order(report.matrix.outputs);
     report.output_map = reordered(report.matrix.outputs, order.order);
-    AudioWriter writer(options.output, reader, report.samples, order.mask);
+    AudioWriter writer(options.output, reader, report.samples, order.mask, options.writer);
     say_how_it_mixes(report);
     describe_output(report, writer, order);
 

@@ -42,11 +42,31 @@ inline double sample_value(const std::byte* buffer, SampleFormat f, size_t i) {
 // A millionth is left to rounding: to the limiter's, and to that of measured gains.
 inline bool exceeds_full_scale(double x) { return std::fabs(x) > 1.0 + 0x1p-20; }
 
-// The nearest integer of so many bits, ties to even, so that rounding has no mean; NaN is silence.
-inline int32_t quantised(double x, int bits) {
+// The nearest integer of so many bits, ties to even, so that rounding has no mean; NaN is silence. noise: added before, in steps.
+inline int32_t quantised(double x, int bits, double noise = 0.0) {
     const double scale = std::ldexp(1.0, bits - 1);
-    return std::isnan(x) ? 0 : static_cast<int32_t>(std::lrint(std::clamp(x * scale, -scale, scale - 1.0)));
+    return std::isnan(x) ? 0 : static_cast<int32_t>(std::lrint(std::clamp(x * scale + noise, -scale, scale - 1.0)));
 }
+
+// Whole numbers of so many bits; 0 for floats.
+inline int bits_of(SampleFormat f) {
+    return f == SampleFormat::s16 ? 16 : f == SampleFormat::s24 ? 24 : f == SampleFormat::s32 ? 32 : 0;
+}
+
+// Noise with a triangular density of two steps' width, which makes the error of rounding independent of the signal: its mean is
+// 0 and its variance constant. S. P. Lipshitz, R. A. Wannamaker, J. Vanderkooy, "Quantization and dither: a theoretical survey",
+// J. Audio Eng. Soc. 40(5), 1992. The same in every run.
+class Dither {
+public:
+    double next() { return uniform() - uniform(); } // in steps
+
+private:
+    double uniform() {
+        state_ ^= state_ << 13, state_ ^= state_ >> 7, state_ ^= state_ << 17; // G. Marsaglia's xorshift
+        return static_cast<double>(state_ >> 11) * 0x1p-53;
+    }
+    uint64_t state_ = 0x9e3779b97f4a7c15;
+};
 
 // Place of a sample in a stream buffer. Planar streams hold, for each chunk of 256 frames, one channel after another;
 // the host only ever sends whole chunks.

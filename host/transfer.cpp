@@ -44,12 +44,12 @@ void interrupt(int signal) { caught_signal = signal; }
 int interrupted() { return caught_signal; }
 
 Transferred transfer(AudioReader& reader, AudioWriter& writer, const Processor& p, const Tap& input_tap,
-                     const Tap& output_tap) {
+                     const Tap& output_tap, bool shows_progress) {
     const size_t inputs = p.to_stream.size(), outputs = p.to_file.size(), sample_bytes = bytes_per_sample(p.samples);
     const size_t room = p.block_frames + p.held_back;
     std::vector<std::byte> file_in(p.block_frames * inputs * sample_bytes), stream_in(file_in.size());
     std::vector<std::byte> file_out(room * outputs * sample_bytes), stream_out(file_out.size());
-    Progress progress(reader.frames());
+    Progress progress(shows_progress ? reader.frames() : 0);
     Transferred result;
     uint64_t read = 0, fed = 0, given = 0; // frames of the file, and of the stream in and out
     // Frame n of the stream is frame n - latency of the file.

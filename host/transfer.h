@@ -36,7 +36,7 @@ struct Transferred {
 
 // Runs all of the reader's frames into the writer, which is not committed yet. Throws Error.
 Transferred transfer(AudioReader& reader, AudioWriter& writer, const Processor& processor, const Tap& input_tap,
-                     const Tap& output_tap);
+                     const Tap& output_tap, bool shows_progress);
 
 // Set by a signal handler: the transfer in progress gives up.
 void interrupt(int signal);

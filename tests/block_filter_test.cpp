@@ -140,21 +140,6 @@ Coefficients section_of(int version, const Coefficients& biquad) {
     return {-b0 / 2, r1 / 2, version == 2 ? p / 2 : 8 * p, -a1 / 2, version == 2 ? q : 16 * q};
 }
 
-TEST(BlockEnvelope, KeepsAStateOfFusedStepsInDouble) {
-    const float coefficients[] = {0.3f, 0.01f};
-    const double k0 = coefficients[0], k1 = coefficients[1], keep0 = 1.0f - coefficients[0],
-                 keep1 = 1.0f - coefficients[1];
-    const Signal x = Random(5).vector(block, 0.0f, 1.0f);
-    Signal y(block);
-    krl_envelope_state state;
-    KRL_blk_Lattack_decay_iir1L_setup(&state);
-    double e = state.e;
-    krl_blk_Lattack_decay_iir1L_flex(y.data(), x.data(), coefficients, &state);
-    for (float sample : x)
-        e = std::fmax(std::fma(sample, k1, e * keep1), std::fma(sample, k0, e * keep0));
-    EXPECT_EQ(state.e, e);
-}
-
 TEST(BlockFilterDesign, SectionsHaveTheImpulseResponseOfTheBiquadTheyAreMadeFrom) {
     const auto sections = {krl_blk_Liir2ssv1L_flex, krl_blk_Liir2ssv2L_flex,
                            +[](float* dst, const float* x, const float* c, krl_iir2ss_state* s) {

@@ -151,7 +151,11 @@ TEST_F(Host, ReadsAndWritesWhatItsHelpNames) {
     for (const std::string& name : named("names the format:")) {
         const std::string out = "out" + name.substr(name.find('.'), name.find(')') - name.find('.'));
         run("in.wav " + out);
-        EXPECT_EQ(read(out), read("in.wav")) << name;
+        const bool raw = out == "out.raw";
+        EXPECT_EQ(
+            read(raw ? SndfileHandle(out, SFM_READ, SF_FORMAT_RAW | SF_FORMAT_PCM_16, 2, 48000) : SndfileHandle(out)),
+            read("in.wav"))
+            << name;
     }
 }
 
@@ -210,6 +214,74 @@ TEST_F(Host, RoundsWhereBitsGoAway) {
             largest = std::fmax(largest, std::fabs(error));
         }
         EXPECT_TRUE(mean == 0.0 && largest == 0.5) << options << out << ": " << mean << ", at most " << largest;
+    }
+}
+
+TEST_F(Host, DepthFallsWithDitherAndRisesWithoutLoss) {
+    constexpr int count = 1 << 16;
+    Samples in(count);
+    for (int i = 0; i < count; i++) // of every place between two steps
+        in[size_t(i)] = float(i % 256) * 0x1p-23f;
+    write("in.wav", wav_float, 1, in);
+    EXPECT_EQ(report_of("mix in.wav out.wav --to mono --depth 16")["output"]["dithered"], true);
+    double sum = 0, squares = 0;
+    const std::vector<int> dithered = read<int>("out.wav");
+    for (size_t i = 0; i < in.size(); i++) {
+        const double error = dithered[i] * 0x1p-16 - double(in[i]) * 0x1p15; // in steps of 16 bits
+        EXPECT_LE(std::fabs(error), 1.5);
+        sum += error, squares += error * error;
+    }
+    EXPECT_NEAR(sum / count, 0.0, 0.01);
+    EXPECT_NEAR(squares / count, 0.25, 0.01); // 1/12 of rounding, 1/6 of the noise
+    const std::string first = slurp("out.wav");
+    host("mix in.wav out.wav --to mono --depth 16");
+    EXPECT_EQ(slurp("out.wav"), first) << "another noise";
+    host("mix in.wav out.wav --to mono --depth 16 --no-dither");
+    EXPECT_EQ(read<int>("out.wav")[100], 0);
+    for (const auto& [options, format] : {std::pair{"--depth 24", SF_FORMAT_PCM_24},
+                                          {"--depth 32", SF_FORMAT_PCM_32},
+                                          {"--depth float", SF_FORMAT_FLOAT},
+                                          {"--depth float --format s16", SF_FORMAT_FLOAT}}) {
+        write("in.wav", wav16, 1, noise(5000));
+        EXPECT_EQ(report_of(std::string("mix in.wav out.wav --to mono ") + options)["output"]["dithered"], false);
+        SndfileHandle out("out.wav");
+        EXPECT_EQ(out.format() & SF_FORMAT_SUBMASK, format);
+        EXPECT_EQ(read(out), read("in.wav")) << options;
+    }
+}
+
+TEST_F(Host, TagsAreCopiedAndOldFilesKeptWhenAsked) {
+    for (const char* out : {"out.wav", "out.flac"}) {
+        {
+            SndfileHandle file("in.flac", SFM_WRITE, flac16, 6, 48000);
+            file.setString(SF_STR_TITLE, "Title");
+            file.setString(SF_STR_ARTIST, "Somebody");
+            const Samples in = noise(600);
+            file.write(in.data(), 600);
+        }
+        report_of(std::string("mix in.flac ") + out + " --to 5.1");
+        SndfileHandle file(out);
+        EXPECT_STREQ(file.getString(SF_STR_TITLE), "Title");
+        EXPECT_STREQ(file.getString(SF_STR_ARTIST), "Somebody");
+        const auto [status, output, errors] = host(std::string("mix in.flac ") + out + " --to stereo --no-overwrite");
+        EXPECT_TRUE(status == 6 && contains(errors, "there already")) << errors;
+        EXPECT_EQ(SndfileHandle(out).channels(), 6);
+    }
+    EXPECT_EQ(host("mix in.flac new.wav --to stereo --no-overwrite --quiet"), std::tuple(0, "", ""));
+    EXPECT_EQ(SndfileHandle("new.wav").channels(), 2);
+}
+
+TEST_F(Host, SamplesWithoutHeaderGoInAndOut) {
+    for (const auto& [name, format] : {std::pair{"s16", wav16}, {"s24", wav24}, {"s32", wav32}, {"f32", wav_float}}) {
+        write("in.wav", format, 6, noise(6 * 5001, 0.5f));
+        const std::string wave = slurp("in.wav"), raw = std::string(" --to stereo --raw ") + name + ":6:48000";
+        std::ofstream("in.raw", std::ios::binary) << wave.substr(wave.find("data") + 8);
+        host("mix in.wav out.wav --to stereo --from 5.1");
+        const auto expected = slurp("out.wav").substr(slurp("out.wav").find("data") + 8);
+        host("mix in.raw out.raw" + raw);
+        EXPECT_EQ(slurp("out.raw"), expected) << name;
+        host("mix - - --raw-out" + raw, "cat in.raw | ", "pipe.raw");
+        EXPECT_EQ(slurp("pipe.raw"), expected) << name;
     }
 }
 
@@ -554,6 +626,8 @@ TEST_F(Host, EveryFailureHasItsClassAndLeavesNothingBehind) {
         {"run good.wav old.wav --map FL,FR,FC,LFE,SL,SR,BL", 5, "names 7 channels"},
         {"run good.wav old.wav --layout 9.1", 5, "unknown layout"},
         {"run twelve.wav old.wav --layout stereo --planar", 5, "--planar"},
+        {"mix good.wav old.wav --to stereo --raw s20:6:48000", 2, "'s20:6:48000' is no format"},
+        {"mix good.wav old.flac --to stereo --depth 32", 6, "16 or 24 bits"},
         {"mix good.wav old.wav --to FL,FX", 5, "no speaker 'FX'"},
         {"mix good.wav old.wav --to stereo --dialogue 99", 2, "out of its range"},
         {"mix good.wav old.wav --to stereo --plot p.xyz", 2, ".png or .svg"},
