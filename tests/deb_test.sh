@@ -7,6 +7,7 @@
 # network.
 set -euo pipefail
 source=$1 build=$2 compiler=$3
+unset DESTDIR
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAILED: $*"; exit 1; }
