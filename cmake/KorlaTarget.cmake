@@ -8,7 +8,7 @@ set_property(CACHE KORLA_X86_LEVEL PROPERTY STRINGS auto v3 baseline)
 
 add_library(korla_options INTERFACE)
 target_compile_features(korla_options INTERFACE cxx_std_20 c_std_99)
-target_compile_options(korla_options INTERFACE -ffp-contract=off
+target_compile_options(korla_options INTERFACE -ffp-contract=off -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= # no folder in a binary
   -Wall -Wextra -Wconversion -Wno-sign-conversion -Wshadow -Wno-psabi)
 option(KORLA_WARNINGS_ARE_ERRORS "A warning ends the build" OFF)
 if(KORLA_WARNINGS_ARE_ERRORS)
