@@ -183,19 +183,6 @@ TEST(BlockFilterDesign, SectionsHaveTheImpulseResponseOfTheBiquadTheyAreMadeFrom
             EXPECT_NEAR(section_of(version, low_pass)[j] / printed[version - 1][j], 1.0, 1e-6) << version << ", " << j;
 }
 
-TEST(BlockFilterShifts, WildOnesStayInsideTheBuffers) {
-    GuardedBuffer<float> x(Random(2).vector(block)), y(block), coef(Signal(5, 0.25f));
-    krl_iir1_state one = {};
-    krl_iir2ss_state two = {};
-    krl_reciprocal_state r;
-    for (uint32_t u : {126u, 128u, 255u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
-        krl_blk_Liir1_shlLU_flex(y.data(), x.data(), coef.data(), &one, u);
-        krl_blk_Liir2ssv2_shlLU_flex(y.data(), x.data(), coef.data(), &two, u);
-        KRL_blk_LnrrecipLU_setup(&r, u);
-        krl_blk_LnrrecipLU_flex(y.data(), x.data(), u, &r);
-    }
-}
-
 TEST(BlockFilterArray, EverySignalIsFilteredAsOnItsOwn) {
     const float c[] = {0.25f, 0.3f, -0.2f, 0.6f, -0.45f};
     for (uint32_t count = 0; count <= 11; count++)
