@@ -97,7 +97,7 @@ uint32_t code_of_label(uint32_t label, bool rear_surrounds) {
     for (const auto& other : others)
         if (label == other.label)
             return other.code;
-    const uint32_t code = speaker_of_mask_bit(static_cast<int>(label) - 1);
+    const uint32_t code = label >= 1 && label <= 18 ? speaker_of_mask_bit(static_cast<int>(label) - 1) : 0;
     return rear_surrounds && (code == 8 || code == 9) ? code - 4 : code;
 }
 
