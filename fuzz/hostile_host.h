@@ -1,4 +1,4 @@
-// What both fuzz targets need: numbers out of the fuzzer's bytes, an allocator that can fail, exact buffers, streams.
+// What targets need that drive the module: an allocator that can fail, exact buffers, streams.
 #pragma once
 
 #include <korla/acli.h>
@@ -6,9 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+#include "bytes.h"
 
 // The next call of calloc by the library after so many successful ones fails; negative: none does.
 inline int callocs_until_failure = -1;
@@ -22,23 +25,13 @@ extern "C" inline void* __attribute__((used)) __wrap_calloc(size_t n, size_t siz
 
 namespace korla_fuzz {
 
-// Little-endian numbers; zeros behind the end.
-class Bytes {
-public:
-    Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-    bool empty() const { return at_ >= size_; }
-    uint8_t u8() { return at_ < size_ ? data_[at_++] : uint8_t{0}; }
-    uint32_t u16() { return u8() | u8() << 8; }
-    uint32_t u32() { return u16() | u16() << 16; }
+using korla_test::Bytes;
 
-private:
-    const uint8_t* data_;
-    size_t size_, at_ = 0;
-};
-
-inline void require(bool condition) {
-    if (!condition)
+inline void require(bool condition, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    if (!condition) {
+        std::fprintf(stderr, "%s:%d: does not hold\n", file, line);
         std::abort();
+    }
 }
 
 inline void silence_the_log() {
@@ -53,6 +46,7 @@ public:
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
     explicit operator bool() const { return handle_; }
+    void* handle() const { return handle_; }
 
     acli_media_format send(acli_media_format format, uint32_t mode, uint32_t parameter = ACLI_PARAM_MEDIA_FORMAT) {
         acli_param_value value = {mode, 0, &format};
