@@ -105,7 +105,7 @@ def measure(folder, plans):
     source = folder / "plans.cpp"
     source.write_text(PROGRAM % lines)
     run("g++", *FLAGS, "-march=native", source, "-o", folder / "native")
-    run("aarch64-linux-gnu-g++", *FLAGS, "-march=armv8-a", "-static", source, "-o", folder / "aarch64")
+    run("aarch64-linux-gnu-g++", *FLAGS, "-march=armv8-a", "-fno-tree-pre", "-static", source, "-o", folder / "aarch64")
     run("qemu-aarch64", "-plugin", f"{folder}/plugin.so,to={folder}/p", folder / "aarch64")
     counts = [c for c, in struct.iter_unpack("<Q", (folder / "p.counts").read_bytes())]
     times = [float(line.split()[1]) for line in run(folder / "native").splitlines()]
