@@ -183,6 +183,8 @@ KRL_INLINE void twiddled_pass(const float* src, Store store_result) {
     constexpr int width = lanes<V>;
     static_assert(N % (R * L) == 0 && (L % width == 0 || !layout::split));
     const float* w = twiddles<V, R, L, precision, layout::split>.value;
+    if constexpr (R * L == N && table::groups <= 4) // the loop will be unrolled
+        w = as_table(w);
     for (int group = 0; group < table::groups; group++, w += table::group_size) {
         const int k = L % width == 0 ? group * width : table::first_position(group);
         for (int b = 0; b < N / (R * L); b++) {

@@ -138,15 +138,22 @@ template <> KRL_INLINE f32x8 load_first(const float* p, size_t count) {
 
 // ---- what the compiler is told --------------------------------------------------------------------------------------
 
-// v, in a register. Compilers fold a load into each instruction that uses it; where a value is used twice and loads are
-// the bottleneck, this keeps it to one load.
+// v, in a register. On x86-64 compilers fold a load into each instruction that uses it; where a value is used twice and loads
+// are the bottleneck, this keeps it to one load.
 template <class V> KRL_INLINE V in_register(V v) {
 #if defined(KRL_X86_FMA)
     asm("" : "+x"(v));
-#elif defined(KRL_NEON)
-    asm("" : "+w"(v));
 #endif
     return v;
+}
+
+// A table whose numbers the compiler shall load from it, pairs at a time. On aarch64 a constant that it knows costs a load of its
+// own and the making of an address.
+KRL_INLINE const float* as_table(const float* p) {
+#if defined(KRL_NEON)
+    asm("" : "+r"(p));
+#endif
+    return p;
 }
 
 // A line that instructions are not scheduled across, for long straight-line code on targets where the compiler
