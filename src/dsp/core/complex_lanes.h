@@ -94,7 +94,27 @@ template <class V> KRL_INLINE void store_split(float* p, complex<V> z) {
     store(p + lanes<V>, hi);
 }
 
-// The same for loops that do little between load and store: in one instruction where the target has it.
+// The same backwards: the last of them in the first lane. Four lanes exchange whole samples before they take the parts apart, so
+// that a vector costs one shuffle more and not two.
+template <class V> KRL_INLINE complex<V> load_split_backwards(const float* p) {
+    if constexpr (lanes<V> == 4) {
+        const auto [re, im] = deinterleave(reverse_complex(load<V>(p + 4)), reverse_complex(load<V>(p)));
+        return {re, im};
+    } else {
+        return reverse(load_split<V>(p));
+    }
+}
+template <class V> KRL_INLINE void store_split_backwards(float* p, complex<V> z) {
+    if constexpr (lanes<V> == 4) {
+        const auto [lo, hi] = interleave(z.re, z.im);
+        store(p, reverse_complex(hi));
+        store(p + 4, reverse_complex(lo));
+    } else {
+        store_split(p, reverse(z));
+    }
+}
+
+// Forwards, for loops that do little between load and store: in one instruction where the target has it.
 template <class V> KRL_INLINE complex<V> load_samples(const float* p) {
 #if defined(KRL_NEON)
     if constexpr (std::is_same_v<V, f32v>) {

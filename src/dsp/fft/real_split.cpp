@@ -39,9 +39,9 @@ template <class V, class F> KRL_INLINE void split_bins(float* z, uint32_t n, uin
     float* high = z + 2 * (n - k - (lanes<V> - 1));
     const V sin = to_split_order(load<V>(sine + k));
     const V cos = reverse(to_split_order(load<V>(sine + n / 2 - k - (lanes<V> - 1))));
-    const auto [x, y] = f(load_split<V>(low), reverse(load_split<V>(high)), cos, sin);
+    const auto [x, y] = f(load_split<V>(low), load_split_backwards<V>(high), cos, sin);
     store_split(low, x);
-    store_split(high, reverse(y));
+    store_split_backwards(high, y);
 }
 
 // All bin pairs, from the outside in. The last vector reaches bin n/2, which is its own partner and comes out alike

@@ -12,10 +12,18 @@ template <class V> KRL_INLINE V load_backwards(const float* p) { return reverse(
 template <class V> KRL_INLINE void store_backwards(float* p, V v) { store(p - (lanes<V> - 1), reverse(v)); }
 // The complex samples at p, p - 2, p - 4 ..
 template <class V> KRL_INLINE complex<V> load_complex_backwards(const float* p) {
-    return reverse(load_complex<V>(p - 2 * (lanes<V> - 1)));
+    const float* const first = p - 2 * (lanes<V> - 1);
+    if constexpr (lanes<V> == 4) // where split order is the order in memory
+        return load_split_backwards<V>(first);
+    else
+        return reverse(load_complex<V>(first));
 }
 template <class V> KRL_INLINE void store_complex_backwards(float* p, complex<V> z) {
-    store_complex(p - 2 * (lanes<V> - 1), reverse(z));
+    float* const first = p - 2 * (lanes<V> - 1);
+    if constexpr (lanes<V> == 4)
+        store_split_backwards(first, z);
+    else
+        store_complex(first, reverse(z));
 }
 
 namespace detail {
