@@ -13,6 +13,7 @@ namespace krl::fft {
 inline constexpr int entry_powers_of_two[] = {KRL_FFT_ENTRY_POWERS_OF_TWO(KRL_FFT_AS_ELEMENT)};
 inline constexpr int powers_of_two[] = {KRL_FFT_POWERS_OF_TWO(KRL_FFT_AS_ELEMENT)};
 inline constexpr int mixed_lengths[] = {KRL_FFT_MIXED_LENGTHS(KRL_FFT_AS_ELEMENT)};
+inline constexpr int radix8_mixed_lengths[] = {KRL_FFT_RADIX8_MIXED_LENGTHS(KRL_FFT_AS_ELEMENT)};
 #undef KRL_FFT_AS_ELEMENT
 static_assert(std::ranges::is_sorted(mixed_lengths), "searched by halving");
 

@@ -10,11 +10,21 @@
 #pragma once
 
 #include "dsp/fft/butterflies.h"
+#include "dsp/fft/lengths.h"
 #include "dsp/fft/twiddles.h"
 
 namespace krl::fft {
 
 enum class direction { forward, inverse };
+
+// Lengths whose radix-4 and radix-8 kernels differ in the rounding of their twiddle factors, and in nothing else: their passes
+// are functions that both call, with the table as an argument. Of other lengths the compiler may know the table.
+template <int N> constexpr bool has_two_roundings = std::ranges::count(radix8_mixed_lengths, N) > 0;
+#if defined(__clang__)
+#    define KRL_FFT_SHARED __attribute__((noinline))
+#else
+#    define KRL_FFT_SHARED __attribute__((noinline, noclone))
+#endif
 
 // ---- layouts -------------------------------------------------------------------------------------------------------
 //
@@ -163,6 +173,15 @@ template <int N, direction dir, bool scaled, int R, class layout> struct first_p
             [&](auto m, complex<V> v) __attribute__((always_inline)) { results(m, v); });
     }
     static KRL_INLINE void run(float* dst, const float* src) {
+        if constexpr (has_two_roundings<N>)
+            shared(dst, src);
+        else
+            every_step(dst, src);
+    }
+
+private:
+    static KRL_FFT_SHARED void shared(float* dst, const float* src) { every_step(dst, src); }
+    static KRL_INLINE void every_step(float* dst, const float* src) {
         if constexpr (count < n) {
             step<count>(dst, src, 0);
         } else {
@@ -176,13 +195,12 @@ template <int N, direction dir, bool scaled, int R, class layout> struct first_p
 
 // ---- later passes --------------------------------------------------------------------------------------------------
 
-// store_result(i, x) puts x to the positions from i on.
-template <int N, int R, int L, rounding precision, class layout, class V, class Store>
-KRL_INLINE void twiddled_pass(const float* src, Store store_result) {
+// w: twiddle_table<V, R, L>. store_result(i, x) puts x to the positions from i on.
+template <int N, int R, int L, class layout, class V, class Store>
+KRL_INLINE void twiddled_pass(const float* src, const float* w, Store store_result) {
     using table = twiddle_table<V, R, L>;
     constexpr int width = lanes<V>;
     static_assert(N % (R * L) == 0 && (L % width == 0 || !layout::split));
-    const float* w = twiddles<V, R, L, precision, layout::split>.value;
     if constexpr (R * L == N && table::groups <= 4) // the loop will be unrolled
         w = as_table(w);
     for (int group = 0; group < table::groups; group++, w += table::group_size) {
@@ -206,21 +224,57 @@ KRL_INLINE void twiddled_pass(const float* src, Store store_result) {
 // Lanes of the pass behind transforms of length L.
 template <int L> using lanes_behind = std::conditional_t<(L >= lanes<f32v>), f32v, f32x4>;
 
+template <int N, int R, int L, class layout>
+KRL_INLINE void middle_steps(float* dst, const float* src, const float* w) {
+    using V = lanes_behind<L>;
+    twiddled_pass<N, R, L, layout, V>(
+        src, w, [dst](int i, complex<V> x) __attribute__((always_inline)) {
+            store_parts<V, layout>(dst + layout::start(i), x);
+        });
+}
+template <int N, direction dir, int R, class layout>
+KRL_INLINE void last_steps(float* dst, const float* src, const float* w) {
+    using V = lanes_behind<N / R>;
+    twiddled_pass<N, R, N / R, layout, V>(
+        src, w, [dst](int i, complex<V> x) __attribute__((always_inline)) {
+            store_samples<V, layout, dir>(dst + 2 * i, x);
+        });
+}
+
 // Functions of their own, so that transforms that differ in scale, and middle passes that differ in direction, share
 // them.
+template <int N, int R, int L, class layout>
+KRL_FFT_SHARED void shared_middle_pass(float* dst, const float* src, const float* w) {
+    middle_steps<N, R, L, layout>(dst, src, w);
+}
+template <int N, direction dir, int R, class layout>
+KRL_FFT_SHARED void shared_last_pass(float* dst, const float* src, const float* w) {
+    last_steps<N, dir, R, layout>(dst, src, w);
+}
 template <int N, int R, int L, rounding precision, class layout>
-__attribute__((noinline)) void middle_pass(float* dst, const float* src) {
-    using V = lanes_behind<L>;
-    twiddled_pass<N, R, L, precision, layout, V>(
-        src, [dst](int i, complex<V> x)
-                 __attribute__((always_inline)) { store_parts<V, layout>(dst + layout::start(i), x); });
+__attribute__((noinline)) void middle_pass_alone(float* dst, const float* src) {
+    middle_steps<N, R, L, layout>(dst, src, twiddles<lanes_behind<L>, R, L, precision, layout::split>.value);
 }
 template <int N, direction dir, int R, rounding precision, class layout>
-__attribute__((noinline)) void last_pass(float* dst, const float* src) {
-    using V = lanes_behind<N / R>;
-    twiddled_pass<N, R, N / R, precision, layout, V>(
-        src, [dst](int i, complex<V> x)
-                 __attribute__((always_inline)) { store_samples<V, layout, dir>(dst + 2 * i, x); });
+__attribute__((noinline)) void last_pass_alone(float* dst, const float* src) {
+    constexpr int L = N / R;
+    last_steps<N, dir, R, layout>(dst, src, twiddles<lanes_behind<L>, R, L, precision, layout::split>.value);
+}
+
+template <int N, int R, int L, rounding precision, class layout>
+KRL_INLINE void middle_pass(float* dst, const float* src) {
+    if constexpr (has_two_roundings<N>)
+        shared_middle_pass<N, R, L, layout>(dst, src, twiddles<lanes_behind<L>, R, L, precision, layout::split>.value);
+    else
+        middle_pass_alone<N, R, L, precision, layout>(dst, src);
+}
+template <int N, direction dir, int R, rounding precision, class layout>
+KRL_INLINE void last_pass(float* dst, const float* src) {
+    constexpr int L = N / R;
+    if constexpr (has_two_roundings<N>)
+        shared_last_pass<N, dir, R, layout>(dst, src, twiddles<lanes_behind<L>, R, L, precision, layout::split>.value);
+    else
+        last_pass_alone<N, dir, R, precision, layout>(dst, src);
 }
 
 } // namespace krl::fft
