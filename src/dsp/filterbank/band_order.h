@@ -22,11 +22,11 @@ template <bool wanted, class V> KRL_INLINE V conjugate_if(V v) {
 } // namespace detail
 
 struct AsTheyAre {
-    KRL_INLINE f32v operator()(f32v v, uint32_t) const { return v; }
+    KRL_INLINE lane_pair<f32v> operator()(f32v a, f32v b, uint32_t) const { return {a, b}; }
 };
 
-// M is a multiple of 8. The buffers hold M complex values and are apart. turn(v, m) has the last word on the vector of
-// complex samples that starts at band m on its way out of the bins, or the first on its way in.
+// M is a multiple of 8. The buffers hold M complex values and are apart. turn(a, b, m) has the last word on the two vectors of
+// complex samples that start at band m on their way out of the bins, or the first on their way in.
 template <Conjugated which, class Turn = AsTheyAre>
 KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m, Turn turn = {}) {
     constexpr uint32_t step = lanes<f32v>; // floats: lanes / 2 complex values
@@ -34,8 +34,9 @@ KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m, Tur
         const f32v low = load<f32v>(bins + k), high = load<f32v>(bins + 2 * m - step - k);
         const auto [a, b] = interleave_backwards(detail::conjugate_if<which == Conjugated::even_bands>(low),
                                                  detail::conjugate_if<which == Conjugated::odd_bands>(high));
-        store(bands + 2 * k, turn(a, k));
-        store(bands + 2 * k + step, turn(b, k + step / 2));
+        const auto [first, second] = turn(a, b, k);
+        store(bands + 2 * k, first);
+        store(bands + 2 * k + step, second);
     }
 }
 
@@ -43,8 +44,8 @@ template <Conjugated which, class Turn = AsTheyAre>
 KRL_INLINE void bins_from_bands(float* bins, const float* bands, uint32_t m, Turn turn = {}) {
     constexpr uint32_t step = lanes<f32v>;
     for (uint32_t k = 0; k < m; k += step) {
-        const auto [even, odd] = deinterleave_backwards(turn(load<f32v>(bands + 2 * k), k),
-                                                        turn(load<f32v>(bands + 2 * k + step), k + step / 2));
+        const auto [first, second] = turn(load<f32v>(bands + 2 * k), load<f32v>(bands + 2 * k + step), k);
+        const auto [even, odd] = deinterleave_backwards(first, second);
         store(bins + k, detail::conjugate_if<which == Conjugated::even_bands>(even));
         store(bins + 2 * m - step - k, detail::conjugate_if<which == Conjugated::odd_bands>(odd));
     }

@@ -50,27 +50,35 @@ constexpr uint32_t samples = lanes<f32v> / 2; // complex samples of a vector
 // Where the sine of band m stands in groups of four; its cosine follows four places on.
 KRL_INLINE const float* sine_of(const float* table, uint32_t m) { return table + m / 4 * 8 + m % 4; }
 
-// The rotation w of the bands from m on, either part in both lanes of its sample.
-KRL_INLINE complex<f32v> load_rotation(const float* table, uint32_t m) {
-    return {load_twice<f32v>(sine_of(table, m) + 4), load_twice<f32v>(sine_of(table, m))};
-}
-
+// The rotations w of the bands from m on. beside(m): of one vector, either part in both lanes of its sample. apart(m): of four
+// bands.
 struct NoTwiddle {};
 struct ShortTwiddle {
     const float* table;
 
-    KRL_INLINE complex<f32v> at(uint32_t m) const { return load_rotation(table, m); }
+    KRL_INLINE complex<f32v> beside(uint32_t m) const {
+        return {load_twice<f32v>(sine_of(table, m) + 4), load_twice<f32v>(sine_of(table, m))};
+    }
+    KRL_INLINE complex<f32x4> apart(uint32_t m) const {
+        return {load<f32x4>(sine_of(table, m) + 4), load<f32x4>(sine_of(table, m))};
+    }
 };
 // The angles of the upper bands are those of the lower ones from a quarter turn down.
 struct FullTwiddle {
     const float* table;
     uint32_t M;
 
-    KRL_INLINE complex<f32v> at(uint32_t m) const {
+    KRL_INLINE complex<f32v> beside(uint32_t m) const {
         if (m < M / 2)
-            return load_rotation(table, m);
+            return ShortTwiddle{table}.beside(m);
         const float* sine = sine_of(table, M - samples - m);
         return {-load_twice_backwards<f32v>(sine), -load_twice_backwards<f32v>(sine + 4)};
+    }
+    KRL_INLINE complex<f32x4> apart(uint32_t m) const {
+        if (m < M / 2)
+            return ShortTwiddle{table}.apart(m);
+        const float* sine = sine_of(table, M - 4 - m);
+        return {-reverse(load<f32x4>(sine)), -reverse(load<f32x4>(sine + 4))};
     }
 };
 template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
@@ -82,16 +90,24 @@ template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* tab
         f(FullTwiddle{table, M});
 }
 
-// x w and x conj(w), where x holds interleaved samples of the bands from m on.
-KRL_INLINE f32v turn(f32v x, NoTwiddle, uint32_t) { return x; }
-template <class Twiddle> KRL_INLINE f32v turn(f32v x, Twiddle twiddle, uint32_t m) {
-    const complex<f32v> w = twiddle.at(m);
-    return fma(x, w.re, swap_pairs(x) * -conjugate(w.im));
-}
-KRL_INLINE f32v turn_back(f32v x, NoTwiddle, uint32_t) { return x; }
-template <class Twiddle> KRL_INLINE f32v turn_back(f32v x, Twiddle twiddle, uint32_t m) {
-    const complex<f32v> w = twiddle.at(m);
-    return fma(x, w.re, swap_pairs(x) * conjugate(w.im));
+// x w, or x conj(w), where a and b hold interleaved samples of the bands from m on. Narrow vectors of four samples together take
+// their parts apart: their rotations stand so in memory.
+enum class Sense { forwards, backwards };
+template <Sense> KRL_INLINE lane_pair<f32v> turn(f32v a, f32v b, NoTwiddle, uint32_t) { return {a, b}; }
+template <Sense sense, class Twiddle> KRL_INLINE lane_pair<f32v> turn(f32v a, f32v b, Twiddle twiddle, uint32_t m) {
+    if constexpr (lanes<f32v> == 4) {
+        const complex<f32v> w = twiddle.apart(m), sine = {w.im, -w.im};
+        const auto [re, im] = deinterleave(a, b);
+        constexpr bool forwards = sense == Sense::forwards;
+        return interleave(fma(re, w.re, im * (forwards ? sine.im : sine.re)),
+                          fma(im, w.re, re * (forwards ? sine.re : sine.im)));
+    } else {
+        const auto turned = [](f32v x, complex<f32v> w) {
+            const f32v sine = conjugate(w.im);
+            return fma(x, w.re, swap_pairs(x) * (sense == Sense::forwards ? -sine : sine));
+        };
+        return {turned(a, twiddle.beside(m)), turned(b, twiddle.beside(m + samples))};
+    }
 }
 
 } // namespace
@@ -129,7 +145,8 @@ void krl_forwardModulationComplex(float* v, float* X, float* scratch, uint32_t M
     if (krl_fft_kernel* fft = modulation_fft(M, pair, M)) {
         fft(scratch, v, M);
         with_twiddle(M, mode, twiddle, [=](auto w) {
-            bands_from_bins<Conjugated::even_bands>(X, scratch, M, [w](f32v x, uint32_t m) { return turn(x, w, m); });
+            bands_from_bins<Conjugated::even_bands>(
+                X, scratch, M, [w](f32v a, f32v b, uint32_t m) { return turn<Sense::forwards>(a, b, w, m); });
         });
     }
 }
@@ -138,8 +155,8 @@ void krl_inverseModulationComplex(const float* X, float* Y, float* scratch, uint
                                   const float* twiddle, const krl_fft_pair* pair) {
     if (krl_fft_kernel* fft = modulation_fft(M, pair, M)) {
         with_twiddle(M, mode, twiddle, [=](auto w) {
-            bins_from_bands<Conjugated::even_bands>(scratch, X, M,
-                                                    [w](f32v x, uint32_t m) { return turn_back(x, w, m); });
+            bins_from_bands<Conjugated::even_bands>(
+                scratch, X, M, [w](f32v a, f32v b, uint32_t m) { return turn<Sense::backwards>(a, b, w, m); });
         });
         fft(Y, scratch, M);
     }
