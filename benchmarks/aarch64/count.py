@@ -24,7 +24,7 @@ import numpy
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 CPUS = ["cortex-a55", "cortex-a76"]  # LLVM 14 has one model for the latter, neoverse-n1 and cortex-a57
-SIMULATED = 60_000  # instructions of a region that llvm-mca gets at most
+SIMULATED = 150_000
 
 
 def simulate(assembly, cpu, *options):

@@ -4,7 +4,7 @@
 #
 ################################################################################
 
-KORLA_VERSION = 1.3.0
+KORLA_VERSION = 1.4.0
 # From the sources that this tree lies in.
 KORLA_SITE = $(BR2_EXTERNAL_KORLA_PATH)/../..
 KORLA_SITE_METHOD = local
