@@ -30,6 +30,7 @@ struct AsTheyAre {
 template <Conjugated which, class Turn = AsTheyAre>
 KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m, Turn turn = {}) {
     constexpr uint32_t step = lanes<f32v>; // floats: lanes / 2 complex values
+#pragma GCC unroll 2
     for (uint32_t k = 0; k < m; k += step) {
         const f32v low = load<f32v>(bins + k), high = load<f32v>(bins + 2 * m - step - k);
         const auto [a, b] = interleave_backwards(detail::conjugate_if<which == Conjugated::even_bands>(low),
@@ -43,6 +44,7 @@ KRL_INLINE void bands_from_bins(float* bands, const float* bins, uint32_t m, Tur
 template <Conjugated which, class Turn = AsTheyAre>
 KRL_INLINE void bins_from_bands(float* bins, const float* bands, uint32_t m, Turn turn = {}) {
     constexpr uint32_t step = lanes<f32v>;
+#pragma GCC unroll 2
     for (uint32_t k = 0; k < m; k += step) {
         const auto [first, second] = turn(load<f32v>(bands + 2 * k), load<f32v>(bands + 2 * k + step), k);
         const auto [even, odd] = deinterleave_backwards(first, second);

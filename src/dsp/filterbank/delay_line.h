@@ -74,6 +74,7 @@ KRL_INLINE f32x4 delay_line_in_memory(float* state, f32x4x2 in, Pair pair) {
     f32x4x2 sums = step(0, load<f32x4x2>(state));
     const f32x4 out = first_half(sums);
     store(state, second_half(sums));
+#pragma GCC unroll 8
     for (int i = 1; i < taps / 2 - 1; i++)
         store(state + 8 * i - 4, step(i, load<f32x4x2>(state + 8 * i)));
     constexpr int last = taps / 2 - 1; // nothing has been waiting longer than 2P-1 slots

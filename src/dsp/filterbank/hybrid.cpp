@@ -113,6 +113,7 @@ KRL_INLINE void split_in_two(float* out, const float* line) {
 // samples.
 void append(float* state, const float* in) {
     uint32_t i = 0;
+#pragma GCC unroll 32
     for (; i + lanes<f32v> <= state_floats - 2; i += lanes<f32v>)
         store(state + i, load<f32v>(state + i + 2));
     if constexpr (lanes<f32v> == 8)
