@@ -2,6 +2,7 @@
 #include "dsp/filterbank/qmf.h"
 
 #include "dsp/fft/fastest.h"
+#include "dsp/filterbank/qmf_rotations.h"
 #include "korla/dsp/dct.h"
 
 namespace krl::qmf {
@@ -9,14 +10,14 @@ namespace krl::qmf {
 namespace {
 
 constexpr BandTables all_tables[] = {
-    {8, krl_cos_8_full, krl_cos_8_full_scl, krl_cos_8_ast_mini_twiddle, krl_cos_32_full_twiddle,
+    {8, krl_cos_8_full, krl_cos_8_full_scl, short_rotations<8, 7, 256>.value, full_rotations<8, 32>.value,
      krl_dct_twiddle_table16_L8},
-    {16, krl_cos_16_full, krl_cos_16_full_scl, krl_cos_16_ast_mini_twiddle, krl_cos_32_full_twiddle,
+    {16, krl_cos_16_full, krl_cos_16_full_scl, short_rotations<16, 3, 256>.value, full_rotations<16, 32>.value,
      krl_dct_twiddle_table16_L16},
-    {32, krl_cos_32_full, krl_cos_32_full_scl, krl_cos_32_ast_mini_twiddle, krl_cos_32_full_twiddle,
+    {32, krl_cos_32_full, krl_cos_32_full_scl, short_rotations<32, 1, 256>.value, full_rotations<32, 32>.value,
      krl_dct_twiddle_table16_L32},
-    {48, krl_cos_48_full, krl_cos_48_full_scl, krl_cos_48_ast_mini_twiddle, nullptr, krl_dct_twiddle_table16_L48},
-    {64, krl_cos_64_full, krl_cos_64_full_scl, nullptr, krl_cos_64_full_twiddle, krl_dct_twiddle_table16_L64},
+    {48, krl_cos_48_full, krl_cos_48_full_scl, short_rotations<48, 1, 768>.value, nullptr, krl_dct_twiddle_table16_L48},
+    {64, krl_cos_64_full, krl_cos_64_full_scl, nullptr, full_rotations<64, 64>.value, krl_dct_twiddle_table16_L64},
 };
 
 const BandTables* tables_of(uint32_t bands) {
@@ -34,10 +35,10 @@ Bank configure(const Family& family, const Parameters& parameters, float* state,
     if (!tables || (P != 4 && P != 5) || !prototype || M > family.memory_bands(M))
         return {};
     const bool full = mode != no_twiddle && mode != short_twiddle;
-    if (full && !tables->full_twiddle)
+    if (full && !tables->full_rotations)
         return {};
-    const float* twiddle = full ? tables->full_twiddle : mode == short_twiddle ? tables->short_twiddle : nullptr;
-    return {parameters, M, tables, twiddle, fft::fastest_forward(M), fft::fastest_forward(M / 2), state, scratch};
+    const float* rotations = full ? tables->full_rotations : mode == short_twiddle ? tables->short_rotations : nullptr;
+    return {parameters, M, tables, rotations, fft::fastest_forward(M), fft::fastest_forward(M / 2), state, scratch};
 }
 
 uint32_t query_memory(const Family& family, uint32_t bytes_per_block, uint32_t M, uint32_t selector, uint32_t* state,

@@ -30,16 +30,16 @@ struct Parameters {
 
 enum Mode : uint32_t { no_twiddle = 0, short_twiddle = 8 }; // any other value: full twiddle
 
-// The constants of one band count. A null twiddle means that the mode has no rotation (short) or is refused (full).
+// The constants of one band count. Null rotations of sub-bands mean that the mode has none (short) or is refused (full).
 struct BandTables {
     uint32_t bands;
-    const float *rotations, *scaled_rotations, *short_twiddle, *full_twiddle, *dct;
+    const float *rotations, *scaled_rotations, *short_rotations, *full_rotations, *dct;
 };
 
 struct Bank : Parameters {
     uint32_t slot_increment;
     const BandTables* tables;
-    const float* twiddle;         // null: none
+    const float* rotations;       // of sub-bands; null: none
     const krl_fft_pair* fft;      // of length M
     const krl_fft_pair* half_fft; // of length M/2
     float *state, *scratch;
@@ -55,6 +55,10 @@ Bank configure(const Family& family, const Parameters& parameters, float* state,
 // holds beside the samples, for each of its 2P-1 blocks.
 uint32_t query_memory(const Family& family, uint32_t bytes_per_block, uint32_t M, uint32_t selector, uint32_t* state,
                       uint32_t* scratch, uint32_t* instance);
+
+// The modulation of a slot of complex sub-bands: krl_forwardModulationComplex and krl_inverseModulationComplex with what the bank has.
+void forward_modulation(const Bank& bank, float* v, float* X);
+void inverse_modulation(const Bank& bank, const float* X, float* Y);
 
 // Places an Instance, a struct derived from Bank, in caller memory; null when the parameters are refused.
 template <class Instance>

@@ -92,7 +92,7 @@ struct ComplexSubbands {
         store_complex(v + 2 * i, multiply_fused(complex<f32v>{reverse(even), reverse(odd)}, {sine, cosine}));
     }
     void modulate(const krl_qmf_analysis& bank, uint32_t slot, float* v) const {
-        krl_forwardModulationComplex(v, out[slot], bank.scratch, bank.bands, bank.mode, bank.twiddle, bank.fft);
+        qmf::forward_modulation(bank, v, out[slot]);
     }
 };
 

@@ -50,17 +50,17 @@ constexpr uint32_t samples = lanes<f32v> / 2; // complex samples of a vector
 // Where the sine of band m stands in groups of four; its cosine follows four places on.
 KRL_INLINE const float* sine_of(const float* table, uint32_t m) { return table + m / 4 * 8 + m % 4; }
 
-// The rotations w of the bands from m on. beside(m): of one vector, either part in both lanes of its sample. apart(m): of four
-// bands.
+// The rotations w of the bands from m on. apart(m): of four bands. beside(m): of one vector whose samples stay as they are, cosines
+// twice and sines with the signs of i.
 struct NoTwiddle {};
 struct ShortTwiddle {
     const float* table;
 
-    KRL_INLINE complex<f32v> beside(uint32_t m) const {
-        return {load_twice<f32v>(sine_of(table, m) + 4), load_twice<f32v>(sine_of(table, m))};
-    }
     KRL_INLINE complex<f32x4> apart(uint32_t m) const {
         return {load<f32x4>(sine_of(table, m) + 4), load<f32x4>(sine_of(table, m))};
+    }
+    KRL_INLINE complex<f32v> beside(uint32_t m) const {
+        return {load_twice<f32v>(sine_of(table, m) + 4), -conjugate(load_twice<f32v>(sine_of(table, m)))};
     }
 };
 // The angles of the upper bands are those of the lower ones from a quarter turn down.
@@ -68,17 +68,28 @@ struct FullTwiddle {
     const float* table;
     uint32_t M;
 
-    KRL_INLINE complex<f32v> beside(uint32_t m) const {
-        if (m < M / 2)
-            return ShortTwiddle{table}.beside(m);
-        const float* sine = sine_of(table, M - samples - m);
-        return {-load_twice_backwards<f32v>(sine), -load_twice_backwards<f32v>(sine + 4)};
-    }
     KRL_INLINE complex<f32x4> apart(uint32_t m) const {
         if (m < M / 2)
             return ShortTwiddle{table}.apart(m);
         const float* sine = sine_of(table, M - 4 - m);
         return {-reverse(load<f32x4>(sine)), -reverse(load<f32x4>(sine + 4))};
+    }
+    KRL_INLINE complex<f32v> beside(uint32_t m) const {
+        if (m < M / 2)
+            return ShortTwiddle{table}.beside(m);
+        const float* sine = sine_of(table, M - samples - m);
+        return {-load_twice_backwards<f32v>(sine), conjugate(load_twice_backwards<f32v>(sine + 4))};
+    }
+};
+// Those of a bank.
+struct ReadyTwiddle {
+    const float* rotations;
+
+    KRL_INLINE complex<f32x4> apart(uint32_t m) const {
+        return {load_aligned<f32x4>(rotations + 2 * m), load_aligned<f32x4>(rotations + 2 * m + 4)};
+    }
+    KRL_INLINE complex<f32v> beside(uint32_t m) const {
+        return {load_aligned<f32v>(rotations + 4 * m), load_aligned<f32v>(rotations + 4 * m + lanes<f32v>)};
     }
 };
 template <class F> void with_twiddle(uint32_t M, uint32_t mode, const float* table, F f) {
@@ -103,14 +114,40 @@ template <Sense sense, class Twiddle> KRL_INLINE lane_pair<f32v> turn(f32v a, f3
                           fma(im, w.re, re * (forwards ? sine.re : sine.im)));
     } else {
         const auto turned = [](f32v x, complex<f32v> w) {
-            const f32v sine = conjugate(w.im);
-            return fma(x, w.re, swap_pairs(x) * (sense == Sense::forwards ? -sine : sine));
+            const f32v crossed = swap_pairs(x) * w.im;
+            return fma(x, w.re, sense == Sense::forwards ? crossed : -crossed);
         };
         return {turned(a, twiddle.beside(m)), turned(b, twiddle.beside(m + samples))};
     }
 }
 
+template <class Twiddle> void bands_of(float* v, float* X, float* scratch, uint32_t M, Twiddle w, krl_fft_kernel* fft) {
+    fft(scratch, v, M);
+    bands_from_bins<Conjugated::even_bands>(
+        X, scratch, M, [w](f32v a, f32v b, uint32_t m) { return turn<Sense::forwards>(a, b, w, m); });
+}
+template <class Twiddle>
+void bins_of(const float* X, float* Y, float* scratch, uint32_t M, Twiddle w, krl_fft_kernel* fft) {
+    bins_from_bands<Conjugated::even_bands>(
+        scratch, X, M, [w](f32v a, f32v b, uint32_t m) { return turn<Sense::backwards>(a, b, w, m); });
+    fft(Y, scratch, M);
+}
+
 } // namespace
+
+void forward_modulation(const Bank& bank, float* v, float* X) {
+    if (bank.rotations)
+        bands_of(v, X, bank.scratch, bank.bands, ReadyTwiddle{bank.rotations}, bank.fft->unscaled);
+    else
+        bands_of(v, X, bank.scratch, bank.bands, NoTwiddle{}, bank.fft->unscaled);
+}
+void inverse_modulation(const Bank& bank, const float* X, float* Y) {
+    if (bank.rotations)
+        bins_of(X, Y, bank.scratch, bank.bands, ReadyTwiddle{bank.rotations}, bank.fft->unscaled);
+    else
+        bins_of(X, Y, bank.scratch, bank.bands, NoTwiddle{}, bank.fft->unscaled);
+}
+
 } // namespace krl::qmf
 
 using namespace krl;
@@ -142,22 +179,12 @@ void krl_inverseModulationReal(float* X, float* Y, uint32_t M, const krl_fft_pai
 
 void krl_forwardModulationComplex(float* v, float* X, float* scratch, uint32_t M, uint32_t mode, const float* twiddle,
                                   const krl_fft_pair* pair) {
-    if (krl_fft_kernel* fft = modulation_fft(M, pair, M)) {
-        fft(scratch, v, M);
-        with_twiddle(M, mode, twiddle, [=](auto w) {
-            bands_from_bins<Conjugated::even_bands>(
-                X, scratch, M, [w](f32v a, f32v b, uint32_t m) { return turn<Sense::forwards>(a, b, w, m); });
-        });
-    }
+    if (krl_fft_kernel* fft = modulation_fft(M, pair, M))
+        with_twiddle(M, mode, twiddle, [=](auto w) { bands_of(v, X, scratch, M, w, fft); });
 }
 
 void krl_inverseModulationComplex(const float* X, float* Y, float* scratch, uint32_t M, uint32_t mode,
                                   const float* twiddle, const krl_fft_pair* pair) {
-    if (krl_fft_kernel* fft = modulation_fft(M, pair, M)) {
-        with_twiddle(M, mode, twiddle, [=](auto w) {
-            bins_from_bands<Conjugated::even_bands>(
-                scratch, X, M, [w](f32v a, f32v b, uint32_t m) { return turn<Sense::backwards>(a, b, w, m); });
-        });
-        fft(Y, scratch, M);
-    }
+    if (krl_fft_kernel* fft = modulation_fft(M, pair, M))
+        with_twiddle(M, mode, twiddle, [=](auto w) { bins_of(X, Y, scratch, M, w, fft); });
 }

@@ -40,7 +40,7 @@ struct ComplexSubbands {
     float gain = 2.0f;
 
     void modulate(const krl_qmf_synthesis& bank, uint32_t slot, float* Y) const {
-        krl_inverseModulationComplex(in[slot], Y, bank.scratch, bank.bands, bank.mode, bank.twiddle, bank.fft);
+        qmf::inverse_modulation(bank, in[slot], Y);
     }
     // Y exp(-j pi k / (2M)); the table holds halves.
     static KRL_INLINE complex<f32v> load_input(const float* Y, uint32_t k, uint32_t, const float* rotations) {
