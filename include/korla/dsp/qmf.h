@@ -37,7 +37,7 @@
  *                    twice as many, with a steady magnitude: to measure, scale, mix, gate or delay bands one by one,
  *                    and for the hybrid bank (korla/dsp/hybrid.h). A history serves either kind.
  *   mode             0, the fastest, unless complex sub-bands meet those of another bank; both directions of a chain
- *                    take the same. A rotation costs a tenth to a third more time.
+ *                    take the same. A rotation costs a tenth to a quarter more time.
  *                    8, when banks of several M split one signal at rates in proportion to M, so that band q means the
  *                    same frequencies in all: in the middle of a band the phase is then that of 64 bands, and within 5
  *                    degrees of it up to the edges (sample i standing for the time (i + 1/2) / fs).
