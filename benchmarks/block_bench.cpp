@@ -1,7 +1,8 @@
-// Block primitives against what bounds them: element-wise members and mixes against memcpy or memset of the bytes they
-// move, recursions against their dependency chain, FIR filters against plain loops.
+// Block primitives against what bounds them: element-wise members and mixes against plain loops and against memcpy or memset of the
+// bytes they move, recursions against their dependency chain, FIR filters against plain loops.
 #include <korla/dsp/block.h>
 #include <korla/dsp/block_filter.h>
+#include <korla/dsp/block_scalar.h>
 
 #include <algorithm>
 #include <cstring>
@@ -41,7 +42,7 @@ template <class F, class... A> Contender calls_in_place(const char* name, F* f, 
             }};
 }
 #define CALLS_IN_PLACE(function, ...) calls_in_place(#function, function, __VA_ARGS__)
-template <class F> Contender calls_on_pairs(const char* name, F* f) {
+template <class F> Contender calls_on_pairs(const char* name, F* f) { // for operations that take two blocks
     return {name, [=](int repeats) {
                 F* function = f;
                 asm volatile("" : "+r"(function) : : "memory");
@@ -61,56 +62,68 @@ void print_row(const Contender& c, const Contender& bound, double ratio) {
 struct Moving {
     Contender work;
     int blocks; // read and written
-    bool is_fill = false;
+    Contender plain = {};
+};
+// Both entries of an operation and its plain loop.
+#define BOTH(calls, op, blocks, ...)                                                                                   \
+    {calls(krl_##op##_flex __VA_OPT__(, ) __VA_ARGS__), blocks, calls(plain_##op __VA_OPT__(, ) __VA_ARGS__)}, {       \
+        calls(KRL_##op##_strict __VA_OPT__(, ) __VA_ARGS__), blocks, calls(plain_##op __VA_OPT__(, ) __VA_ARGS__)      \
+    }
+#define LISTED(op, blocks, ...)                                                                                        \
+    {CALLS(KRL_##op, __VA_ARGS__), blocks, CALLS(plain_##op, __VA_ARGS__)}, {                                          \
+        CALLS(KRL_##op##_strict, __VA_ARGS__), blocks, CALLS(plain_##op, __VA_ARGS__)                                  \
+    }
+
+struct Means {
+    double of_moving, of_plain;
 };
 
-double bench_moving(std::vector<Moving> rows) {
-    GeometricMean mean;
+Means bench_moving(std::vector<Moving> rows) {
+    GeometricMean moving, plain;
     for (auto& row : rows) {
-        const size_t bytes = row.blocks * sizeof(float) * block / (row.is_fill ? 1 : 2);
-        std::vector<Contender> pair = {row.work};
-        if (row.is_fill)
-            pair.push_back(calls("memset", std::memset, static_cast<void*>(y), 0, bytes));
+        const bool is_fill = row.blocks == 1;
+        const size_t bytes = row.blocks * sizeof(float) * block / (is_fill ? 1 : 2);
+        std::vector<Contender> all = {row.work};
+        if (is_fill)
+            all.push_back(calls("memset", std::memset, static_cast<void*>(y), 0, bytes));
         else
-            pair.push_back(calls("memcpy", std::memcpy, static_cast<void*>(y), static_cast<const void*>(x[0]), bytes));
-        measure(pair);
-        mean.add(pair[0].ns / pair[1].ns);
-        print_row(pair[0], pair[1], pair[0].ns / pair[1].ns);
+            all.push_back(calls("memcpy", std::memcpy, static_cast<void*>(y), static_cast<const void*>(x[0]), bytes));
+        if (!row.plain.name.empty())
+            all.push_back(row.plain);
+        measure(all);
+        moving.add(all[0].ns / all[1].ns);
+        std::printf("%-40s %8.2f %s   %s %8.2f  %5.2f", all[0].name.c_str(), all[0].ns, unit(), all[1].name.c_str(),
+                    all[1].ns, all[0].ns / all[1].ns);
+        if (all.size() > 2) {
+            plain.add(all[0].ns / all[2].ns);
+            std::printf("   plain loop %8.2f  %5.2f", all[2].ns, all[0].ns / all[2].ns);
+        }
+        std::printf("\n");
     }
-    return mean.value();
+    return {moving.value(), plain.value()};
 }
 
 std::vector<Moving> elementwise() {
     float* const d = y;
     return {
-        {CALLS(krl_blk_LabsL_flex, d, x[0]), 2},
-        {CALLS(KRL_blk_LabsL_strict, d, x[0]), 2},
-        {CALLS(krl_blk_LclipL_flex, d, coef, x[0]), 2},
-        {CALLS(KRL_blk_LclipL_strict, d, coef, x[0]), 2},
-        {CALLS(krl_blk_LcmpLL_flex, d, coef, x[0], x[1]), 3},
-        {CALLS(KRL_blk_LcmpLL_strict, d, coef, x[0], x[1]), 3},
-        {CALLS(krl_blk_Lconst_flex, d, 1.0f), 1, true},
-        {CALLS(KRL_blk_Lconst_strict, d, 1.0f), 1, true},
-        {CALLS(krl_blk_LmaxLL_flex, d, x[0], x[1]), 3},
-        {CALLS(KRL_blk_LmaxLL_strict, d, x[0], x[1]), 3},
-        {CALLS(krl_blk_LminLL_flex, d, x[0], x[1]), 3},
-        {CALLS(KRL_blk_LminLL_strict, d, x[0], x[1]), 3},
-        {CALLS(krl_blk_LmaxLLL_flex, d, x[0], x[1], x[2]), 4},
-        {CALLS(KRL_blk_LmaxLLL_strict, d, x[0], x[1], x[2]), 4},
-        {CALLS(krl_blk_LminLLL_flex, d, x[0], x[1], x[2]), 4},
-        {CALLS(KRL_blk_LminLLL_strict, d, x[0], x[1], x[2]), 4},
-        {CALLS(krl_blk_LsaddLL_flex, d, x[0], x[1]), 3},
-        {CALLS(KRL_blk_LsaddLL_strict, d, x[0], x[1]), 3},
-        {CALLS(krl_blk_LsubLL_flex, d, x[0], x[1]), 3},
-        {CALLS(KRL_blk_LsubLL_strict, d, x[0], x[1]), 3},
-        {CALLS_ON_PAIRS(krl_blk_LLdeshuffleLL_inplace_flex), 4},
-        {CALLS_ON_PAIRS(KRL_blk_LLdeshuffleLL_inplace_strict), 4},
-        {CALLS_ON_PAIRS(krl_blk_LLshuffleLL_inplace_flex), 4},
-        {CALLS_ON_PAIRS(KRL_blk_LLshuffleLL_inplace_strict), 4},
-        {CALLS(krl_blk_Lmpy_shlLSU_flex, d, x[0], x[1], 3u), 3},
-        {CALLS(KRL_blk_Lmpy_shlLSU_strict, d, x[0], x[1], 3u), 3},
-        {CALLS(krl_blk_Lmpy_shlLLU_flex, d, x[0], x[1], 3u), 3},
-        {CALLS(KRL_blk_Lmpy_shlLLU_strict, d, x[0], x[1], 3u), 3},
+        BOTH(CALLS, blk_LabsL, 2, d, x[0]),
+        BOTH(CALLS, blk_LclipL, 2, d, coef, x[0]),
+        BOTH(CALLS, blk_LcmpLL, 3, d, coef, x[0], x[1]),
+        BOTH(CALLS, blk_Lconst, 1, d, 1.0f),
+        BOTH(CALLS, blk_LmaxLL, 3, d, x[0], x[1]),
+        BOTH(CALLS, blk_LminLL, 3, d, x[0], x[1]),
+        BOTH(CALLS, blk_LmaxLLL, 4, d, x[0], x[1], x[2]),
+        BOTH(CALLS, blk_LminLLL, 4, d, x[0], x[1], x[2]),
+        BOTH(CALLS, blk_LsaddLL, 3, d, x[0], x[1]),
+        BOTH(CALLS, blk_LsubLL, 3, d, x[0], x[1]),
+        BOTH(CALLS_ON_PAIRS, blk_LLdeshuffleLL_inplace, 4),
+        BOTH(CALLS_ON_PAIRS, blk_LLshuffleLL_inplace, 4),
+        BOTH(CALLS, blk_Lmpy_shlLSU, 3, d, x[0], x[1], 3u),
+        BOTH(CALLS, blk_Lmpy_shlLLU, 3, d, x[0], x[1], 3u),
+        BOTH(CALLS, BLmaxBLL, 2, d, x[0], 0.5f),
+        BOTH(CALLS, BLmpy_scaleBLSU, 2, d, x[0], 0.7f, 3u),
+        BOTH(CALLS, BLmpy_scale_xBLSU, 2, d, x[0], 0.7f, 3u),
+        BOTH(CALLS, BLsaddBLL, 2, d, x[0], 0.5f),
     };
 }
 
@@ -118,30 +131,19 @@ std::vector<Moving> mixes() {
     float* const d = y;
     const float *x0 = x[0], *x1 = x[1], *x2 = x[2], *x3 = x[3], *x4 = x[4], *x5 = x[5], *x6 = x[6], *x7 = x[7];
     return {
-        {CALLS(krl_blk_LmixL_flex, d, coef, x0), 2},
-        {CALLS(KRL_blk_LmixL_strict, d, coef, x0), 2},
-        {CALLS(krl_blk_LmixLL_flex, d, coef, x0, x1), 3},
-        {CALLS(KRL_blk_LmixLL_strict, d, coef, x0, x1), 3},
-        {CALLS(krl_blk_LmixLLL_flex, d, coef, x0, x1, x2), 4},
-        {CALLS(KRL_blk_LmixLLL_strict, d, coef, x0, x1, x2), 4},
-        {CALLS(krl_blk_LmixLLLL_flex, d, coef, x0, x1, x2, x3), 5},
-        {CALLS(KRL_blk_LmixLLLL_strict, d, coef, x0, x1, x2, x3), 5},
-        {CALLS(krl_blk_Lmix_shlUL_flex, d, coef, 1u, x0), 2},
-        {CALLS(KRL_blk_Lmix_shlUL_strict, d, coef, 1u, x0), 2},
-        {CALLS(krl_blk_Lmix_shlULL_flex, d, coef, 1u, x0, x1), 3},
-        {CALLS(KRL_blk_Lmix_shlULL_strict, d, coef, 1u, x0, x1), 3},
-        {CALLS(krl_blk_Lmix_shlULLL_flex, d, coef, 1u, x0, x1, x2), 4},
-        {CALLS(KRL_blk_Lmix_shlULLL_strict, d, coef, 1u, x0, x1, x2), 4},
-        {CALLS(krl_blk_Lmix_shlULLLL_flex, d, coef, 1u, x0, x1, x2, x3), 5},
-        {CALLS(KRL_blk_Lmix_shlULLLL_strict, d, coef, 1u, x0, x1, x2, x3), 5},
-        {CALLS(KRL_blk_LmixnL, d, coef, 2u, x0, x1), 3},
-        {CALLS(KRL_blk_LmixnL, d, coef, 8u, x0, x1, x2, x3, x4, x5, x6, x7), 9},
-        {CALLS(KRL_blk_LmixnL_strict, d, coef, 8u, x0, x1, x2, x3, x4, x5, x6, x7), 9},
-        {CALLS(KRL_blk_Lmix_shlUnL, d, coef, 1u, 8u, x0, x1, x2, x3, x4, x5, x6, x7), 9},
-        {CALLS(KRL_blk_Lmix_shlUnL_strict, d, coef, 1u, 8u, x0, x1, x2, x3, x4, x5, x6, x7), 9},
-        {CALLS(KRL_blk_Lmix_shlaL, d, coef, 2u, x0, 1u), 3},
-        {CALLS(KRL_blk_Lmix_shlaL, d, coef, 8u, x0, 1u), 9},
-        {CALLS(KRL_blk_Lmix_shlaL_strict, d, coef, 8u, x0, 1u), 9},
+        BOTH(CALLS, blk_LmixL, 2, d, coef, x0),
+        BOTH(CALLS, blk_LmixLL, 3, d, coef, x0, x1),
+        BOTH(CALLS, blk_LmixLLL, 4, d, coef, x0, x1, x2),
+        BOTH(CALLS, blk_LmixLLLL, 5, d, coef, x0, x1, x2, x3),
+        BOTH(CALLS, blk_Lmix_shlUL, 2, d, coef, 1u, x0),
+        BOTH(CALLS, blk_Lmix_shlULL, 3, d, coef, 1u, x0, x1),
+        BOTH(CALLS, blk_Lmix_shlULLL, 4, d, coef, 1u, x0, x1, x2),
+        BOTH(CALLS, blk_Lmix_shlULLLL, 5, d, coef, 1u, x0, x1, x2, x3),
+        LISTED(blk_LmixnL, 3, d, coef, 2u, x0, x1),
+        LISTED(blk_LmixnL, 9, d, coef, 8u, x0, x1, x2, x3, x4, x5, x6, x7),
+        LISTED(blk_Lmix_shlUnL, 9, d, coef, 1u, 8u, x0, x1, x2, x3, x4, x5, x6, x7),
+        LISTED(blk_Lmix_shlaL, 3, d, coef, 2u, x0, 1u),
+        LISTED(blk_Lmix_shlaL, 9, d, coef, 8u, x0, 1u),
     };
 }
 
@@ -329,14 +331,15 @@ int main() {
     for (float& v : coef)
         v = 0.1f * noise();
     coef[0] = -0.5f, coef[1] = 0.5f; // limits, and gains that keep mixes ordinary
-    const double elementwise_mean = bench_moving(elementwise());
-    const double mixes_mean = bench_moving(mixes());
-    const double filters_mean = bench_moving(moving_filters());
+    const Means elementwise_means = bench_moving(elementwise()), mixes_means = bench_moving(mixes());
+    const double filters_mean = bench_moving(moving_filters()).of_moving;
     const double recursions_mean = bench_recursions();
     const double fir_mean = bench_fir();
     std::printf("\ngeometric means\n");
-    std::printf("element-wise blocks: %.2f of the time of memcpy or memset\n", elementwise_mean);
-    std::printf("mixes: %.2f of the time of memcpy\n", mixes_mean);
+    std::printf("element-wise blocks: %.2f of the time of memcpy or memset, %.2f of that of plain loops\n",
+                elementwise_means.of_moving, elementwise_means.of_plain);
+    std::printf("mixes: %.2f of the time of memcpy, %.2f of that of plain loops\n", mixes_means.of_moving,
+                mixes_means.of_plain);
     std::printf("two and three taps, crossfade, delay line: %.2f of the time of memcpy\n", filters_mean);
     std::printf("recursions: %.2f of the time of their dependency chain\n", recursions_mean);
     std::printf("FIR: %.2f times as fast as the best plain loop\n", fir_mean);
