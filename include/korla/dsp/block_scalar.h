@@ -33,7 +33,8 @@ KRL_API void KRL_BLmpy_scaleBLSU_strict(float* dst, const float* src, float g, u
 KRL_API void krl_BLmpy_scaleBLSU_inplace_flex(float* dst, float g, uint32_t u);
 KRL_API void KRL_BLmpy_scaleBLSU_inplace_strict(float* dst, float g, uint32_t u);
 
-/** dst[i] = src[i] * (g * 2^u): the factor in single precision, the product in double, rounded once to single. */
+/** dst[i] = src[i] * (g * 2^u): the factor in single precision, the product in double, rounded once to single. The same bits as
+ * BLmpy_scaleBLSU, since a product of two floats is exact in double precision. */
 KRL_API void krl_BLmpy_scale_xBLSU_flex(float* dst, const float* src, float g, uint32_t u);
 KRL_API void KRL_BLmpy_scale_xBLSU_strict(float* dst, const float* src, float g, uint32_t u);
 

@@ -31,11 +31,10 @@ KRL_PAIR(void, krl_BLmpy_scaleBLSU_flex, KRL_BLmpy_scaleBLSU_strict,
 KRL_PAIR(void, krl_BLmpy_scaleBLSU_inplace_flex, KRL_BLmpy_scaleBLSU_inplace_strict, (float* dst, float g, uint32_t u),
          map_block<access>(dst, multiply_by(g* exp2_int(static_cast<int32_t>(u))), dst);)
 
+// A product of two floats is exact in double precision: rounded once, it is the product in single precision.
 KRL_PAIR(void, krl_BLmpy_scale_xBLSU_flex, KRL_BLmpy_scale_xBLSU_strict,
          (float* dst, const float* src, float g, uint32_t u),
-         const double factor = g * exp2_int(static_cast<int32_t>(u));
-         map_block<access>(
-             dst, [factor](auto v) { return map_double(v, [factor](auto x) { return x * factor; }); }, src);)
+         map_block<access>(dst, multiply_by(g* exp2_int(static_cast<int32_t>(u))), src);)
 
 KRL_PAIR(void, krl_BLsaddBLL_flex, KRL_BLsaddBLL_strict, (float* dst, const float* src, float x),
          map_block<access>(
