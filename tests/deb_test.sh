@@ -12,7 +12,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAILED: $*"; exit 1; }
 
-version=$(sed -n 's/^## //p' "$source/CHANGELOG.md" | head -n 1)
+version=$(sed -n '/^## /{s///p;q}' "$source/CHANGELOG.md")
 cat >"$work/user.c" <<'ENDC'
 #include <korla/acli.h>
 #include <korla/stream.h>

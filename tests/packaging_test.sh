@@ -96,7 +96,7 @@ use() {
 # use_installed PREFIX: by pkg-config and by find_package.
 use_installed() {
   local library_folder
-  library_folder=$(dirname "$(find "$1" -name 'libkorladownmixer.*' | head -n 1)")
+  library_folder=$(dirname "$(find "$1" -name 'libkorladownmixer.*' -print -quit)")
   export PKG_CONFIG_PATH=$library_folder/pkgconfig
   # shellcheck disable=SC2046
   quietly "$compiler" -std=c99 -Wall -Werror "$work/user/user.c" -o "$1/user" $(pkg-config --cflags --libs korlastream korladownmixer)
@@ -109,17 +109,17 @@ use_installed() {
 shared=$work/shared
 quietly cmake --install "$build" --prefix "$shared"
 use_installed "$shared"
-[[ $(pkg-config --modversion korladownmixer) == $(sed -n 's/^## //p' "$source/CHANGELOG.md" | head -n 1) ]] ||
+[[ $(pkg-config --modversion korladownmixer) == $(sed -n '/^## /{s///p;q}' "$source/CHANGELOG.md") ]] ||
   fail "the change log begins with another version"
 if [[ -x $shared/bin/korla-host ]]; then
-  "$shared/bin/korla-host" info | grep -q "^Library .*$shared/" || fail "the installed host takes another library"
+  grep -q "^Library .*$shared/" <<<"$("$shared/bin/korla-host" info)" || fail "the installed host takes another library"
 fi
 # Wrappers of this build stand below the prefix and find the library there.
 for wrapper in "$build"/gstreamer-1.0/*.so "$build"/lv2/korla.lv2/*.so "$build"/alsa-lib/*.so "$build"/python/korla/*.so; do
   if [[ -e $wrapper ]]; then
     installed=$(find "$shared" -name "$(basename "$wrapper")")
     [[ -n $installed ]] || fail "$(basename "$wrapper") is not installed below the prefix"
-    ldd "$installed" | grep -q "libkorlastream.* => $shared/" || fail "$(basename "$wrapper") takes another library"
+    grep -q "libkorlastream.* => $shared/" <<<"$(ldd "$installed")" || fail "$(basename "$wrapper") takes another library"
   fi
 done
 echo "installed: pkg-config, find_package, korla-host, wrappers"
