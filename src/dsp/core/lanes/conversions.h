@@ -51,12 +51,6 @@ template <> KRL_INLINE f64x4 load_first_as(const float* p, size_t count) {
 }
 #endif
 
-// f applied in double precision to every lane of v, rounded once to single.
-template <class V, class F> KRL_INLINE V map_double(V v, F f) {
-    auto [a, b] = to_double(v);
-    return to_single({f(a), f(b)});
-}
-
 // Exact for |v| < 2^24, otherwise rounded to nearest even.
 KRL_INLINE f32x4 to_float(i32x4 v) { return __builtin_convertvector(v, f32x4); }
 #if KRL_LANES == 8
