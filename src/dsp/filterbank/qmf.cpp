@@ -10,13 +10,13 @@ namespace krl::qmf {
 namespace {
 
 constexpr BandTables all_tables[] = {
-    {8, krl_cos_8_full, krl_cos_8_full_scl, short_rotations<8, 7, 256>.value, full_rotations<8, 32>.value,
+    {8, krl_cos_8_full, krl_cos_8_full_scl, short_rotations<8>.value, full_rotations<8, 32>.value,
      krl_dct_twiddle_table16_L8},
-    {16, krl_cos_16_full, krl_cos_16_full_scl, short_rotations<16, 3, 256>.value, full_rotations<16, 32>.value,
+    {16, krl_cos_16_full, krl_cos_16_full_scl, short_rotations<16>.value, full_rotations<16, 32>.value,
      krl_dct_twiddle_table16_L16},
-    {32, krl_cos_32_full, krl_cos_32_full_scl, short_rotations<32, 1, 256>.value, full_rotations<32, 32>.value,
+    {32, krl_cos_32_full, krl_cos_32_full_scl, short_rotations<32>.value, full_rotations<32, 32>.value,
      krl_dct_twiddle_table16_L32},
-    {48, krl_cos_48_full, krl_cos_48_full_scl, short_rotations<48, 1, 768>.value, nullptr, krl_dct_twiddle_table16_L48},
+    {48, krl_cos_48_full, krl_cos_48_full_scl, short_rotations<48>.value, nullptr, krl_dct_twiddle_table16_L48},
     {64, krl_cos_64_full, krl_cos_64_full_scl, nullptr, full_rotations<64, 64>.value, krl_dct_twiddle_table16_L64},
 };
 

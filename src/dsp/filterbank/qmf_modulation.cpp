@@ -107,11 +107,10 @@ enum class Sense { forwards, backwards };
 template <Sense> KRL_INLINE lane_pair<f32v> turn(f32v a, f32v b, NoTwiddle, uint32_t) { return {a, b}; }
 template <Sense sense, class Twiddle> KRL_INLINE lane_pair<f32v> turn(f32v a, f32v b, Twiddle twiddle, uint32_t m) {
     if constexpr (lanes<f32v> == 4) {
-        const complex<f32v> w = twiddle.apart(m), sine = {w.im, -w.im};
+        const complex<f32v> w = twiddle.apart(m);
         const auto [re, im] = deinterleave(a, b);
-        constexpr bool forwards = sense == Sense::forwards;
-        return interleave(fma(re, w.re, im * (forwards ? sine.im : sine.re)),
-                          fma(im, w.re, re * (forwards ? sine.re : sine.im)));
+        const f32v sine = sense == Sense::forwards ? w.im : -w.im;
+        return interleave(fma(re, w.re, im * -sine), fma(im, w.re, re * sine));
     } else {
         const auto turned = [](f32v x, complex<f32v> w) {
             const f32v crossed = swap_pairs(x) * w.im;
