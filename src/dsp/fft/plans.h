@@ -7,19 +7,20 @@
 
 namespace krl::fft {
 
-// X(N, radices ..): N is their product, first pass first; among the possible ones the fastest on x86-64 with eight
-// lanes. After a first radix that is a multiple of 8 all later passes work on whole vectors. Other first radices, four
-// at least, leave groups that overlap, which must not run in place: these transforms have two passes or three.
+// X(N, radices ..): N is their product, first pass first; chosen among all by instructions on aarch64 and time on x86-64
+// (tools/choose_fft_plans.py). After a first radix that is a multiple of 8 all later passes work on whole vectors. Other
+// first radices, four at least, leave groups that overlap, which must not run in place: these transforms have two passes
+// or three.
 //
 // Lengths 2, 4, 6 and 8 are straight lines of code (short_transforms.h). A length that stands here alone, and in no
 // list of the public header, is on trial: tests and benchmarks run it, the library does not have it.
 // clang-format off
 #define KRL_FFT_PLANS(X)                                                                                              \
-    X(12, 4, 3) X(15, 5, 3) X(16, 4, 4) X(20, 4, 5) X(24, 8, 3) X(30, 10, 3) X(32, 8, 4) X(36, 4, 9) X(40, 4, 10)       \
-    X(45, 15, 3) X(48, 8, 6) X(60, 4, 15) X(64, 8, 8) X(72, 12, 6) X(80, 16, 5) X(90, 15, 6) X(96, 16, 6)              \
-    X(100, 4, 5, 5) X(120, 8, 15) X(128, 16, 8) X(144, 24, 6) X(160, 8, 5, 4) X(180, 12, 15) X(192, 24, 8)          \
-    X(240, 16, 15) X(256, 16, 16) X(288, 24, 12) X(320, 8, 4, 10) X(360, 24, 15) X(384, 24, 16)                \
-    X(480, 8, 6, 10) X(512, 8, 8, 8) X(576, 8, 6, 12) X(640, 16, 4, 10) X(720, 8, 6, 15) X(768, 16, 4, 12)           \
+    X(12, 4, 3) X(15, 5, 3) X(16, 4, 4) X(20, 4, 5) X(24, 8, 3) X(30, 10, 3) X(32, 8, 4) X(36, 4, 9) X(40, 4, 10)     \
+    X(45, 15, 3) X(48, 8, 6) X(60, 4, 15) X(64, 8, 8) X(72, 12, 6) X(80, 16, 5) X(90, 15, 6) X(96, 16, 6)             \
+    X(100, 4, 5, 5) X(120, 8, 15) X(128, 16, 8) X(144, 24, 6) X(160, 8, 5, 4) X(180, 12, 15) X(192, 24, 8)            \
+    X(240, 16, 15) X(256, 16, 16) X(288, 24, 12) X(320, 8, 4, 10) X(360, 24, 15) X(384, 24, 16)                       \
+    X(480, 8, 6, 10) X(512, 8, 8, 8) X(576, 8, 6, 12) X(640, 16, 4, 10) X(720, 8, 6, 15) X(768, 16, 4, 12)            \
     X(960, 16, 6, 10) X(1024, 8, 8, 16) X(2048, 16, 8, 16) X(4096, 16, 16, 16)
 // clang-format on
 
